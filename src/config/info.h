@@ -1,0 +1,11 @@
+#pragma once
+
+#include "protocol/reply.h"
+#include "protocol/request.h"
+
+/// "GetInfo": what the agent is, its counters, tests and actions.
+void GetAgentStatus(const VxRequest& params, QovReply& reply);
+/// "GetSettings": the same and the settings that a server may change.
+void GetAgentSettings(const VxRequest& params, QovReply& reply);
+/// "SetSettings": stores each "key=value" line whose key is known, then saves the file.
+void SetAgentSettings(const VxRequest& params, QovReply& reply);

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <stddef.h>
+
+#include <mutex>
+
+#include "core/wqstring.h"
+
+/// Blocking IPv4 socket helpers. Each reports failure by one of these results and a text in the
+/// caller's String; none logs. Any thread may call them; no lock is held during a name look-up.
+inline constexpr int kIpOk = 1;
+inline constexpr int kIpTimeout = 0;  ///< the text is "Timeout"
+inline constexpr int kIpUnresolved = -2;
+inline constexpr int kIpNoSocket = -3;
+inline constexpr int kIpNotSent = -4;
+inline constexpr int kIpNotReceived = -5;
+inline constexpr int kIpNotConnected = -6;
+
+/// Generic texts for callers that want one; the helpers put their own into the caller's String.
+extern const char* const ipErrMsg[8];
+
+/// Guards the conversions of this module that are not re-entrant.
+extern std::mutex iplib_mutex;
+
+/// Text of a system error number. Deliberate: always empty with the GNU C library, whose
+/// strerror_r returns a pointer, so that texts from system error numbers stay empty in replies.
+String GetErrorStr(int errnum);
+
+/// Writes the dotted text of addr into dst, at most size - 1 bytes, and always a terminator at
+/// dst[size - 1]. Returns dst. size >= 1.
+char* inet_ntoa_safe(in_addr addr, char* dst, int size);
+
+namespace iplib {
+
+/// Re-entrant look-up with the C library function's name and arguments; the record's pointers
+/// refer to buf. Returns 0 with *out = result and *err = 0, or -1 with *err = errno.
+int gethostbyname_r(const char* name, hostent* result, char* buf, size_t buflen, hostent** out,
+                    int* err);
+
+}  // namespace iplib
+
+/// Address of `host` in network byte order. Deliberate: only dotted text other than
+/// "255.255.255.255" succeeds; a name that resolves is refused for its address length.
+/// @return kIpOk or kIpUnresolved
+int GetHostIP(const char* host, unsigned int* ip, String& err);
+
+/// Address of this host's name, network byte order; 0 when GetHostIP refuses it.
+unsigned int GetMyIP();
+
+/// Dotted text of an address in network byte order.
+String IP2String(unsigned int ip);
+
+/// Opens a listening TCP socket, backlog 512, SO_REUSEADDR set, close-on-exec.
+/// @param host     address to bind; null binds every local address
+/// @param addrlen  out, may be null: size of the bound address structure in bytes
+/// @return the descriptor, or 0 with `err` set
+int TcpListen(const char* host, int port, unsigned int* addrlen, String& err);
+int TcpListen(const char* host, const char* service, unsigned int* addrlen, String& err);
+
+/// Opens a TCP connection to a dotted address or a name.
+/// @param sock       out: the descriptor or -1; left open in every case, the caller closes it
+/// @param timeoutMs  0 blocks until the system gives up, and leaves the socket blocking;
+///                   any other value leaves it non-blocking
+/// @return kIpOk, kIpTimeout, kIpUnresolved, kIpNoSocket or kIpNotConnected
+int PerformConnect(int& sock, const char* host, int port, int timeoutMs, String& err);
+
+/// PerformConnect, then closes: a pure reachability probe.
+int TCPConnect(const char* host, int port, int timeoutMs, String& err);
+
+/// Connects, sends sendLen bytes (if > 0), receives once at most recvLen bytes (if > 0).
+/// @param timeoutMs  for the connection and once more for the wait for an answer, milliseconds
+/// @return bytes received; kIpOk when nothing was to be received; 0 with an empty `err` when the
+///         peer closed without data; kIpTimeout or a negative result
+int SendReceiveTCPPacket(const char* host, int port, int timeoutMs, void* sendBuf, void* recvBuf,
+                         int sendLen, int recvLen, String& err);
+
+/// Sends a datagram of sendLen bytes (if > 0), receives at most recvLen bytes (if > 0).
+/// @param timeoutSec  Deliberate: whole seconds, unlike every TCP helper
+/// @return byte count of the last transfer, kIpTimeout or a negative result
+int SendReceiveUDPPacket(const char* host, int port, int timeoutSec, void* sendBuf, void* recvBuf,
+                         int sendLen, int recvLen, String& err);

@@ -1,0 +1,362 @@
+#include "core/wqstring.h"
+
+#include <ctype.h>
+#include <stddef.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "core/assertfail.h"
+
+namespace {
+
+constexpr int kStep = 128;
+
+int Rounded(int n) { return (n / kStep + 1) * kStep; }
+
+size_t Size(int n) { return static_cast<size_t>(n); }
+
+int LengthOf(const char* text, int n) { return n == -1 ? static_cast<int>(strlen(text)) : n; }
+
+bool IsBlank(char c) { return static_cast<signed char>(c) <= 32; }
+
+bool IsWordByte(char c) { return isalnum(static_cast<unsigned char>(c)) != 0; }
+
+}  // namespace
+
+void String::prAllocMem(int n) {
+  if (n == 0) {
+    free(data);
+    data = nullptr;
+    capacity = 0;
+    fixed = 0;
+    return;
+  }
+  const int wanted = fixed != 0 ? n : Rounded(n);
+  data = static_cast<char*>(realloc(data, Size(wanted) + 1));
+  if (wanted > capacity) memset(data + capacity, 0, Size(wanted - capacity) + 1);
+  capacity = wanted;
+}
+
+String::String(int size) {
+  if (size <= 0) return;
+  fixed = 1;
+  prAllocMem(size);
+}
+
+String::String(const char* text) {
+  if (text != nullptr) AddData(text, -1);
+}
+
+String::String(String&& other) noexcept {
+  if (other.fixed != 0) {
+    AddData(other.data, other.length);
+  } else {
+    *this = std::move(other);
+  }
+}
+
+String::~String() { free(data); }
+
+String& String::operator=(const char* text) {
+  CopyData(text, -1);
+  return *this;
+}
+
+String& String::operator=(const String& other) {
+  if (this != &other) CopyData(other.data, other.length);
+  return *this;
+}
+
+String& String::operator=(String&& other) noexcept {
+  if (this == &other) return *this;
+  if (fixed != 0 || other.fixed != 0) return *this = static_cast<const String&>(other);
+  std::swap(length, other.length);
+  std::swap(capacity, other.capacity);
+  std::swap(data, other.data);
+  return *this;
+}
+
+int String::CopyData(const char* src, int n) {
+  if (src != nullptr && src == data) return length;
+  if (src == nullptr || n == 0) {
+    prAllocMem(0);
+    length = 0;
+    return 0;
+  }
+  length = 0;
+  return AddData(src, n);
+}
+
+int String::AddData(const char* src, int n) {
+  if (src == nullptr) return length;
+  n = LengthOf(src, n);
+  if (n <= 0) {
+    if (data != nullptr) data[length] = 0;
+    return length;
+  }
+  if (n > capacity - length) {
+    if (fixed != 0) {
+      n = capacity - length;
+    } else {
+      const bool own = src >= data && src < data + capacity;
+      const ptrdiff_t offset = own ? src - data : 0;
+      prAllocMem(length + n);
+      if (own) src = data + offset;
+    }
+  }
+  memmove(data + length, src, Size(n));
+  length += n;
+  data[length] = 0;
+  return length;
+}
+
+int String::AddChar(char c) { return AddData(&c, 1); }
+
+void String::Reserve(int n) {
+  if (n > capacity && fixed == 0) prAllocMem(n);
+}
+
+void String::SetLength(int n) {
+  if (n > capacity || n == 0) prAllocMem(n);
+  length = n;
+  if (data != nullptr) data[length] = 0;
+}
+
+String& String::SetZero() {
+  if (length == capacity) prAllocMem(fixed != 0 ? capacity + kStep : capacity + kStep - 1);
+  memset(data + length, 0, Size(capacity - length) + 1);
+  return *this;
+}
+
+String String::Joined(const char* bytes, int count) const {
+  String result;
+  if (bytes != nullptr) {
+    count = LengthOf(bytes, count);
+    result.Reserve(length + count);
+  }
+  result.AddData(data, length);
+  result.AddData(bytes, count);
+  return result;
+}
+
+String& String::operator+=(const String& other) {
+  AddData(other.data, other.length);
+  return *this;
+}
+
+String& String::operator+=(const char* text) {
+  AddData(text, -1);
+  return *this;
+}
+
+String& String::operator+=(char c) {
+  AddChar(c);
+  return *this;
+}
+
+bool String::operator==(const String& other) const {
+  return length == other.length && (length == 0 || memcmp(data, other.data, Size(length)) == 0);
+}
+
+bool String::operator==(const char* text) const {
+  if (text == nullptr) return length == 0;
+  return strlen(text) == Size(length) && memcmp(CStr(), text, Size(length)) == 0;
+}
+
+int String::Pos(char c) const {
+  if (length == 0) return 0;
+  const void* found = memchr(data, c, Size(length));
+  return found == nullptr ? 0 : static_cast<int>(static_cast<const char*>(found) - data) + 1;
+}
+
+int String::Pos(const char* text, int n) const {
+  if (text == nullptr) return 0;
+  return mempos(data, length, text, LengthOf(text, n));
+}
+
+int String::Search(const String& what, int caseSensitive, int wholeWord) const {
+  const auto find = caseSensitive != 0 ? &mempos : &memposi;
+  for (int p = 1; p <= length; ++p) {
+    const int found = find(data + p - 1, length - p + 1, what.data, what.length);
+    if (found == 0) return 0;
+    p += found - 1;
+    if (wholeWord == 0) return p;
+    const int after = p + what.length;
+    const bool wordBefore = p > 1 && IsWordByte((*this)[p - 1]);
+    const bool wordAfter = after <= length && IsWordByte((*this)[after]);
+    if (!wordBefore && !wordAfter) return p;
+  }
+  return 0;
+}
+
+String String::Copy(int start, int count) const {
+  count = std::min(count, length - start + 1);
+  if (count < 1) return String();
+  return String(data + start - 1, count);
+}
+
+char* String::StrCpy(char* buf, int size) const {
+  if (buf == nullptr || size == 0 || length == 0) return buf;
+  const int n = size == -1 || length < size ? length : size - 1;
+  memcpy(buf, data, Size(n));
+  buf[n] = 0;
+  return buf;
+}
+
+String String::GetWord(int n, char sep) const {
+  int start = 0;
+  for (int word = 1; word < n; ++word) {
+    while (start < length && data[start] != sep) ++start;
+    if (start >= length) return String();
+    ++start;
+  }
+  if (start >= length) return String();
+  const void* end = memchr(data + start, sep, Size(length - start));
+  const int stop = end == nullptr ? length : static_cast<int>(static_cast<const char*>(end) - data);
+  return Copy(start + 1, stop - start);
+}
+
+void String::Delete(int start, int count) {
+  if (count < 1 || start < 1 || start > length) return;
+  count = std::min(count, length - start + 1);
+  memmove(data + start - 1, data + start - 1 + count, Size(length - (start - 1) - count));
+  length -= count;
+  data[length] = 0;
+}
+
+String& String::Trim() {
+  int first = 0;
+  int last = length;
+  while (first < last && IsBlank(data[first])) ++first;
+  while (last > first && IsBlank(data[last - 1])) --last;
+  if (last == 0) return *this;
+  memmove(data, data + first, Size(last - first));
+  length = last - first;
+  data[length] = 0;
+  return *this;
+}
+
+String& String::RemoveRepeats(char c) {
+  int to = 0;
+  for (int from = 0; from < length; ++from) {
+    data[to++] = data[from];
+    while (from + 2 < length && data[from + 1] == c && data[from + 2] == c) ++from;
+  }
+  length = to;
+  if (data != nullptr) data[length] = 0;
+  return *this;
+}
+
+String& String::LowerCase() {
+  if (data != nullptr) strlower(data, length);
+  return *this;
+}
+
+String String::ReplaceAll(const char* what, const char* with, int caseSensitive) const {
+  const auto find = caseSensitive != 0 ? &mempos : &memposi;
+  const int width = what == nullptr ? 0 : static_cast<int>(strlen(what));
+  String result;
+  int done = 0;
+  while (length - done > width) {
+    const int found = find(data + done, length - done, what, width);
+    if (found == 0) break;
+    result.AddData(data + done, found - 1);
+    result += with;
+    done += found - 1 + width;
+  }
+  if (done < length) result.AddData(data + done, length - done);
+  return result;
+}
+
+TStrList::TStrList(const TStrList& other) { *this = other; }
+
+TStrList& TStrList::operator=(const TStrList& other) {
+  if (this == &other) return *this;
+  Clear();
+  for (int i = 0; i < other.count; ++i) Add(other[i]);
+  return *this;
+}
+
+void TStrList::Add(const String& s) {
+  if (count >= capacity) {
+    capacity = Rounded(count + 1);
+    lengths = static_cast<int*>(realloc(lengths, Size(capacity) * sizeof(int)));
+    items = static_cast<char**>(realloc(items, Size(capacity) * sizeof(char*)));
+  }
+  char* copy = nullptr;
+  if (!s.Empty()) {
+    copy = static_cast<char*>(malloc(Size(s.Length())));
+    memcpy(copy, s.Data(), Size(s.Length()));
+  }
+  lengths[count] = s.Length();
+  items[count] = copy;
+  ++count;
+}
+
+String TStrList::operator[](int i) const {
+  if (i < 0 || i >= count) {
+    AssertFail("index>=0 && index<count", "wqstring", 495, "String TStrList::operator[](int)");
+  }
+  return items[i] == nullptr ? String() : String(items[i], lengths[i]);
+}
+
+void TStrList::Delete(int i) {
+  if (i < 0 || i >= count) {
+    AssertFail("index>=0 && index<count", "wqstring", 471, "void TStrList::Delete(int)");
+  }
+  free(items[i]);
+  std::move(items + i + 1, items + count, items + i);
+  std::move(lengths + i + 1, lengths + count, lengths + i);
+  --count;
+}
+
+void TStrList::Clear() {
+  for (int i = 0; i < count; ++i) free(items[i]);
+  free(items);
+  free(lengths);
+  items = nullptr;
+  lengths = nullptr;
+  count = 0;
+  capacity = 0;
+}
+
+char* strupper(char* s) { return strupper(s, static_cast<int>(strlen(s))); }
+
+char* strlower(char* s) { return strlower(s, static_cast<int>(strlen(s))); }
+
+char* strupper(char* s, int n) {
+  std::transform(s, s + n, s, UpCase);
+  return s;
+}
+
+char* strlower(char* s, int n) {
+  std::transform(s, s + n, s, LoCase);
+  return s;
+}
+
+bool isdecimalnum(const char* s) { return s[strspn(s, "-0123456789")] == 0; }
+
+bool isdecimalnum(const char* s, int n) {
+  return std::all_of(s, s + n, [](char c) { return c >= '0' && c <= '9'; });
+}
+
+int mempos(const char* buf, int len, const char* pat, int plen) {
+  if (buf == nullptr || pat == nullptr || len <= 0 || plen <= 0) return 0;
+  const void* found = memmem(buf, Size(len), pat, Size(plen));
+  return found == nullptr ? 0 : static_cast<int>(static_cast<const char*>(found) - buf) + 1;
+}
+
+int memposi(const char* buf, int len, const char* pat, int plen) {
+  if (buf == nullptr || pat == nullptr || len <= 0 || plen <= 0) return 0;
+  const char first = LoCase(pat[0]);
+  for (int start = 0; start <= len - plen; ++start) {
+    if (LoCase(buf[start]) != first) continue;
+    int i = 1;
+    while (i < plen && LoCase(buf[start + i]) == LoCase(pat[i])) ++i;
+    if (i == plen) return start + 1;
+  }
+  return 0;
+}

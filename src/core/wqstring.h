@@ -1,0 +1,143 @@
+#pragma once
+
+/// A string of bytes: no encoding, embedded zero bytes allowed, case operations ASCII only.
+/// Positions are 1-based; 0 means "not found". A value belongs to one thread at a time.
+///
+/// Growable strings size their buffer in steps of 128 bytes; a fixed string (made with a size)
+/// never grows, and writes that do not fit are cut short. A zero byte always stands behind the
+/// last byte in use, outside the capacity.
+class String {
+ public:
+  String() = default;
+  /// Empty string with a fixed buffer of `size` bytes; size 0 gives an ordinary empty string.
+  explicit String(int size);
+  String(const char* text);  // NOLINT(google-explicit-constructor)
+  String(const char* bytes, int count) { AddData(bytes, count); }
+  String(const String& other) : String(other.data, other.length) {}
+  String(String&& other) noexcept;
+  ~String();
+  String& operator=(const char* text);
+  String& operator=(const String& other);
+  String& operator=(String&& other) noexcept;
+
+  /// Replaces the content by n bytes of src (n = -1: up to its terminator); returns the new length.
+  /// Deliberate: a null src or n = 0 releases the buffer (and with it the fixed capacity), while an
+  /// empty text with n = -1 keeps it.
+  int CopyData(const char* src, int n);
+  /// Appends n bytes of src (n = -1: up to its terminator, null: nothing); returns the new length.
+  int AddData(const char* src, int n);
+  int AddChar(char c);
+  /// Makes room for n bytes in all, so that appending up to there moves nothing.
+  void Reserve(int n);
+  /// Sets the length and sizes the buffer for it; bytes newly obtained are zero.
+  void SetLength(int n);
+  /// Zeroes the buffer behind the last byte in use, growing it by 128 bytes when it is full.
+  String& SetZero();
+
+  /// The buffer; null for a string that never had one.
+  char* Data() { return data; }
+  const char* Data() const { return data; }
+  /// The bytes with a terminator behind them; never null. Valid until the string changes.
+  const char* CStr() const { return data != nullptr ? data : ""; }
+  int Length() const { return length; }
+  int Capacity() const { return capacity; }
+  bool Empty() const { return length == 0; }
+
+  String operator+(const String& other) const { return Joined(other.data, other.length); }
+  String operator+(const char* text) const { return Joined(text, -1); }
+  String operator+(char c) const { return Joined(&c, 1); }
+  String& operator+=(const String& other);
+  String& operator+=(const char* text);
+  String& operator+=(char c);
+
+  bool operator==(const String& other) const;
+  /// A null pointer equals the empty string only.
+  bool operator==(const char* text) const;
+
+  /// The byte at 1-based position i, which must exist.
+  char operator[](int i) const { return data[i - 1]; }
+
+  int Pos(char c) const;
+  /// Position of the first n bytes of text (n = -1: strlen), 0 when absent or empty.
+  int Pos(const char* text, int n = -1) const;
+  int Pos(const String& other) const { return Pos(other.data, other.length); }
+  /// Position of the first occurrence of `what` that satisfies the options, 0 for none.
+  /// @param wholeWord  not 0: neither neighbour of the occurrence may be a letter or digit
+  int Search(const String& what, int caseSensitive, int wholeWord) const;
+
+  /// `count` bytes from position `start` (>= 1), cut at the end of the string.
+  String Copy(int start, int count) const;
+  /// Copies into `buf` of `size` bytes (-1: as large as needed) and terminates it; leaves it
+  /// untouched when the string is empty, `buf` null or `size` 0. Returns buf.
+  char* StrCpy(char* buf, int size) const;
+  /// Word n, counted from 1, between single separators; "" when there are fewer words.
+  String GetWord(int n, char sep) const;
+
+  /// Removes `count` bytes from position `start`; positions outside the string change nothing.
+  void Delete(int start, int count);
+  /// Removes blanks at both ends. Deliberate: a byte is read as a signed number and counts as blank
+  /// when it is <= 32, so 0x80 to 0xFF count too.
+  String& Trim();
+  /// Collapses runs of c. Deliberate: a run at the very start keeps two.
+  String& RemoveRepeats(char c);
+  String& LowerCase();
+
+  /// A copy in which each occurrence of `what` is replaced.
+  /// Deliberate: a remainder that is exactly one occurrence of `what` is kept.
+  String ReplaceAll(const char* what, const char* with, int caseSensitive) const;
+
+ private:
+  void prAllocMem(int n);
+  String Joined(const char* bytes, int count) const;
+
+  int length = 0;
+  int capacity = 0;
+  char* data = nullptr;
+  int fixed = 0;
+};
+
+/// A list of strings, 0-based. It owns copies of its entries.
+class TStrList {
+ public:
+  TStrList() = default;
+  TStrList(const TStrList& other);
+  TStrList& operator=(const TStrList& other);
+  ~TStrList() { Clear(); }
+
+  void Add(const String& s);
+  /// A copy of entry i; an index outside the list aborts the process.
+  String operator[](int i) const;
+  /// Removes entry i; an index outside the list aborts the process.
+  void Delete(int i);
+  void DeleteLast() { Delete(count - 1); }
+  void Clear();
+  int Count() const { return count; }
+  int Capacity() const { return capacity; }
+
+ private:
+  int count = 0;
+  int capacity = 0;
+  int* lengths = nullptr;
+  char** items = nullptr;
+};
+
+/// ASCII case change of one byte; any other byte comes back unchanged.
+inline char UpCase(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
+inline char LoCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
+
+/// ASCII case change in place, up to the terminator or over exactly n bytes; returns s.
+char* strupper(char* s);
+char* strlower(char* s);
+char* strupper(char* s, int n);
+char* strlower(char* s, int n);
+
+/// True when every byte up to the terminator is a digit or '-'; so for the empty text.
+bool isdecimalnum(const char* s);
+/// True when each of the first n bytes is a digit. Deliberate: this form accepts no '-'.
+bool isdecimalnum(const char* s, int n);
+
+/// 1-based position of the first occurrence of pat in buf; 0 for none, null pointers or empty
+/// sizes.
+int mempos(const char* buf, int len, const char* pat, int plen);
+/// The same without regard to ASCII case.
+int memposi(const char* buf, int len, const char* pat, int plen);

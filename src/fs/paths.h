@@ -1,0 +1,35 @@
+#pragma once
+
+#include "core/wqstring.h"
+
+/// Paths are byte strings with '/' as the only delimiter; positions are 1-based. Any thread.
+
+/// Position of the last byte of s that occurs in delims, 0 for none; zero bytes never count.
+int LastDelimiter(const char* delims, const String& s);
+/// Everything up to and including the last '/'; "" when there is none.
+String ExtractFilePath(const String& s);
+/// What follows the last '/', at most 4095 bytes.
+String ExtractFileName(const String& s);
+/// The last '.' of the last path component and what follows it, or "".
+String ExtractFileExt(const String& s);
+bool IsPathDelimiter(const String& s, int i);
+bool IsDelimiter(const char* delims, const String& s, int i);
+/// s with '/' at its end; "" becomes "/".
+String IncludeTrailingPathDelimiter(const String& s);
+/// s without a '/' at its end; "/" becomes "".
+String ExcludeTrailingPathDelimiter(const String& s);
+/// The working directory, "" when it cannot be told.
+String GetCurrentDir();
+/// Returns s: '~' is never expanded.
+String ExpandTilde(const String& s);
+/// The absolute form with "." and ".." components and repeated slashes removed.
+/// Deliberate: a "." or ".." directly after the root is kept ("/../a" stays).
+String ExpandFileName(const String& s);
+
+/// Single-byte forms of the multibyte helpers that path code is written with.
+inline bool isLeadByte(char) { return false; }
+inline int StrCharLength(const char*) { return 1; }
+inline int ByteType(const String&, int) { return 0; }
+inline const char* StrNextChar(const char* p) { return p + 1; }
+const char* AnsiStrPos(const char* s, const char* sub);
+int AnsiPos(const String& sub, const String& s);

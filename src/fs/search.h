@@ -1,0 +1,53 @@
+#pragma once
+
+#include <dirent.h>
+#include <stdint.h>
+
+#include "core/wqstring.h"
+
+/// Attribute bits of a folder entry.
+inline constexpr int AttrReadOnly = 0x01;   ///< not writable for this process
+inline constexpr int AttrHidden = 0x02;     ///< name starts with '.', except "." and ".."
+inline constexpr int AttrSystem = 0x04;     ///< neither a folder nor a regular file
+inline constexpr int AttrDirectory = 0x10;  ///< a folder, or a symbolic link to one
+inline constexpr int AttrSymLink = 0x40;    ///< a symbolic link
+inline constexpr int AttrAny = 0x3F;        ///< what a search may ask for
+
+/// One found entry and the state of its search. FindClose ends the search; a copy shares the open
+/// stream, and only one of the copies may go on with it. One thread at a time.
+struct TSearchRec {
+  int64_t ModifiedTime = 0;  ///< seconds since the epoch
+  int64_t ByteSize = 0;      ///< bytes
+  int Attributes = 0;
+  char EntryName[256] = {};
+  unsigned ModeBits = 0;
+  DIR* DirStream = nullptr;  ///< null when closed
+  unsigned ExcludeMask = 0;  ///< attribute bits that disqualify an entry
+  String SearchDir;          ///< ends in '/'
+  String SearchMask;
+};
+
+/// Starts a search for entries of `dir` (empty: the working directory) whose name matches `mask`
+/// (fnmatch without flags) and whose attribute bits were all asked for in `attr`.
+/// Deliberate: symbolic links are never reported, whatever `attr` asks for.
+/// @return 0 with the first entry in rec; -1 when none matched (the stream is closed then);
+///         errno when the folder cannot be opened
+int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec);
+/// The same with folder and mask in one path.
+int FindFirst(const char* path, int attr, TSearchRec& rec);
+/// The next entry: 0 found, -1 no more (the stream stays open).
+int FindNext(TSearchRec& rec);
+/// Closes the search; harmless when it is closed.
+void FindClose(TSearchRec& rec);
+
+/// Closes a search when it goes out of scope.
+class TSearchCloser {
+ public:
+  explicit TSearchCloser(TSearchRec& rec) : rec_(rec) {}
+  ~TSearchCloser() { FindClose(rec_); }
+  TSearchCloser(const TSearchCloser&) = delete;
+  TSearchCloser& operator=(const TSearchCloser&) = delete;
+
+ private:
+  TSearchRec& rec_;
+};

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <nettle/sha1.h>
+#include <stdint.h>
+
+/// CRC-32 (reflected polynomial 0xEDB88320).
+/// Deliberate: there is no final XOR, the value is the complement of the standard CRC-32.
+/// One thread at a time.
+class TCRC32 {
+ public:
+  void InitCRC() { register_ = 0xFFFFFFFFu; }
+  void UpdateCRC(unsigned char c);
+  /// len = -1: up to the terminator; a null pointer does nothing.
+  void UpdateCRC(const char* p, int len);
+  uint32_t GetCRC() const { return register_; }
+  /// The CRC of this block alone.
+  uint32_t GetBlockCRC(const char* p, int len);
+
+ private:
+  uint32_t register_ = 0xFFFFFFFFu;
+};
+
+/// SHA-1. One thread at a time.
+class THash_SHA {
+ public:
+  THash_SHA() { Init(); }
+  ~THash_SHA() { Burn(); }
+  THash_SHA(const THash_SHA&) = delete;
+  THash_SHA& operator=(const THash_SHA&) = delete;
+
+  void Init();
+  /// Erases everything the object holds and leaves it idle.
+  void Burn();
+  /// Adds len bytes; starts a hash when none is in progress.
+  void Update(const char* p, long len);
+  /// Ends the hash in progress; without one the process aborts.
+  void Final();
+  /// Digest of p's len bytes, or with a null p that of the last Final (a hash still in progress
+  /// aborts the process). The 20 bytes live inside the object.
+  const char* GetHash(const char* p, long len);
+  int GetHashSize() const { return SHA1_DIGEST_SIZE; }
+
+ private:
+  sha1_ctx context_;
+  uint8_t digest_[SHA1_DIGEST_SIZE];
+  bool initialized_;
+};

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <time.h>
+
+#include <memory>
+
+#include "core/wqstring.h"
+#include "protocol/twofish.h"
+
+/// Request packet (server to agent), integers little-endian, byte indexes from 0:
+///   0 L:4 | 4 marker 03 12 | 6 P:2 | 8 proof[P] | 8+P K:2 | 10+P key[K] | 10+P+K R:4 | 14+P+K
+///   text[R]
+/// L counts the bytes behind itself; L + 4 is the whole packet, nothing may follow.
+/// Reply packet (agent to server): N:4 | text[N].
+///
+/// The constants are 1-based positions (byte index + 1) and widths in bytes; the positions of the
+/// fields behind a variable one grow by that field's length.
+inline constexpr int SIZELEN_PACKET = 4;
+inline constexpr int SIZELEN_AUTH = 2;
+inline constexpr int SIZELEN_PSWD = 2;
+inline constexpr int SIZELEN_KEY = 2;
+inline constexpr int SIZELEN_REQUEST = 4;
+inline constexpr int OFFSET_PACKET = 1;
+inline constexpr int OFFSET_AUTH = OFFSET_PACKET + SIZELEN_PACKET;
+inline constexpr int OFFSET_PSWD = OFFSET_AUTH + SIZELEN_AUTH;
+inline constexpr int OFFSET_KEY = OFFSET_PSWD + SIZELEN_PSWD;
+inline constexpr int OFFSET_REQUEST = OFFSET_KEY + SIZELEN_KEY;
+inline constexpr int SIZELEN_MINIMUM =
+    SIZELEN_AUTH + SIZELEN_PSWD + SIZELEN_PACKET + SIZELEN_KEY + SIZELEN_REQUEST;
+
+/// Largest packet that is read: a peer that announces or sends more is refused, bytes.
+inline constexpr int kMaxPacketBytes = 16 * 1024 * 1024;
+
+/// The length of s as its `digits` low-order bytes, little-endian; digits > 4 aborts the process.
+String EncodeLength(const String& s, int digits);
+/// A length field: 4 signed, 2 and 1 unsigned, 0 and 3 give 0; digits > 4 aborts the process.
+int DecodeLength(const char* p, int digits);
+
+/// The stream cipher's state for one key text: a Twofish key schedule made of the text's SHA-1
+/// and the register that every text starts from. Preparing one costs far more than a short text;
+/// threads may share it.
+class TCipherKey {
+ public:
+  explicit TCipherKey(const String& key);
+  ~TCipherKey();
+  TCipherKey(const TCipherKey&) = delete;
+  TCipherKey& operator=(const TCipherKey&) = delete;
+
+  const Twofish_key& Schedule() const { return schedule_; }
+  const unsigned char* Start() const { return start_; }
+
+ private:
+  Twofish_key schedule_;
+  unsigned char start_[16];
+};
+using TCipher = std::shared_ptr<const TCipherKey>;
+
+/// Enciphers data (8-bit cipher feedback, same length). When digits is not 0, EncodeLength of the
+/// result stands in front. Empty data gives an empty result, without any length.
+String EncodeData(const String& data, const String& key, int digits);
+String EncodeData(const String& data, const TCipherKey& key, int digits);
+/// Deciphers data; a wrong key yields garbage of the same length.
+String DecodeData(const String& data, const String& key);
+String DecodeData(const String& data, const TCipherKey& key);
+
+/// Proof of a password: its 16 MD5 bytes, or "" for an empty one.
+String EncodePswd(const String& password);
+
+/// Reading of values in request texts. The String forms terminate the string in place first.
+/// 1 when the text is exactly "1".
+int qovDecodeBool(const char* text);
+int qovDecodeBool(String text);
+/// The atoi reading, saturated.
+int qovDecodeInt(const char* text);
+int qovDecodeInt(String text);
+/// The atof reading.
+double qovDecodeInt64(const char* text);
+double qovDecodeInt64(String text);
+double qovDecodeReal(const char* text);
+double qovDecodeReal(String text);
+/// Checked forms: 0, with *out untouched, when a byte is neither a digit nor '-'; else 1.
+/// Deliberate: "" is accepted as 0 and "1-2" as 1.
+int qovDecodeInt(const char* text, int* out);
+int qovDecodeInt(String text, int* out);
+int qovDecodeInt64(const char* text, double* out);
+int qovDecodeInt64(String text, double* out);
+/// DDMMYYYYhhmmss; all zero when not 14 characters. Deliberate: tm_mon is 1 to 12 and tm_year the
+/// full year, as read.
+struct tm qovDecodeTime(const char* text);
+struct tm qovDecodeTime(String text);
+
+/// Line breaks as "%0A" and "%0D", so that a value stays on one line; nothing else is escaped.
+/// len 0: up to the terminator; a null pointer gives "".
+String qovEncodeStrings(const char* p, int len);
+String qovEncodeStrings(const String& s);
+/// The reverse; only the upper-case forms are escapes.
+String qovDecodeStrings(const char* p, int len);
+String qovDecodeStrings(const String& s);

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <time.h>
+
+#include "core/wqstring.h"
+#include "protocol/qov_const.h"
+
+/// A reply under construction: the result code line, then value lines. One connection's thread.
+class QovReply : public String {
+ public:
+  QovReply() = default;
+  QovReply& operator=(const String& text);
+  QovReply& operator=(const char* text);
+
+  /// Starts with `text` and a line feed (null: empty); the packet will be enciphered under `key`.
+  /// @param cipher  the same key, prepared, where the caller has it
+  void InitPacket(const char* text, const String& key, TCipher cipher = nullptr);
+  /// Replaces everything by the code and a line feed; returns the reply for a text to be appended.
+  QovReply& SetResult(const char* code);
+  /// Ends an unfinished line.
+  void CommandSeparatorCheck();
+
+  /// Each adds one value line; encode not 0 escapes line breaks.
+  void AddStringParam(const String& s, int encode);
+  void AddStringParam(const char* s, int encode);
+  void AddBoolParam(int b);
+  void AddIntParam(int v);
+  /// "%6.0f": an integer of any size, at least six characters wide; at most 34 characters.
+  void AddIntParam(double v);
+  /// "%6.4f"; at most 34 characters.
+  void AddRealParam(double v);
+  /// DDMMYYYYhhmmss, local time.
+  void AddTimeParam(const time_t& t);
+  void AddTimeParam(const struct tm& t);
+  /// A formatted line, unescaped; nothing is added when it is longer than 2,047 characters.
+  void AddVarParams(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+  /// Turns the text into the packet to send; nothing may be added afterwards.
+  void FinalizePacket();
+
+ private:
+  void AddLine(const char* bytes, int count);
+
+  String key_;
+  TCipher cipher_;
+};

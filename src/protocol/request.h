@@ -1,0 +1,38 @@
+#pragma once
+
+#include <netinet/in.h>
+
+#include "core/wqstring.h"
+#include "protocol/qov_const.h"
+
+/// A request: first the packet as it arrives, after ParseInitRequest the plain text, whose lines
+/// are the command and its parameters. One connection's thread.
+class VxRequest : public String {
+ public:
+  VxRequest() = default;
+  VxRequest& operator=(const String& text);
+  VxRequest& operator=(const char* text);
+
+  /// 1 when the bytes received so far hold a whole packet, or announce one that can never be
+  /// accepted (a negative length, or more than kMaxPacketBytes); 0 while more must come.
+  int WholePacket() const;
+  /// Checks lengths, marker and password proof of the packet and deciphers it. `from` is for the
+  /// debug messages. Returns 1 with text and session key set; 0 with the packet kept as it was
+  /// and an empty session key.
+  int ParseInitRequest(const String& password, in_addr from);
+  String GetSessionKey() const { return sessionKey_; }
+  /// The prepared session key, null before a successful parse: a reply that takes it saves the
+  /// preparation.
+  const TCipher& SessionCipher() const { return cipher_; }
+
+  /// Number of line feeds in the text.
+  int GetParamsCount() const;
+  /// Line n, counted from 1 (n <= 1 gives line 1), "" behind the end; trim not 0 trims it.
+  String GetParam(int n, int trim) const;
+  /// Value of the first line "name = value" with exactly this name, trimmed; "" for none.
+  String GetNamedParam(const char* name) const;
+
+ private:
+  String sessionKey_;
+  TCipher cipher_;
+};
