@@ -3,6 +3,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <stddef.h>
+#include <stdint.h>
 
 #include <mutex>
 
@@ -21,7 +22,7 @@ inline constexpr int kIpNotConnected = -6;
 /// Generic texts for callers that want one; the helpers put their own into the caller's String.
 extern const char* const ipErrMsg[8];
 
-/// Guards the conversions of this module that are not re-entrant.
+/// For conversions that are not re-entrant. The ones of this module all are, so none takes it.
 extern std::mutex iplib_mutex;
 
 /// Text of a system error number. Deliberate: always empty with the GNU C library, whose
@@ -35,7 +36,8 @@ char* inet_ntoa_safe(in_addr addr, char* dst, int size);
 namespace iplib {
 
 /// Re-entrant look-up with the C library function's name and arguments; the record's pointers
-/// refer to buf. Returns 0 with *out = result and *err = 0, or -1 with *err = errno.
+/// refer to buf. Returns 0 with *out = result and *err = 0, or -1 with *err = errno (ERANGE when
+/// buf is too small for the record).
 int gethostbyname_r(const char* name, hostent* result, char* buf, size_t buflen, hostent** out,
                     int* err);
 
@@ -59,10 +61,21 @@ String IP2String(unsigned int ip);
 int TcpListen(const char* host, int port, unsigned int* addrlen, String& err);
 int TcpListen(const char* host, const char* service, unsigned int* addrlen, String& err);
 
+/// Waits until one of `events` (as in poll) or trouble shows on the socket.
+/// @param timeoutMs  milliseconds; a negative one is an error
+/// @return 1 when something showed, 0 when the time is over, -1 with errno set
+int WaitForSocket(int sock, short events, int64_t timeoutMs);
+
+/// Waits for data and receives once, at most `size` bytes.
+/// @param timeoutMs  milliseconds; a negative one waits in vain
+/// @return bytes received; 0 with an empty `err` when the peer closed; kIpTimeout or
+///         kIpNotReceived
+int ReceiveOnce(int sock, void* buf, int size, int64_t timeoutMs, String& err);
+
 /// Opens a TCP connection to a dotted address or a name.
 /// @param sock       out: the descriptor or -1; left open in every case, the caller closes it
 /// @param timeoutMs  0 blocks until the system gives up, and leaves the socket blocking;
-///                   any other value leaves it non-blocking
+///                   any other value leaves it non-blocking, a negative one fails
 /// @return kIpOk, kIpTimeout, kIpUnresolved, kIpNoSocket or kIpNotConnected
 int PerformConnect(int& sock, const char* host, int port, int timeoutMs, String& err);
 

@@ -1,0 +1,303 @@
+#include "core/iplib.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <poll.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <time.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <vector>
+
+#include "core/owned.h"
+
+const char* const ipErrMsg[8] = {
+    "Winsock error",        "Connection error",
+    "Cannot read data",     "Cannot send data",
+    "Cannot create socket", "Cannot resolve host name to IP address",
+    "Cannot init WinSock",  "Timeout",
+};
+
+std::mutex iplib_mutex;
+
+namespace {
+
+constexpr char kTimeoutText[] = "Timeout";
+constexpr int kListenBacklog = 512;
+constexpr size_t kLookUpBytes = 2048;
+constexpr size_t kMaxLookUpBytes = 1024 * 1024;
+constexpr int64_t kForeverMs = int64_t{50} * 365 * 24 * 3600 * 1000;
+
+using TClock = std::chrono::steady_clock;
+
+TClock::time_point DeadlineAfter(int64_t timeoutMs) {
+  return TClock::now() + std::chrono::milliseconds(std::min(timeoutMs, kForeverMs));
+}
+
+/// 1 when something showed, 0 at the deadline, -1 with errno set.
+int WaitUntil(int sock, short events, TClock::time_point deadline) {
+  for (;;) {
+    const auto left = std::max(deadline - TClock::now(), TClock::duration::zero());
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+    const timespec limit{seconds.count(), std::chrono::nanoseconds(left - seconds).count()};
+    pollfd waited{sock, events, 0};
+    const int ready = ppoll(&waited, 1, &limit, nullptr);
+    if (ready != -1 || errno != EINTR) return ready;
+  }
+}
+
+int Fail(int result, String& err) {
+  err = GetErrorStr(errno);
+  return result;
+}
+
+/// Puts the first address of the host's record into ip when the record's addresses have
+/// `addressBytes` bytes.
+int LookUp(const char* host, int addressBytes, unsigned* ip, String& err) {
+  std::vector<char> buf(kLookUpBytes);
+  hostent record;
+  hostent* found = nullptr;
+  int error = 0;
+  while (iplib::gethostbyname_r(host, &record, buf.data(), buf.size(), &found, &error) != 0) {
+    if (error != ERANGE || buf.size() >= kMaxLookUpBytes) {
+      err = "Cannot resolve server name to IP address";
+      return kIpUnresolved;
+    }
+    buf.resize(buf.size() * 2);
+  }
+  if (record.h_length != addressBytes) {
+    err = "Name resolution error: unknown address structure";
+    return kIpUnresolved;
+  }
+  memcpy(ip, record.h_addr_list[0], sizeof *ip);
+  return kIpOk;
+}
+
+int Resolve(const char* host, int addressBytes, unsigned* ip, String& err) {
+  const in_addr_t dotted = inet_addr(host);
+  if (dotted == INADDR_NONE) return LookUp(host, addressBytes, ip, err);
+  *ip = dotted;
+  return kIpOk;
+}
+
+/// Only the low 16 bits of the port are used.
+sockaddr_in MakeAddress(unsigned ip, int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = ip;
+  return address;
+}
+
+int ResolvePeer(const char* host, int port, sockaddr_in& peer, String& err) {
+  unsigned ip = 0;
+  const int result = Resolve(host, sizeof ip, &ip, err);
+  peer = MakeAddress(ip, port);
+  return result;
+}
+
+int Connect(int sock, const sockaddr_in& peer) {
+  return connect(sock, reinterpret_cast<const sockaddr*>(&peer), sizeof peer);
+}
+
+/// Waits for a connection under way and tells its outcome.
+int FinishConnect(int sock, int64_t timeoutMs, String& err) {
+  const int ready = WaitForSocket(sock, POLLOUT, timeoutMs);
+  if (ready == 0) {
+    err = kTimeoutText;
+    return kIpTimeout;
+  }
+  int pending = 0;
+  socklen_t size = sizeof pending;
+  if (ready == -1 || getsockopt(sock, SOL_SOCKET, SO_ERROR, &pending, &size) == -1 ||
+      pending != 0 || size != sizeof pending) {
+    return Fail(kIpNotConnected, err);
+  }
+  return kIpOk;
+}
+
+struct TAddressListFree {
+  void operator()(addrinfo* list) const { freeaddrinfo(list); }
+};
+using TAddressList = std::unique_ptr<addrinfo, TAddressListFree>;
+
+TFd Bind(const addrinfo& entry) {
+  TFd sock(socket(entry.ai_family, entry.ai_socktype | SOCK_CLOEXEC, entry.ai_protocol));
+  if (!sock) return sock;
+  const int on = 1;
+  setsockopt(sock.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  if (bind(sock.Get(), entry.ai_addr, entry.ai_addrlen) == -1) sock.Reset();
+  return sock;
+}
+
+}  // namespace
+
+String GetErrorStr(int errnum) {
+  char text[1024] = {};
+  // Zero is the success of the POSIX form; the GNU form returns a pointer, which never is.
+  return strerror_r(errnum, text, sizeof text) == 0 ? String(text) : String();
+}
+
+char* inet_ntoa_safe(in_addr addr, char* dst, int size) {
+  char text[INET_ADDRSTRLEN] = {};
+  inet_ntop(AF_INET, &addr, text, sizeof text);
+  snprintf(dst, static_cast<size_t>(size), "%s", text);
+  dst[size - 1] = 0;
+  return dst;
+}
+
+int iplib::gethostbyname_r(const char* name, hostent* result, char* buf, size_t buflen,
+                           hostent** out, int* err) {
+  int hostError = 0;
+  hostent* found = nullptr;
+  if (::gethostbyname_r(name, result, buf, buflen, &found, &hostError) != 0 || found == nullptr) {
+    *err = errno;
+    return -1;
+  }
+  *out = found;
+  *err = 0;
+  return 0;
+}
+
+int GetHostIP(const char* host, unsigned int* ip, String& err) {
+  err = "";
+  // Deliberate: no IPv4 record has addresses of this width, so that names are always refused.
+  constexpr int kRefusingWidth = 8;
+  return Resolve(host, kRefusingWidth, ip, err);
+}
+
+unsigned int GetMyIP() {
+  char name[254] = {};
+  if (gethostname(name, sizeof name - 1) == -1) return 0;
+  unsigned ip = 0;
+  String err;
+  return GetHostIP(name, &ip, err) == kIpOk ? ip : 0;
+}
+
+String IP2String(unsigned int ip) {
+  char text[24];
+  return inet_ntoa_safe(in_addr{ip}, text, sizeof text);
+}
+
+int TcpListen(const char* host, int port, unsigned int* addrlen, String& err) {
+  char service[16];
+  snprintf(service, sizeof service, "%d", port);
+  return TcpListen(host, service, addrlen, err);
+}
+
+int TcpListen(const char* host, const char* service, unsigned int* addrlen, String& err) {
+  err = "";
+  addrinfo hints{};
+  hints.ai_flags = AI_PASSIVE;
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  const int error = getaddrinfo(host, service, &hints, &found);
+  if (error != 0) {
+    err = gai_strerror(error);
+    return 0;
+  }
+  const TAddressList list(found);
+  TFd sock;
+  const addrinfo* entry = list.get();
+  while (entry != nullptr && !(sock = Bind(*entry))) entry = entry->ai_next;
+  if (entry == nullptr) {
+    err = "socket() or bind() error";
+    return 0;
+  }
+  if (listen(sock.Get(), kListenBacklog) == -1) {
+    err = "listen() error";
+    return 0;
+  }
+  if (addrlen != nullptr) *addrlen = entry->ai_addrlen;
+  return sock.Release();
+}
+
+int WaitForSocket(int sock, short events, int64_t timeoutMs) {
+  if (timeoutMs < 0) {
+    errno = EINVAL;
+    return -1;
+  }
+  return WaitUntil(sock, events, DeadlineAfter(timeoutMs));
+}
+
+int ReceiveOnce(int sock, void* buf, int size, int64_t timeoutMs, String& err) {
+  const TClock::time_point deadline = DeadlineAfter(timeoutMs);
+  while (timeoutMs >= 0 && WaitUntil(sock, POLLIN, deadline) > 0) {
+    // Readiness may prove false (a datagram with a bad checksum): wait on, do not block.
+    const ssize_t count = recv(sock, buf, static_cast<size_t>(size), MSG_DONTWAIT);
+    if (count >= 0) return static_cast<int>(count);
+    if (errno == ETIMEDOUT) break;
+    if (errno != EAGAIN && errno != EINTR) return Fail(kIpNotReceived, err);
+  }
+  err = kTimeoutText;
+  return kIpTimeout;
+}
+
+int PerformConnect(int& sock, const char* host, int port, int timeoutMs, String& err) {
+  err = "";
+  sock = -1;
+  sockaddr_in peer;
+  const int resolved = ResolvePeer(host, port, peer, err);
+  if (resolved != kIpOk) return resolved;
+  sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (sock == -1) return Fail(kIpNoSocket, err);
+  if (timeoutMs == 0) {
+    if (Connect(sock, peer) == 0) return kIpOk;
+    // An interrupted connect goes on in the background.
+    return errno == EINTR ? FinishConnect(sock, kForeverMs, err) : Fail(kIpNotConnected, err);
+  }
+  int on = 1;
+  if (ioctl(sock, FIONBIO, &on) == -1) {
+    err = String("ioctl error - ") + GetErrorStr(errno);
+    return kIpNoSocket;
+  }
+  if (Connect(sock, peer) == -1 && errno != EINPROGRESS && errno != EALREADY && errno != EISCONN) {
+    return Fail(kIpNotConnected, err);
+  }
+  return FinishConnect(sock, timeoutMs, err);
+}
+
+int TCPConnect(const char* host, int port, int timeoutMs, String& err) {
+  int sock = -1;
+  const int result = PerformConnect(sock, host, port, timeoutMs, err);
+  const TFd closer(sock);
+  return result;
+}
+
+int SendReceiveTCPPacket(const char* host, int port, int timeoutMs, void* sendBuf, void* recvBuf,
+                         int sendLen, int recvLen, String& err) {
+  int descriptor = -1;
+  const int connected = PerformConnect(descriptor, host, port, timeoutMs, err);
+  const TFd sock(descriptor);
+  if (connected != kIpOk) return connected;
+  if (sendLen > 0 && TEMP_FAILURE_RETRY(send(sock.Get(), sendBuf, static_cast<size_t>(sendLen),
+                                             MSG_NOSIGNAL)) == -1) {
+    return Fail(kIpNotSent, err);
+  }
+  return recvLen > 0 ? ReceiveOnce(sock.Get(), recvBuf, recvLen, timeoutMs, err) : kIpOk;
+}
+
+int SendReceiveUDPPacket(const char* host, int port, int timeoutSec, void* sendBuf, void* recvBuf,
+                         int sendLen, int recvLen, String& err) {
+  err = "";
+  sockaddr_in peer;
+  const int resolved = ResolvePeer(host, port, peer, err);
+  if (resolved != kIpOk) return resolved;
+  const TFd sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!sock) return Fail(kIpNoSocket, err);
+  ssize_t sent = 0;
+  if (sendLen > 0) {
+    sent =
+        TEMP_FAILURE_RETRY(sendto(sock.Get(), sendBuf, static_cast<size_t>(sendLen), MSG_NOSIGNAL,
+                                  reinterpret_cast<const sockaddr*>(&peer), sizeof peer));
+    if (sent == -1) return Fail(kIpNotSent, err);
+  }
+  if (recvLen <= 0) return static_cast<int>(sent);
+  return ReceiveOnce(sock.Get(), recvBuf, recvLen, int64_t{timeoutSec} * 1000, err);
+}
