@@ -1,0 +1,47 @@
+#pragma once
+
+#include <stdint.h>
+#include <sys/types.h>
+
+#include <mutex>
+
+#include "core/owned.h"
+#include "core/wqstring.h"
+
+/// Guards the counter of unique temporary names.
+extern std::mutex fidmutex;
+
+/// A number that no two running threads of this host's agents share: made of the process and the
+/// thread identifier. Only good for telling temporary names apart.
+int64_t GetUniqueThreadID();
+
+/// Writes a path in the folder for temporary files into `buf`; no file is made.
+/// @param size  of buf, bytes, at least 16
+/// @param name  file name to use as it is, cut when it does not fit; null makes a name that no
+///              regular file has yet
+/// @return 1, or 0 with `buf` empty when the folder's name does not fit or no name was free
+/// Any thread.
+int gettempfilename(char* buf, int size, const char* name);
+
+/// Owns the path of one temporary file and unlinks it when it goes out of scope. Its own opens
+/// never follow a symbolic link. One thread at a time.
+class TTempFile {
+ public:
+  TTempFile() = default;
+  ~TTempFile();
+  TTempFile(const TTempFile&) = delete;
+  TTempFile& operator=(const TTempFile&) = delete;
+
+  /// Chooses the path (see gettempfilename) and unlinks what stands there, so that whoever creates
+  /// the file next gets a new one. False when no name could be made.
+  bool Choose(const char* name);
+  const char* Path() const { return path_; }
+  /// Creates the file, empty and with mode 0600; fails when something has that path. Returns the
+  /// descriptor, open for writing, or none with errno set.
+  TFd Create();
+  /// Opens the file for reading; null when it is not there or is not a regular file.
+  TFile OpenText() const;
+
+ private:
+  char path_[512] = {};
+};
