@@ -29,10 +29,11 @@ class QovReply : public String {
   void AddIntParam(double v);
   /// "%6.4f"; at most 34 characters.
   void AddRealParam(double v);
-  /// DDMMYYYYhhmmss, local time.
+  /// DDMMYYYYhhmmss, local time; a time without a calendar date is written as an all-zero record.
   void AddTimeParam(const time_t& t);
   void AddTimeParam(const struct tm& t);
-  /// A formatted line, unescaped; nothing is added when it is longer than 2,047 characters.
+  /// A formatted line, unescaped; cut after 2,047 characters, but nothing is added when it has
+  /// more than 2,048.
   void AddVarParams(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
   /// Turns the text into the packet to send; nothing may be added afterwards.

@@ -1,0 +1,114 @@
+#include "protocol/reply.h"
+
+#include <stdarg.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr int kNumberBytes = 35;
+constexpr int kVarBytes = 2048;
+constexpr int64_t kMaxGrowth = int64_t{1} << 30;
+
+}  // namespace
+
+QovReply& QovReply::operator=(const String& text) {
+  String::operator=(text);
+  return *this;
+}
+
+QovReply& QovReply::operator=(const char* text) {
+  String::operator=(text);
+  return *this;
+}
+
+void QovReply::InitPacket(const char* text, const String& key, TCipher cipher) {
+  *this = text;
+  if (text != nullptr) AddChar('\n');
+  key_ = key;
+  cipher_ = std::move(cipher);
+}
+
+QovReply& QovReply::SetResult(const char* code) {
+  *this = code;
+  AddChar('\n');
+  return *this;
+}
+
+void QovReply::CommandSeparatorCheck() {
+  if (!Empty() && (*this)[Length()] != '\n') AddChar('\n');
+}
+
+void QovReply::AddLine(const char* bytes, int count) {
+  // Grown by half, so that a long list is copied a few times only.
+  const int64_t needed = int64_t{Length()} + count + 2;
+  if (needed > Capacity()) {
+    Reserve(static_cast<int>(std::max(needed, std::min(needed * 3 / 2, kMaxGrowth))));
+  }
+  CommandSeparatorCheck();
+  AddData(bytes, count);
+  AddChar('\n');
+}
+
+void QovReply::AddStringParam(const String& s, int encode) {
+  if (encode == 0) {
+    AddLine(s.CStr(), s.Length());
+  } else {
+    const String escaped = qovEncodeStrings(s);
+    AddLine(escaped.CStr(), escaped.Length());
+  }
+}
+
+void QovReply::AddStringParam(const char* s, int encode) { AddStringParam(String(s), encode); }
+
+void QovReply::AddBoolParam(int b) { AddLine(b != 0 ? "1" : "0", 1); }
+
+void QovReply::AddIntParam(int v) {
+  char text[kNumberBytes];
+  AddLine(text, snprintf(text, sizeof text, "%d", v));
+}
+
+void QovReply::AddIntParam(double v) {
+  char text[kNumberBytes];
+  AddLine(text, std::min(snprintf(text, sizeof text, "%6.0f", v), kNumberBytes - 1));
+}
+
+void QovReply::AddRealParam(double v) {
+  char text[kNumberBytes];
+  AddLine(text, std::min(snprintf(text, sizeof text, "%6.4f", v), kNumberBytes - 1));
+}
+
+void QovReply::AddTimeParam(const time_t& t) {
+  struct tm local = {};
+  if (localtime_r(&t, &local) == nullptr) local = {};
+  AddTimeParam(local);
+}
+
+void QovReply::AddTimeParam(const struct tm& t) {
+  // In long, since the year of a far-off time reaches the end of int.
+  char text[96];
+  const int count = snprintf(text, sizeof text, "%2.2d%2.2ld%4.4ld%2.2d%2.2d%2.2d", t.tm_mday,
+                             t.tm_mon + 1L, t.tm_year + 1900L, t.tm_hour, t.tm_min, t.tm_sec);
+  AddLine(text, count);
+}
+
+void QovReply::AddVarParams(const char* format, ...) {
+  char text[kVarBytes];
+  va_list args;
+  va_start(args, format);
+  const int count = vsnprintf(text, sizeof text, format, args);
+  va_end(args);
+  if (count < 0 || count > kVarBytes) return;
+  AddLine(text, std::min(count, kVarBytes - 1));
+}
+
+void QovReply::FinalizePacket() {
+  CommandSeparatorCheck();
+  AddChar('\r');
+  String::operator=(cipher_ != nullptr ? EncodeData(*this, *cipher_, SIZELEN_PACKET)
+                                       : EncodeData(*this, key_, SIZELEN_PACKET));
+}
