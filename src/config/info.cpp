@@ -1,0 +1,235 @@
+#include "config/info.h"
+
+#include <string.h>
+#include <sys/utsname.h>
+
+#include <vector>
+
+#include "config/settings.h"
+#include "config/status.h"
+#include "protocol/resultcodes.h"
+
+namespace {
+
+/// A test or action as "GetInfo" names it, and its enable.
+struct TReported {
+  const char* name;
+  int TQovSettings::*enable;
+};
+
+constexpr TReported kTests[] = {
+    {"TCP", &TQovSettings::tcp},
+    {"UDP", &TQovSettings::udp},
+    {"UNC", &TQovSettings::unc},
+    {"Folder Size", &TQovSettings::foldersize},
+    {"Count Files", &TQovSettings::countfiles},
+    {"File Availability", &TQovSettings::fileexists},
+    {"File Integrity", &TQovSettings::filecrc},
+    {"File Compare", &TQovSettings::comparefiles},
+    {"Text Log", &TQovSettings::textlog},
+    {"Process", &TQovSettings::process},
+    {"CPU Usage", &TQovSettings::cpuusage},
+    {"External", &TQovSettings::external},
+    {"Shell Script", &TQovSettings::shellscript},
+};
+
+constexpr TReported kActions[] = {
+    {"Execute external command", &TQovSettings::executeaction},
+    {"TCP/UDP send", &TQovSettings::tcpudpaction},
+    {"Syslog", &TQovSettings::syslogaction},
+};
+
+/// A setting that "SetSettings" stores. `text` is null for a number.
+struct TRemoteKey {
+  const char* name;  ///< compared exactly
+  String TQovSettings::*text;
+  int TQovSettings::*number;
+  String (*decodeText)(const String& value);
+  int (*decodeNumber)(String value);
+};
+
+String AsItStands(const String& value) { return value; }
+
+constexpr TRemoteKey Text(const char* name, String TQovSettings::*field) {
+  return {name, field, nullptr, AsItStands, nullptr};
+}
+constexpr TRemoteKey Lines(const char* name, String TQovSettings::*field) {
+  return {name, field, nullptr, qovDecodeStrings, nullptr};
+}
+constexpr TRemoteKey Number(const char* name, int TQovSettings::*field) {
+  return {name, nullptr, field, nullptr, qovDecodeInt};
+}
+constexpr TRemoteKey Flag(const char* name, int TQovSettings::*field) {
+  return {name, nullptr, field, nullptr, qovDecodeBool};
+}
+
+// Deliberate: "Shell Script" is reported but cannot be set from afar.
+constexpr TRemoteKey kRemoteKeys[] = {
+    Text("Comment", &TQovSettings::comment),
+    Number("Port", &TQovSettings::port),
+    Number("Timeout", &TQovSettings::timeout),
+    Text("Password", &TQovSettings::password),
+    Flag("LogOkConn", &TQovSettings::logsuccess),
+    Flag("LogBadConn", &TQovSettings::logfails),
+    Text("OkLogFile", &TQovSettings::oklogfile),
+    Text("BadLogFile", &TQovSettings::badlogfile),
+    Flag("Ping", &TQovSettings::ping),
+    Flag("TCP", &TQovSettings::tcp),
+    Flag("UDP", &TQovSettings::udp),
+    Flag("UNC", &TQovSettings::unc),
+    Flag("Drive Space", &TQovSettings::freespace),
+    Flag("Folder Size", &TQovSettings::foldersize),
+    Flag("Count Files", &TQovSettings::countfiles),
+    Flag("File Availability", &TQovSettings::fileexists),
+    Flag("File Compare", &TQovSettings::comparefiles),
+    Flag("Text Log", &TQovSettings::textlog),
+    Flag("File Integrity", &TQovSettings::filecrc),
+    Flag("Process", &TQovSettings::process),
+    Flag("Service", &TQovSettings::service),
+    Flag("NT Event Log", &TQovSettings::ntlog),
+    Flag("CPU Usage", &TQovSettings::cpuusage),
+    Flag("Perf Counter", &TQovSettings::perfcounter),
+    Flag("Script", &TQovSettings::script),
+    Flag("External", &TQovSettings::external),
+    Flag("SNMP", &TQovSettings::snmp),
+    Flag("Execute external command", &TQovSettings::executeaction),
+    Flag("TCP/UDP send", &TQovSettings::tcpudpaction),
+    Flag("Syslog", &TQovSettings::syslogaction),
+    Flag("IPFiltering", &TQovSettings::filteractive),
+    Lines("IPFilterAddr", &TQovSettings::filterlist),
+    Text("IPFilterMarks", &TQovSettings::filtermarks),
+    Flag("AllowUpdates", &TQovSettings::allowupdates),
+    Flag("AllowRManage", &TQovSettings::allowmanage),
+    Text("UpdateAddr", &TQovSettings::updateaddr),
+    Text("ManageAddr", &TQovSettings::manageaddr),
+};
+
+struct TAssignment {
+  const TRemoteKey* key;
+  String value;
+};
+
+const char* FlagText(int flag) { return flag != 0 ? "1" : "0"; }
+
+void AddText(QovReply& reply, const char* key, const String& value) {
+  reply.AddStringParam(String(key) + "=" + value, 0);
+}
+
+void AddLines(QovReply& reply, const char* key, const String& value) {
+  reply.AddStringParam(String(key) + "=" + value, 1);
+}
+
+template <size_t kCount>
+void AddReported(QovReply& reply, const TQovSettings& settings, const char* what,
+                 const TReported (&table)[kCount]) {
+  String names;
+  String enables;
+  for (const TReported& row : table) {
+    (names += row.name) += "\r\n";
+    enables += FlagText(settings.*row.enable);
+  }
+  AddLines(reply, (String("Available ") + what).CStr(), names);
+  AddText(reply, (String("Enabled ") + what).CStr(), enables);
+}
+
+void AddCounter(QovReply& reply, const char* key, const std::atomic<uint32_t>& counter) {
+  reply.AddVarParams("%s=%d", key, static_cast<int>(counter.load()));
+}
+
+void AddHost(QovReply& reply) {
+  utsname host;
+  if (uname(&host) != 0) return;
+  AddText(reply, "HostName", host.nodename);
+  AddText(reply, "RunningOS", String(host.sysname) + " " + host.release + " " + host.version);
+  AddText(reply, "OSUpdates", "not implemented");
+}
+
+void AddStatus(QovReply& reply, const TQovSettings& settings) {
+  reply.SetResult(kResultDone);
+  reply.AddVarParams("%s=%s", "AgentName", AgentStatus.AgentName);
+  reply.AddVarParams("%s=%s", "AgentPlatform", AgentStatus.AgentPlatform);
+  reply.AddVarParams("%s=%s", "AgentVersion", AgentStatus.AgentVersion);
+  reply.AddVarParams("%s=%s", "AgentDeveloper", AgentStatus.AgentDeveloper);
+  reply.AddVarParams("Service=%s", FlagText(AgentStatus.Service));
+  reply.AddVarParams("Active=%s", FlagText(AgentStatus.Active));
+  AddCounter(reply, "ActiveConnections", AgentStatus.ActiveConnections);
+  AddCounter(reply, "OpenedConnections", AgentStatus.OpenedConnections);
+  AddCounter(reply, "FailedConnections", AgentStatus.FailedConnections);
+  AddReported(reply, settings, "tests", kTests);
+  reply.AddVarParams("%s=%d", "Port", settings.port);
+  reply.AddVarParams("%s=%d", "Timeout", settings.timeout);
+  AddText(reply, "Comment", settings.comment);
+  AddReported(reply, settings, "actions", kActions);
+  AddHost(reply);
+}
+
+void AddSettings(QovReply& reply, const TQovSettings& settings) {
+  AddText(reply, "LogOkConn", FlagText(settings.logsuccess));
+  AddText(reply, "LogBadConn", FlagText(settings.logfails));
+  AddText(reply, "OkLogFile", settings.oklogfile);
+  AddText(reply, "BadLogFile", settings.badlogfile);
+  AddText(reply, "Password", settings.password);
+  AddText(reply, "IPFiltering", FlagText(settings.filteractive));
+  AddLines(reply, "IPFilterAddr", settings.filterlist);
+  AddText(reply, "IPFilterMarks", settings.filtermarks);
+  AddText(reply, "AllowUpdates", FlagText(settings.allowupdates));
+  AddText(reply, "AllowRManage", FlagText(settings.allowmanage));
+  AddText(reply, "UpdateAddr", settings.updateaddr);
+  AddText(reply, "ManageAddr", settings.manageaddr);
+}
+
+const TRemoteKey* FindRemoteKey(const String& name) {
+  for (const TRemoteKey& key : kRemoteKeys) {
+    if (name == key.name) return &key;
+  }
+  return nullptr;
+}
+
+/// The parameters that set a known key, in their order.
+std::vector<TAssignment> ParseAssignments(const VxRequest& params) {
+  std::vector<TAssignment> assignments;
+  int done = 0;
+  // The lines are walked rather than asked for by number, so that many of them cost linear time.
+  // Deliberate: what stands behind the last line feed is no parameter.
+  while (const int length = mempos(params.CStr() + done, params.Length() - done, "\n", 1)) {
+    const String line = params.Copy(done + 1, length - 1);
+    done += length;
+    const int equals = line.Pos('=');
+    if (equals == 0) continue;
+    const TRemoteKey* key = FindRemoteKey(line.Copy(1, equals - 1).Trim());
+    if (key == nullptr) continue;
+    assignments.push_back({key, line.Copy(equals + 1, line.Length()).Trim()});
+  }
+  return assignments;
+}
+
+void Apply(TQovSettings& settings, const void* context) {
+  for (const TAssignment& item : *static_cast<const std::vector<TAssignment>*>(context)) {
+    const TRemoteKey& key = *item.key;
+    if (key.text != nullptr) {
+      settings.*key.text = key.decodeText(item.value);
+    } else {
+      settings.*key.number = key.decodeNumber(item.value);
+    }
+  }
+}
+
+}  // namespace
+
+void GetAgentStatus(const VxRequest&, QovReply& reply) { AddStatus(reply, *CurrentSettings()); }
+
+void GetAgentSettings(const VxRequest&, QovReply& reply) {
+  const TSettingsView settings = CurrentSettings();
+  AddStatus(reply, *settings);
+  AddSettings(reply, *settings);
+}
+
+void SetAgentSettings(const VxRequest& params, QovReply& reply) {
+  const std::vector<TAssignment> assignments = ParseAssignments(params);
+  String err;
+  if (ChangeAndSaveSettings(Apply, &assignments, err) != 0) {
+    reply.SetResult(kResultDone);
+  } else {
+    reply.SetResult(kResultFailed) += err;
+  }
+}

@@ -1,0 +1,245 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "config/settings.h"
+#include "config/settingslines.h"
+#include "core/owned.h"
+#include "fs/filefacts.h"
+#include "fs/paths.h"
+#include "protocol/qov_const.h"
+
+namespace {
+
+constexpr char kLineEnd[] = "\r\n";
+constexpr int kLineEndBytes = 2;
+
+String Quoted(const char* text, const String& path) { return String(text) + " '" + path + "'"; }
+
+// Reading
+
+void StoreValue(TQovSettings& record, const TSettingKey& key, const String& value) {
+  switch (key.form) {
+    case formText:
+      record.*key.text = value;
+      break;
+    case formLines: {
+      String items = qovDecodeStrings(value);
+      record.*key.text = items.Trim().RemoveRepeats(' ').ReplaceAll(" ", "\r\n", 1);
+      break;
+    }
+    case formNumber:
+      record.*key.number = qovDecodeInt(value);
+      break;
+    case formNumberOnce:
+      if (record.*key.number == 0) record.*key.number = qovDecodeInt(value);
+      break;
+    case formFlag:
+      record.*key.number = !value.Empty() && value[1] == '1' ? 1 : 0;
+      break;
+  }
+}
+
+void SetDefaults(TQovSettings& record) {
+  for (const TSettingKey& key : kSettingKeys) {
+    if (key.preset != nullptr) StoreValue(record, key, key.preset);
+  }
+  record.service = 0;
+  record.ntlog = 0;
+  record.perfcounter = 0;
+  record.snmp = 1;
+  record.reserved = 0;
+}
+
+void StoreLines(TQovSettings& record, const String& text) {
+  TSettingsLines lines(text);
+  for (TSettingsLine line; lines.Next(line);) {
+    if (!line.assigns) continue;
+    const TSettingKey* key = FindSettingKey(line.key);
+    if (key == nullptr) continue;
+    StoreValue(record, *key, line.value);
+    // Deliberate: whichever record is being loaded, the process learns its own path.
+    if (key->text == &TQovSettings::qovpath) QovSettings.qovpath = line.value;
+  }
+}
+
+/// The reasons why the record cannot be served, one a line; "" when it can.
+String MandatoryFaults(const TQovSettings& record) {
+  String faults;
+  if (record.port == 0) faults += "  TCP post is not specified!\n";
+  if (record.password.Empty()) faults += "  Password is not specified!\n";
+  if (record.qovpath.Empty() || record.qovpath[1] != '/') {
+    faults += "  Full path to the agent is not specified!\n";
+  } else if (!FileExists(record.qovpath.CStr())) {
+    faults += "  Invalid path to the agent!\n";
+  }
+  return faults;
+}
+
+// Writing
+
+/// A text as it can stand on one line and reads back: line breaks become blanks, and none are
+/// left at its ends.
+String OneLine(const String& text) {
+  String line;
+  line.Reserve(text.Length());
+  for (int i = 1; i <= text.Length(); ++i) {
+    const bool pair = text[i] == '\r' && i < text.Length() && text[i + 1] == '\n';
+    line += text[i] == '\r' || text[i] == '\n' ? ' ' : text[i];
+    if (pair) ++i;
+  }
+  const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
+  int first = 1;
+  int last = line.Length();
+  while (first <= last && isBlank(line[first])) ++first;
+  while (last >= first && isBlank(line[last])) --last;
+  return line.Copy(first, last - first + 1);
+}
+
+String ValueText(const TQovSettings& record, const TSettingKey& key) {
+  if (key.text != nullptr) return OneLine(record.*key.text);
+  if (key.form == formFlag) return record.*key.number != 0 ? "1" : "0";
+  char digits[16];
+  snprintf(digits, sizeof digits, "%d", record.*key.number);
+  return digits;
+}
+
+/// Bytes a value may have behind `before` others, so that the line is read back in one piece.
+int RoomBehind(int before) { return kSettingsLineBytes - kLineEndBytes - before; }
+
+/// Puts the value into the line. False when the line has no room for any: it is left alone then.
+bool ReplaceValue(TSettingsLine& line, const TSettingKey& key, const String& value) {
+  String& bytes = line.bytes;
+  const int before = line.valueAt - 1;
+  const int room = RoomBehind(before);
+  if (room < 1) return false;
+  if (key.form == formFlag) {
+    const int replaced = line.value.Empty() ? 0 : 1;
+    bytes = bytes.Copy(1, before) + value + bytes.Copy(line.valueAt + replaced, bytes.Length());
+  } else {
+    bytes = bytes.Copy(1, before) + value.Copy(1, room) + kLineEnd;
+  }
+  return true;
+}
+
+/// The configuration text with the record's values in the place of the old ones, and the keys that
+/// it lacks behind it.
+String RewrittenText(const TQovSettings& record, const String& old) {
+  bool written[std::size(kSettingKeys)] = {};
+  String text;
+  text.Reserve(old.Length());
+  TSettingsLines lines(old);
+  for (TSettingsLine line; lines.Next(line);) {
+    const TSettingKey* key = line.assigns ? FindSettingKey(line.key) : nullptr;
+    if (key != nullptr && key->saved && ReplaceValue(line, *key, ValueText(record, *key))) {
+      written[key - kSettingKeys] = true;
+    }
+    text += line.bytes;
+  }
+  if (!text.Empty() && text[text.Length()] != '\n') text += kLineEnd;
+  for (const TSettingKey& key : kSettingKeys) {
+    if (!key.saved || written[&key - kSettingKeys]) continue;
+    const String start = String(key.name) + "=";
+    text += start + ValueText(record, key).Copy(1, RoomBehind(start.Length())) + kLineEnd;
+  }
+  return text;
+}
+
+/// Gives the new file the owner and mode of the old one. False when it would get another owner; a
+/// group that cannot be given loses its rights instead.
+bool TakeOwnerAndMode(int fd, const struct stat& old) {
+  struct stat now;
+  if (fstat(fd, &now) != 0) return false;
+  mode_t mode = old.st_mode & 07777;
+  if (now.st_uid != old.st_uid && fchown(fd, old.st_uid, static_cast<gid_t>(-1)) != 0) return false;
+  if (now.st_gid != old.st_gid && fchown(fd, static_cast<uid_t>(-1), old.st_gid) != 0) {
+    mode &= static_cast<mode_t>(~S_IRWXG);
+  }
+  return fchmod(fd, mode) == 0;
+}
+
+bool WriteAll(int fd, const String& text) {
+  for (int done = 0; done < text.Length();) {
+    const ssize_t put = write(fd, text.Data() + done, static_cast<size_t>(text.Length() - done));
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) return false;
+    done += static_cast<int>(put);
+  }
+  return true;
+}
+
+/// Creates the file, never following a link, and sees it onto the disk. On failure there is none.
+bool CreateLike(const char* path, const struct stat& old, const String& text) {
+  unlink(path);
+  TFd file(open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file) return false;
+  const bool complete =
+      TakeOwnerAndMode(file.Get(), old) && WriteAll(file.Get(), text) && fsync(file.Get()) == 0;
+  if (close(file.Release()) == 0 && complete) return true;
+  unlink(path);
+  return false;
+}
+
+void SyncFolderOf(const String& path) {
+  const String folder = ExtractFilePath(path);
+  const TFd fd(open(folder.Empty() ? "." : folder.CStr(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd) fsync(fd.Get());
+}
+
+}  // namespace
+
+int TQovSettings::LoadOptions_(String& err) {
+  err = "";
+  SetDefaults(*this);
+  if (configfile[0] == 0) {
+    err = "Configuration file is not specified";
+    return 0;
+  }
+  String text;
+  if (!ReadSettingsFile(configfile, text, nullptr)) {
+    err = Quoted("Cannot open configuration file", configfile);
+    return 0;
+  }
+  StoreLines(*this, text);
+  PutRight(err);
+  if (timeout == 0) timeout = kDefaultTimeoutMs;
+  const String faults = MandatoryFaults(*this);
+  err += faults;
+  return faults.Empty() ? 1 : 0;
+}
+
+int TQovSettings::SaveOptions_(String& err) {
+  err = "";
+  PutRight(err);
+  if (configfile[0] == 0) {
+    err = "Configuration file is not specified";
+    return 0;
+  }
+  const String path = configfile;
+  const String newPath = path + ".New";
+  const String oldPath = path + ".Old";
+  String text;
+  struct stat facts;
+  if (!ReadSettingsFile(configfile, text, &facts)) {
+    err = Quoted("Cannot open configuration file", path);
+    return 0;
+  }
+  if (!CreateLike(newPath.CStr(), facts, RewrittenText(*this, text))) {
+    err = Quoted("Cannot create new configuration file", newPath);
+    return 0;
+  }
+  const bool kept = rename(path.CStr(), oldPath.CStr()) == 0;
+  if (rename(newPath.CStr(), path.CStr()) != 0) {
+    err = Quoted("Cannot overwrite configuration file", path);
+    if (kept) rename(oldPath.CStr(), path.CStr());
+    unlink(newPath.CStr());
+    return 0;
+  }
+  SyncFolderOf(path);
+  return 1;
+}

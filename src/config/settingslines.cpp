@@ -1,0 +1,70 @@
+#include "config/settingslines.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "core/owned.h"
+
+namespace {
+
+bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+bool IsBlankOrEnd(char c) { return IsBlank(c) || c == '\r' || c == '\n'; }
+
+void SplitLine(TSettingsLine& line) {
+  const String& bytes = line.bytes;
+  const int equals = bytes.Pos('=');
+  line.assigns = equals != 0 && bytes[1] != '#' && bytes[1] != ';';
+  if (!line.assigns) return;
+  int first = 1;
+  int last = equals - 1;
+  while (first <= last && IsBlank(bytes[first])) ++first;
+  while (last >= first && IsBlank(bytes[last])) --last;
+  line.key = bytes.Copy(first, last - first + 1).LowerCase();
+  first = equals + 1;
+  last = bytes.Length();
+  while (first <= last && IsBlank(bytes[first])) ++first;
+  while (last >= first && IsBlankOrEnd(bytes[last])) --last;
+  line.valueAt = first;
+  line.value = bytes.Copy(first, last - first + 1);
+}
+
+}  // namespace
+
+bool ReadSettingsFile(const char* path, String& text, struct stat* facts) {
+  text = String();
+  const TFd file(open(path, O_RDONLY | O_CLOEXEC));
+  if (!file || (facts != nullptr && fstat(file.Get(), facts) != 0)) return false;
+  for (;;) {
+    char chunk[16 * 1024];
+    const ssize_t got = read(file.Get(), chunk, sizeof chunk);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
+    if (got == 0) return true;
+    if (text.Length() + got > kMaxSettingsFileBytes) return false;
+    text.AddData(chunk, static_cast<int>(got));
+  }
+}
+
+bool TSettingsLines::Next(TSettingsLine& line) {
+  if (done_ >= text_.Length()) return false;
+  const char* start = text_.Data() + done_;
+  int count = std::min(text_.Length() - done_, kSettingsLineBytes);
+  const void* end = memchr(start, '\n', static_cast<size_t>(count));
+  if (end != nullptr) count = static_cast<int>(static_cast<const char*>(end) - start) + 1;
+  line = TSettingsLine();
+  line.bytes = String(start, count);
+  line.number = number_;
+  SplitLine(line);
+  if (end != nullptr) ++number_;
+  done_ += count;
+  return true;
+}
+
+const TSettingKey* FindSettingKey(const String& name) {
+  const auto* found = std::find_if(std::begin(kSettingKeys), std::end(kSettingKeys),
+                                   [&](const TSettingKey& key) { return name == key.name; });
+  return found == std::end(kSettingKeys) ? nullptr : found;
+}

@@ -1,0 +1,18 @@
+#include "config/status.h"
+
+constinit TAgentStatus AgentStatus = {
+    "WqVxQoStRec",
+    1,
+    0,
+    "WQ Orvane",
+    "Linux (Red Hat, Mandrake, SuSE)",
+    "1.29j",
+    "The qov developers (https://qov.invalid)",
+    0,
+    0,
+    0,
+    0,
+    0,
+};
+
+constinit std::mutex thread_mutex;
