@@ -1,0 +1,16 @@
+#pragma once
+
+#include "agent/flags.h"
+#include "agent/session.h"
+#include "agent/upgrade.h"
+#include "protocol/reply.h"
+#include "protocol/request.h"
+
+/// Looks the command up, checks the rights of administrative commands and has it carried out.
+/// @param request  a parsed request: its text and session key
+/// @param flags    where "QUIT" and "ReloadApp" raise their words; the caller decides when they
+///                 take effect
+/// @return 1 when the command was recognised (refusals included), 0 when the request was unknown,
+///         empty or incomplete; `reply` is filled in either case. Any thread.
+int ProcessVxRequest(VxRequest& request, QovReply& reply, TQovFlags& flags, ThreadParams params,
+                     UpgradeRec& upgrade);

@@ -1,0 +1,3 @@
+#include "agent/flags.h"
+
+TQovFlags QovFlags;

@@ -1,0 +1,165 @@
+#include "agent/session.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+
+#include "agent/dispatch.h"
+#include "agent/flags.h"
+#include "agent/signals.h"
+#include "agent/upgrade.h"
+#include "config/settings.h"
+#include "config/status.h"
+#include "core/message.h"
+#include "protocol/reply.h"
+#include "protocol/request.h"
+#include "protocol/resultcodes.h"
+
+namespace {
+
+constexpr int kChunkBytes = 1024;
+constexpr timespec kPoll{0, 500'000};  // 500 microseconds
+constexpr int kMsPerSec = 1000;
+constexpr int kCodeLength = 3;
+
+time_t MonotonicSec() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec;
+}
+
+/// One connection from its first byte to its close.
+class TSession {
+ public:
+  explicit TSession(const ThreadParams& params) : params_(params) {
+    const std::lock_guard<std::mutex> lock(thread_mutex);
+    ++AgentStatus.ActiveConnections;
+    ++AgentStatus.OpenedConnections;
+  }
+  ~TSession();
+  TSession(const TSession&) = delete;
+  TSession& operator=(const TSession&) = delete;
+
+  void Run();
+
+ private:
+  bool Receive();
+  bool IsIdleTooLong() const;
+  bool TakeUpgradeData(char* data, int length);
+  bool TakeRequestData(const char* data, int length);
+  void ServeRequest();
+  void SendReply();
+
+  ThreadParams params_;
+  UpgradeRec upgrade_;
+  String upgradeError_;
+  VxRequest request_;
+  QovReply reply_;
+  TQovFlags raised_;  // what the request raises; takes effect once the connection is closed
+  time_t lastChunk_ = MonotonicSec();
+  bool wholePacket_ = false;
+};
+
+TSession::~TSession() {
+  showmessage("Session closed, wait for next ..\n", kNoPeer, msgInfo, 0);
+  shutdown(params_.socket, SHUT_RDWR);
+  close(params_.socket);
+  const std::lock_guard<std::mutex> lock(thread_mutex);
+  --AgentStatus.ActiveConnections;
+  if (raised_.terminate != 0) QovFlags.terminate = 1;
+  if (raised_.reload != 0) QovFlags.reload = 1;
+  if (!QovFlags.upgradeScript.Empty()) QovFlags.upgrade = 1;
+  if (raised_.terminate != 0 || raised_.reload != 0 || QovFlags.upgrade != 0) WakeMainLoop();
+}
+
+/// Reads until the session is over. Deliberate: the short wait makes the loop poll rapidly.
+void TSession::Run() {
+  for (;;) {
+    pollfd wait = {params_.socket, POLLIN, 0};
+    const int ready = ppoll(&wait, 1, &kPoll, nullptr);
+    if (ready < 0 && errno != EINTR) return;
+    if (ready > 0 && !Receive()) return;
+    if (ready == 0 && IsIdleTooLong()) return;
+  }
+}
+
+/// Takes one chunk; false ends the session.
+bool TSession::Receive() {
+  char chunk[kChunkBytes];
+  const ssize_t got = recv(params_.socket, chunk, sizeof chunk, 0);
+  if (got <= 0) return false;
+  const int length = static_cast<int>(got);
+  return upgrade_.active != 0 ? TakeUpgradeData(chunk, length) : TakeRequestData(chunk, length);
+}
+
+/// The limit holds until a whole packet has been seen; an upgrade waits without one.
+bool TSession::IsIdleTooLong() const {
+  if (wholePacket_) return false;
+  const int timeoutMs = CurrentSettings()->timeout;
+  return timeoutMs > 0 && lastChunk_ + timeoutMs / kMsPerSec < MonotonicSec();
+}
+
+bool TSession::TakeUpgradeData(char* data, int length) {
+  DoUpgrading(upgrade_, data, length, upgradeError_);
+  if (upgrade_.active != 0) return true;
+  if (upgradeError_.Empty()) {
+    reply_.SetResult(kResultDone);
+  } else {
+    reply_.SetResult(kResultFailed) += upgradeError_;
+  }
+  SendReply();
+  return false;
+}
+
+bool TSession::TakeRequestData(const char* data, int length) {
+  lastChunk_ = MonotonicSec();
+  if (request_.Length() + length > request_.Capacity()) {
+    request_.Reserve(2 * (request_.Length() + length));
+  }
+  request_.AddData(data, length);
+  if (request_.WholePacket() == 0) return true;
+  wholePacket_ = true;
+  ServeRequest();
+  return upgrade_.active != 0;
+}
+
+void TSession::ServeRequest() {
+  const TSettingsPin pin;  // one settings record for the whole request
+  if (request_.ParseInitRequest(CurrentSettings()->password, params_.address) <= 0) {
+    showmessage("<-- Invalid VX request received\n", params_.address, msgInfo, 0);
+    return;
+  }
+  showmessage("<-- Correct VX request received\n", params_.address, msgInfo, 0);
+  reply_.InitPacket(nullptr, request_.GetSessionKey(), request_.SessionCipher());
+  const int done = ProcessVxRequest(request_, reply_, raised_, params_, upgrade_);
+  const String code = reply_.Copy(1, kCodeLength);
+  if (done != 0) {
+    showmessage("--> request processed (%s)\n", params_.address, msgInfo, 1, code.CStr());
+  } else {
+    showmessage("--> request rejected or operation failed (%s)\n", params_.address, msgInfo, 1,
+                code.CStr());
+  }
+  SendReply();
+}
+
+/// Deliberate: how much was sent is not looked at.
+void TSession::SendReply() {
+  reply_.FinalizePacket();
+  send(params_.socket, reply_.Data(), static_cast<size_t>(reply_.Length()), MSG_NOSIGNAL);
+}
+
+}  // namespace
+
+void* ClientExecute(void* block) {
+  pthread_detach(pthread_self());
+  TSession session(*std::unique_ptr<ThreadParams>(static_cast<ThreadParams*>(block)));
+  session.Run();
+  return nullptr;
+}

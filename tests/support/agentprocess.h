@@ -1,0 +1,67 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "client/vxwire.h"
+#include "support/tempdir.h"
+
+struct TAgentOptions {
+  std::string config;                        ///< lines behind the standard ones (a key's last wins)
+  std::vector<std::string> switches{"-i"};   ///< in front of the configuration file
+  std::vector<std::string> environment;      ///< NAME=VALUE, added to the test's own
+  std::string program;                       ///< "": the built agent
+  bool waitForListening = true;
+};
+
+/// A running agent with a folder, configuration and loopback port of its own; ended by its process
+/// id. Started with -d it detaches, and the pid file names the process that serves.
+class TAgentProcess {
+ public:
+  static constexpr char kPassword[] = "test password";
+
+  explicit TAgentProcess(TAgentOptions options = {});
+  ~TAgentProcess();
+  TAgentProcess(const TAgentProcess&) = delete;
+  TAgentProcess& operator=(const TAgentProcess&) = delete;
+
+  int Port() const { return port_; }
+  /// The process that serves; -1 when there is none.
+  pid_t Pid() const { return pid_; }
+  const TTempDir& Folder() const { return folder_; }
+  std::string ConfigPath() const { return folder_.Path("qov.cfg"); }
+  std::string ReadFile(const std::string& name) const;
+  void WriteConfig(const std::string& config);
+
+  /// What the agent has printed so far.
+  std::string Console() const { return ReadFile("console"); }
+  /// Waits until the console (or another file of the folder) holds `text` at least `times` times.
+  bool WaitFor(const std::string& text, int times = 1, const char* file = "console") const;
+  /// Waits until nothing but a connection's refusal answers, or something does.
+  bool WaitForPort(bool open) const;
+  /// Exit status of the started process: 0 to 255, 1000 + signal, or -1 while it runs on.
+  int Wait(int limitMs = 20000);
+  bool Signal(int signal) const;
+
+  /// One request to the agent and its decoded reply; code "" when none came.
+  vxwire::TReply Ask(const std::string& command, const std::vector<std::string>& params = {}) const;
+  /// The packet of a request under this agent's password.
+  static std::string Packet(const std::string& command, const std::vector<std::string>& params = {});
+  /// Decodes the reply to Packet.
+  static vxwire::TReply Decode(const std::string& bytes);
+
+  /// Number of the serving process's open descriptors.
+  int CountDescriptors() const;
+  /// CPU time that the serving process has used, milliseconds.
+  long CpuMs() const;
+
+ private:
+  void Start(const TAgentOptions& options);
+
+  TTempDir folder_;
+  int port_;
+  pid_t child_ = -1;  // what was started
+  pid_t pid_ = -1;    // what serves
+};
