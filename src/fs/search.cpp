@@ -62,7 +62,7 @@ bool TakeEntry(const dirent& entry, TSearchRec& rec) {
   if (fstatat(folder, name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return false;
   int attributes = AttributesFromMode(facts.st_mode) | (IsHidden(name) ? AttrHidden : 0);
   if (excluded(attributes)) return false;
-  if (faccessat(folder, name, W_OK, 0) != 0) attributes |= AttrReadOnly;
+  if (rec.ReadOnlySeen && faccessat(folder, name, W_OK, 0) != 0) attributes |= AttrReadOnly;
   if (excluded(attributes)) return false;
   rec.ByteSize = facts.st_size;
   rec.Attributes = attributes;
@@ -90,6 +90,7 @@ int FindFirst(const char* path, int attr, TSearchRec& rec) {
 
 int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec) {
   rec.ExcludeMask = ~static_cast<unsigned>(attr & AttrAny);
+  rec.ReadOnlySeen = (attr & kReadOnlyUnseen) == 0 || (attr & AttrReadOnly) == 0;
   rec.SearchDir = IncludeTrailingPathDelimiter(dir.Empty() ? GetCurrentDir() : dir);
   rec.SearchMask = mask;
   rec.DirStream = opendir(rec.SearchDir.CStr());

@@ -12,6 +12,9 @@ inline constexpr int AttrSystem = 0x04;     ///< neither a folder nor a regular 
 inline constexpr int AttrDirectory = 0x10;  ///< a folder, or a symbolic link to one
 inline constexpr int AttrSymLink = 0x40;    ///< a symbolic link
 inline constexpr int AttrAny = 0x3F;        ///< what a search may ask for
+/// Added to what a search asks for by callers that do not care whether entries are read-only: the
+/// bit is not looked up then, which saves a system call an entry.
+inline constexpr int kReadOnlyUnseen = 0x100;
 
 /// One found entry and the state of its search. FindClose ends the search; a copy shares the open
 /// stream, and only one of the copies may go on with it. One thread at a time.
@@ -23,6 +26,7 @@ struct TSearchRec {
   unsigned ModeBits = 0;
   DIR* DirStream = nullptr;  ///< null when closed
   unsigned ExcludeMask = 0;  ///< attribute bits that disqualify an entry
+  bool ReadOnlySeen = true;  ///< whether AttrReadOnly is looked up
   String SearchDir;          ///< ends in '/'
   String SearchMask;
 };
