@@ -1,0 +1,103 @@
+#include "checks/tempfile.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "config/settings.h"
+#include "fs/filefacts.h"
+
+std::mutex fidmutex;
+
+namespace {
+
+constexpr int kMinimumSize = 16;  ///< least buffer, and room kept behind the folder's name
+constexpr int64_t kHighestNumber = 999999;
+constexpr int kTries = 2000;
+constexpr int kCandidateSize = 1024;
+
+int64_t filenumber = 1;
+
+int NextFileNumber() {
+  const std::lock_guard<std::mutex> lock(fidmutex);
+  if (filenumber > kHighestNumber) filenumber = 0;
+  return static_cast<int>(++filenumber);
+}
+
+/// Deliberate: text that does not fit is cut, as callers with names of their own rely on.
+void AppendCut(char* buf, int size, const char* text) {
+  const size_t length = strlen(buf);
+  const size_t room = static_cast<size_t>(size) - 1 - length;
+  const size_t count = std::min(room, strlen(text));
+  memcpy(buf + length, text, count);
+  buf[length + count] = 0;
+}
+
+bool AppendUnusedName(char* buf, int size) {
+  char own[48];
+  snprintf(own, sizeof(own), "tmp-%ld-", static_cast<long>(GetUniqueThreadID()));
+  AppendCut(buf, size, own);
+  const String prefix = buf;
+  for (int i = 0; i < kTries; ++i) {
+    char candidate[kCandidateSize];
+    snprintf(candidate, sizeof(candidate), "%s%d", prefix.CStr(), NextFileNumber());
+    if (strlen(candidate) <= static_cast<size_t>(prefix.Length())) return false;
+    if (FileExists(candidate)) continue;
+    buf[0] = 0;
+    AppendCut(buf, size, candidate);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+int64_t GetUniqueThreadID() {
+  const auto process = static_cast<int32_t>(static_cast<uint32_t>(getpid()) << 8);
+  return process + static_cast<int64_t>(pthread_self());
+}
+
+int gettempfilename(char* buf, int size, const char* name) {
+  if (buf == nullptr || size < kMinimumSize) return 0;
+  buf[0] = 0;
+  String folder = TempFolder();
+  folder += folder.Empty() ? "./" : "/";
+  if (folder.Length() + kMinimumSize > size) return 0;
+  AppendCut(buf, size, folder.CStr());
+  if (name != nullptr) {
+    AppendCut(buf, size, name);
+    return 1;
+  }
+  if (AppendUnusedName(buf, size)) return 1;
+  buf[0] = 0;
+  return 0;
+}
+
+TTempFile::~TTempFile() {
+  if (path_[0] != 0) unlink(path_);
+}
+
+bool TTempFile::Choose(const char* name) {
+  if (gettempfilename(path_, sizeof(path_), name) == 0) return false;
+  unlink(path_);
+  return true;
+}
+
+TFd TTempFile::Create() {
+  return TFd(open(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+}
+
+TFile TTempFile::OpenText() const {
+  // Without O_NONBLOCK a program could put a pipe here and hold the reader for ever.
+  TFd fd(open(path_, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat facts;
+  if (!fd || fstat(fd.Get(), &facts) != 0 || !S_ISREG(facts.st_mode)) return nullptr;
+  TFile file(fdopen(fd.Get(), "r"));
+  if (file) fd.Release();
+  return file;
+}
