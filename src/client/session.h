@@ -1,0 +1,17 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "client/target.h"
+
+/// One run of qovctl: what its arguments ask for.
+struct TSession {
+  TTargetOptions options;
+  bool json = false;
+  bool showPassword = false;
+  std::function<int()> action;  ///< set by the parse; returns the exit status
+
+  /// The agent to ask; a warning goes to standard error. Throws TUsageFailure.
+  TTarget Target() const;
+};
