@@ -28,7 +28,8 @@ CLI::App* AddCommand(CLI::App& app, const TCommand& command) {
       sub->add_flag(param.option, param.help);
       continue;
     }
-    CLI::Option* option = sub->add_option(param.option, HelpText(param));
+    const std::string help = HelpText(param);  // const: a variable would be taken for the target
+    CLI::Option* option = sub->add_option(param.option, help);
     option->required(param.preset == nullptr)->type_size(1);
     option->type_name(param.IsArgument() ? "" : param.form == formWhole ? "N" : "TEXT");
   }
