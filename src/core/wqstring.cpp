@@ -72,7 +72,8 @@ String& String::operator=(const String& other) {
 
 String& String::operator=(String&& other) noexcept {
   if (this == &other) return *this;
-  if (fixed != 0 || other.fixed != 0) return *this = static_cast<const String&>(other);
+  const bool copied = fixed != 0 || other.fixed != 0 || other.length == 0;
+  if (copied) return *this = static_cast<const String&>(other);
   std::swap(length, other.length);
   std::swap(capacity, other.capacity);
   std::swap(data, other.data);
@@ -120,13 +121,13 @@ void String::Reserve(int n) {
 }
 
 void String::SetLength(int n) {
-  if (n > capacity || n == 0) prAllocMem(n);
+  if (n == 0 || (fixed != 0 ? n : Rounded(n)) > capacity) prAllocMem(n);
   length = n;
   if (data != nullptr) data[length] = 0;
 }
 
 String& String::SetZero() {
-  if (length == capacity) prAllocMem(fixed != 0 ? capacity + kStep : capacity + kStep - 1);
+  if (length == capacity) prAllocMem(capacity + kStep);
   memset(data + length, 0, Size(capacity - length) + 1);
   return *this;
 }

@@ -31,7 +31,8 @@ class String {
   void Reserve(int n);
   /// Sets the length and sizes the buffer for it; bytes newly obtained are zero.
   void SetLength(int n);
-  /// Zeroes the buffer behind the last byte in use, growing it by 128 bytes when it is full.
+  /// Zeroes the buffer behind the last byte in use, growing it by 128 bytes (a growable one by the
+  /// next step) when it is full.
   String& SetZero();
 
   /// The buffer; null for a string that never had one.
