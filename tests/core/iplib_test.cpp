@@ -1,0 +1,226 @@
+#include "core/iplib.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "core/owned.h"
+#include "core/syncsocket.h"
+#include "support/loopbackpeer.h"
+#include "support/rawpeer.h"
+#include "support/text.h"
+
+namespace {
+
+constexpr char kHost[] = "127.0.0.1";
+
+/// Runs an exchange over TCP and gives its result with the bytes received.
+struct TExchange {
+  int result;
+  std::string received;
+  String err;
+};
+TExchange Exchange(int port, int timeoutMs, std::string sent, int recvLen) {
+  std::string buf(static_cast<size_t>(recvLen), '\0');
+  TExchange e;
+  e.result = SendReceiveTCPPacket(kHost, port, timeoutMs, sent.data(), buf.data(),
+                                  static_cast<int>(sent.size()), recvLen, e.err);
+  e.received = buf.substr(0, recvLen > 0 && e.result > 0 ? static_cast<size_t>(e.result) : 0);
+  return e;
+}
+
+}  // namespace
+
+TEST(AddressTest, WritesDottedTextIntoBuffersOfAnySize) {
+  char buf[24];
+  memset(buf, 'x', sizeof buf);
+  EXPECT_EQ(buf, inet_ntoa_safe(in_addr{htonl(0x7f000001)}, buf, sizeof buf));
+  EXPECT_STREQ("127.0.0.1", buf);
+  EXPECT_EQ(0, buf[23]);
+  EXPECT_STREQ("127", inet_ntoa_safe(in_addr{htonl(0x7f000001)}, buf, 4));
+  EXPECT_EQ("255.0.2.17", IP2String(htonl(0xff000211)));
+  EXPECT_EQ("", GetErrorStr(ECONNREFUSED));
+}
+
+TEST(AddressTest, GetHostIPTakesDottedTextOnly) {
+  const struct {
+    const char* host;
+    int result;
+    unsigned ip;
+    const char* err;
+  } cases[] = {
+      {"10.0.0.1", kIpOk, 0x0a000001, ""},
+      {"0.0.0.0", kIpOk, 0, ""},
+      {"255.255.255.255", kIpUnresolved, 0, "Name resolution error: unknown address structure"},
+      {"localhost", kIpUnresolved, 0, "Name resolution error: unknown address structure"},
+      {"", kIpUnresolved, 0, "Cannot resolve server name to IP address"},
+  };
+  for (const auto& c : cases) {
+    unsigned ip = 0;
+    String err("old");
+    EXPECT_EQ(c.result, GetHostIP(c.host, &ip, err)) << c.host;
+    EXPECT_EQ(htonl(c.ip), ip) << c.host;
+    EXPECT_EQ(c.err, err) << c.host;
+  }
+}
+
+TEST(AddressTest, LookUpUsesTheCallersBuffer) {
+  char buf[2048], small[4];
+  hostent record;
+  hostent* out = nullptr;
+  int err = -1;
+  ASSERT_EQ(0, iplib::gethostbyname_r("localhost", &record, buf, sizeof buf, &out, &err));
+  EXPECT_EQ(&record, out);
+  EXPECT_EQ(0, err);
+  EXPECT_TRUE(record.h_name >= buf && record.h_name < buf + sizeof buf);
+  EXPECT_EQ(-1, iplib::gethostbyname_r("localhost", &record, small, sizeof small, &out, &err));
+  EXPECT_EQ(ERANGE, err);
+}
+
+TEST(ListenTest, ListensOnceAPortAndLeavesNothingOpenAfterwards) {
+  String err;
+  unsigned size = 0;
+  const int port = FindFreePort();
+  {
+    const TFd listener(TcpListen(kHost, port, &size, err));
+    ASSERT_GT(listener.Get(), 0) << ToStd(err);
+    EXPECT_EQ(sizeof(sockaddr_in), size);
+    EXPECT_EQ(FD_CLOEXEC, fcntl(listener.Get(), F_GETFD));
+    const int next = TFd(dup(listener.Get())).Get();
+    EXPECT_EQ(0, TcpListen(kHost, port, nullptr, err));
+    EXPECT_EQ("socket() or bind() error", err);
+    EXPECT_EQ(next, TFd(dup(listener.Get())).Get()) << "a descriptor was left open";
+    EXPECT_EQ(kIpOk, TCPConnect(kHost, port, 0, err));
+  }
+  EXPECT_EQ(kIpNotConnected, TCPConnect(kHost, port, 0, err));
+  EXPECT_EQ(kIpNotConnected, TCPConnect(kHost, port, 1500, err));
+  EXPECT_EQ(kIpNotConnected, TCPConnect(kHost, port, -5, err));
+  EXPECT_EQ("", err);
+  EXPECT_EQ(0, TcpListen(kHost, "no such service", nullptr, err));
+  EXPECT_EQ(gai_strerror(EAI_SERVICE), ToStd(err));
+}
+
+TEST(ExchangeTest, TellsTcpOutcomesApart) {
+  const TLoopbackPeer answering(TLoopbackPeer::kTcp, {"answer", 4});
+  const TLoopbackPeer silent(TLoopbackPeer::kTcp);
+  const TLoopbackPeer closing(TLoopbackPeer::kTcp, {"", 0, true});
+  const struct {
+    const char* name;
+    int port, timeoutMs;
+    const char* sent;
+    int recvLen, result;
+    const char *received, *err;
+  } cases[] = {
+      {"nothing to do", silent.Port(), 5000, "", 0, 1, "", ""},
+      {"answer", answering.Port(), 5000, "data", 100, 6, "answer", ""},
+      {"partial answer", answering.Port(), 5000, "data", 3, 3, "ans", ""},
+      {"closed without data", closing.Port(), 5000, "", 100, 0, "", ""},
+      {"silence", silent.Port(), 50, "data", 100, 0, "", "Timeout"},
+      {"no time for the answer", silent.Port(), 0, "data", 100, 0, "", "Timeout"},
+      {"negative time-out", silent.Port(), -1, "data", 100, kIpNotConnected, "", ""},
+      {"port above 16 bits", answering.Port() + 0x10000, 5000, "data", 100, 6, "answer", ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const TExchange e = Exchange(c.port, c.timeoutMs, c.sent, c.recvLen);
+    EXPECT_EQ(c.result, e.result);
+    EXPECT_EQ(c.received, e.received);
+    EXPECT_EQ(c.err, e.err);
+  }
+}
+
+TEST(ExchangeTest, CountsUdpTimeOutsInSeconds) {
+  const TLoopbackPeer answering(TLoopbackPeer::kUdp, {"answer"});
+  const TLoopbackPeer silent(TLoopbackPeer::kUdp);
+  char sent[] = "data", buf[100];
+  String err;
+  EXPECT_EQ(4, SendReceiveUDPPacket(kHost, silent.Port(), 0, sent, buf, 4, 0, err));
+  EXPECT_EQ(6, SendReceiveUDPPacket("localhost", answering.Port(), 5, sent, buf, 4, 100, err));
+  EXPECT_EQ("", err);
+  const long long start = MonotonicMs();
+  EXPECT_EQ(0, SendReceiveUDPPacket(kHost, silent.Port(), 1, sent, buf, 4, 100, err));
+  EXPECT_EQ("Timeout", err);
+  EXPECT_GE(MonotonicMs() - start, 999);
+  EXPECT_EQ(0, SendReceiveUDPPacket(kHost, silent.Port(), -1, sent, buf, 4, 100, err));
+  EXPECT_EQ("Timeout", err);
+}
+
+TEST(ExchangeTest, SignalsNeitherShortenAWaitNorFailIt) {
+  struct sigaction former, action{};
+  action.sa_handler = [](int) {};  // no SA_RESTART
+  sigaction(SIGUSR1, &action, &former);
+  const TLoopbackPeer silent(TLoopbackPeer::kTcp);
+  std::atomic<bool> done{false};
+  std::thread shooter([&done, target = pthread_self()] {
+    while (!done) {
+      pthread_kill(target, SIGUSR1);
+      usleep(2000);
+    }
+  });
+  const long long start = MonotonicMs();
+  const TExchange e = Exchange(silent.Port(), 200, "data", 100);
+  const long long elapsed = MonotonicMs() - start;
+  done = true;
+  shooter.join();
+  sigaction(SIGUSR1, &former, nullptr);
+  EXPECT_EQ("Timeout", e.err);
+  EXPECT_GE(elapsed, 199);
+}
+
+TEST(ExchangeTest, WorksWithDescriptorsAbove1024) {
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  if (limit.rlim_max < 1100) GTEST_SKIP() << "descriptor limit too low";
+  const rlimit raised{1100, limit.rlim_max};
+  const TLoopbackPeer answering(TLoopbackPeer::kTcp, {"answer"});
+  setrlimit(RLIMIT_NOFILE, &raised);
+  std::vector<TFd> taken;
+  for (int i = 0; i < 1030; ++i) taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const TExchange e = Exchange(answering.Port(), 5000, "", 100);
+  taken.clear();
+  setrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_EQ("answer", e.received);
+}
+
+TEST(SyncSocketTest, TalksOverTcp) {
+  const TLoopbackPeer peer(TLoopbackPeer::kTcp, {"answer", 4, true});
+  TSyncSocket socket(TSyncSocket::kTcp);
+  String out;
+  EXPECT_FALSE(socket.Connected());
+  EXPECT_EQ(kIpNotSent, socket.SendString("data", 0));
+  ASSERT_EQ(kIpOk, socket.Connect("localhost", peer.Port(), 5000));
+  EXPECT_TRUE(socket.Connected());
+  EXPECT_EQ(0, socket.ReadString(out, 20));
+  EXPECT_EQ("Timeout", socket.LastError);
+  EXPECT_EQ(0, socket.SendBuf("data", 0, 0));
+  EXPECT_EQ("", socket.LastError);
+  EXPECT_EQ(4, socket.SendString("data", 0));
+  EXPECT_EQ(6, socket.ReadString(out, 5000));
+  EXPECT_EQ("answer", out);
+  EXPECT_EQ(0, socket.ReadString(out, 5000));
+  EXPECT_EQ("", socket.LastError);
+  EXPECT_TRUE(socket.Connected()) << "a peer that has closed counts as connected";
+  socket.Disconnect();
+  EXPECT_FALSE(socket.Connected());
+}
+
+TEST(SyncSocketTest, FixesThePeerOfDatagrams) {
+  const TLoopbackPeer peer(TLoopbackPeer::kUdp);
+  TSyncSocket socket(TSyncSocket::kUdp);
+  EXPECT_EQ(kIpUnresolved, socket.Connect("localhost", peer.Port(), 0));
+  EXPECT_EQ("Name resolution error: unknown address structure", socket.LastError);
+  ASSERT_EQ(kIpOk, socket.Connect(kHost, peer.Port(), 0));
+  EXPECT_EQ(5, socket.SendString("first", 0));
+  EXPECT_EQ(6, socket.SendString("second", 0));
+  EXPECT_EQ((std::vector<std::string>{"first", "second"}), peer.Received(11));
+}
