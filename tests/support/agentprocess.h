@@ -9,10 +9,10 @@
 #include "support/tempdir.h"
 
 struct TAgentOptions {
-  std::string config;                        ///< lines behind the standard ones (a key's last wins)
-  std::vector<std::string> switches{"-i"};   ///< in front of the configuration file
-  std::vector<std::string> environment;      ///< NAME=VALUE, added to the test's own
-  std::string program;                       ///< "": the built agent
+  std::string config;                       ///< lines behind the standard ones (a key's last wins)
+  std::vector<std::string> switches{"-i"};  ///< in front of the configuration file
+  std::vector<std::string> environment;     ///< NAME=VALUE, added to the test's own
+  std::string program;                      ///< "": the built agent
   bool waitForListening = true;
 };
 
@@ -46,11 +46,12 @@ class TAgentProcess {
   bool Signal(int signal) const;
 
   /// One request to the agent and its decoded reply; code "" when none came.
-  vxwire::TReply Ask(const std::string& command, const std::vector<std::string>& params = {}) const;
+  TReply Ask(const std::string& command, const std::vector<std::string>& params = {}) const;
   /// The packet of a request under this agent's password.
-  static std::string Packet(const std::string& command, const std::vector<std::string>& params = {});
+  static std::string Packet(const std::string& command,
+                            const std::vector<std::string>& params = {});
   /// Decodes the reply to Packet.
-  static vxwire::TReply Decode(const std::string& bytes);
+  static TReply Decode(const std::string& bytes);
 
   /// Number of the serving process's open descriptors.
   int CountDescriptors() const;
