@@ -18,6 +18,7 @@
 #include "agent/limits.h"
 #include "agent/listener.h"
 #include "agent/signals.h"
+#include "checks/runner.h"
 #include "config/settings.h"
 #include "config/status.h"
 #include "core/message.h"
@@ -137,6 +138,7 @@ int ServeConnections() {
 
   TAdmission admission(std::min(kMaxRefused, DescriptorLimit() / 2));
   for (;;) {
+    ReapBackgroundChildren();
     const int status = PollFlags();
     if (status != kGoOn) return status;
     if (WaitForConnection() && !AcceptOne(admission)) return kExitListen;

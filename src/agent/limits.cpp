@@ -2,6 +2,8 @@
 
 #include <sys/resource.h>
 
+#include "checks/runner.h"
+
 namespace {
 
 rlimit Current() {
@@ -18,6 +20,7 @@ const rlimit& Original() {
 }  // namespace
 
 void RaiseDescriptorLimit() {
+  SetChildDescriptorLimit(Original());
   rlimit raised = Original();
   raised.rlim_cur = raised.rlim_max;
   setrlimit(RLIMIT_NOFILE, &raised);

@@ -29,7 +29,7 @@ bool IsWanted(const TQovSettings& settings, MsgType kind) {
 
 /// What one message is made of.
 struct TMessageParts {
-  char date[kStampSize];
+  char stamp[kStampSize];  // date and time
   char clock[kStampSize];
   char sender[24];
   char text[kLineSize];
@@ -40,10 +40,8 @@ FillParts(TMessageParts& parts, const char* format, in_addr address, int formatt
   const time_t now = time(nullptr);
   struct tm local;
   localtime_r(&now, &local);
-  snprintf(parts.date, sizeof parts.date, "%2.2d/%2.2d/%2.2d", local.tm_mon + 1, local.tm_mday,
-           local.tm_year + 1900);
-  snprintf(parts.clock, sizeof parts.clock, "%2.2d:%2.2d:%2.2d", local.tm_hour, local.tm_min,
-           local.tm_sec);
+  strftime(parts.stamp, sizeof parts.stamp, "%m/%d/%Y %H:%M:%S", &local);
+  strftime(parts.clock, sizeof parts.clock, "%H:%M:%S", &local);
   if (address.s_addr != 0) {
     inet_ntoa_safe(address, parts.sender, sizeof parts.sender);
   } else {
@@ -54,6 +52,12 @@ FillParts(TMessageParts& parts, const char* format, in_addr address, int formatt
   } else {
     snprintf(parts.text, sizeof parts.text, "%s", format);
   }
+}
+
+/// One console or log line, cut at the buffer's size. Returns the length it would have.
+int FillLine(char (&line)[kLineSize], const char* start, const char* stamp,
+             const TMessageParts& parts) {
+  return snprintf(line, sizeof line, "%s[%s]\t %s\t %s", start, stamp, parts.sender, parts.text);
 }
 
 void __attribute__((format(printf, 1, 0)))
@@ -67,11 +71,10 @@ WriteMessage(const char* format, in_addr address, MsgType kind, int formatted, v
   FillParts(parts, format, address, formatted, args);
   char line[kLineSize];
   if (settings->interactive == 1) {
-    snprintf(line, sizeof line, "[qov][%s]\t %s\t %s", parts.clock, parts.sender, parts.text);
+    FillLine(line, "[qov]", parts.clock, parts);
     printf("%s", line);
   }
-  snprintf(line, sizeof line, "[%s %s]\t %s\t %s", parts.date, parts.clock, parts.sender,
-           parts.text);
+  FillLine(line, "", parts.stamp, parts);
   if (kind == msgOk && settings->logsuccess != 0) writelog(settings->oklogfile, line);
   if (kind == msgFail && settings->logfails != 0) writelog(settings->badlogfile, line);
   if (settings->verbose != 0) writelog(settings->verboselogfile, line);

@@ -14,6 +14,7 @@
 #include "agent/messages.h"
 #include "agent/selfcheck.h"
 #include "agent/signals.h"
+#include "checks/runner.h"
 #include "config/settings.h"
 
 namespace {
@@ -61,6 +62,7 @@ int RunAgent(int argc, char** argv, char** envp) {
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   RememberStart(argv, envp);
   RaiseDescriptorLimit();
+  PrepareToWaitForChildren();
   PrintBanner();
   printf("Command line checking .. ");
   ParseCommandLine(argc, argv);

@@ -24,9 +24,9 @@ constexpr char kSessionKey[] = "session key";
 /// Repeats `done` until it holds or the limit has passed.
 template <class TCondition>
 bool Await(TCondition done, int limitMs = kLimitMs) {
-  const long long end = MonotonicMs() + limitMs;
+  const long long end = NowMs() + limitMs;
   while (!done()) {
-    if (MonotonicMs() >= end) return false;
+    if (NowMs() >= end) return false;
     usleep(kPauseMs * 1000);
   }
   return true;

@@ -52,9 +52,9 @@ bool TRawPeer::Send(std::string_view bytes) {
 
 std::string TRawPeer::ReceiveAll(int limitMs) {
   std::string all;
-  const long long end = MonotonicMs() + limitMs;
+  const long long end = NowMs() + limitMs;
   while (!closed_) {
-    const long long left = end - MonotonicMs();
+    const long long left = end - NowMs();
     pollfd wait = {socket_.Get(), POLLIN, 0};
     if (left <= 0 || poll(&wait, 1, static_cast<int>(left)) <= 0) break;
     char buffer[65536];
@@ -78,7 +78,7 @@ int FindFreePort() {
   return 0;
 }
 
-long long MonotonicMs() {
+long long NowMs() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
   return now.tv_sec * 1000LL + now.tv_nsec / 1000000;

@@ -28,4 +28,4 @@ class TRawPeer {
 int FindFreePort();
 
 /// Milliseconds on the monotonic clock.
-long long MonotonicMs();
+long long NowMs();

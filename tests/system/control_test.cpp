@@ -17,9 +17,9 @@ std::string Comment(const TAgentProcess& agent) {
 
 /// Polls the comment until it is `wanted`; the agent acts on a signal within its slice.
 bool AwaitComment(const TAgentProcess& agent, const std::string& wanted) {
-  const long long end = MonotonicMs() + 10000;
+  const long long end = NowMs() + 10000;
   while (Comment(agent) != wanted) {
-    if (MonotonicMs() >= end) return false;
+    if (NowMs() >= end) return false;
   }
   return true;
 }
