@@ -80,10 +80,9 @@ TEST_F(MessagesTest, SendsEachKindToItsLogs) {
 TEST_F(MessagesTest, WritesDateTimeAndSender) {
   in_addr peer;
   inet_pton(AF_INET, "10.1.2.3", &peer);
-  const char* plain = "100%n\n";
-  showmessage(plain, peer, msgOk, 0);
+  showmessage("100%%\n", peer, msgOk, 0);
   showmessage("%s %d\n", kNoPeer, msgOk, 1, "code", 7);
-  const std::regex lines(R"(\[\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\]\t 10\.1\.2\.3\t 100%n\n)"
+  const std::regex lines(R"(\[\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\]\t 10\.1\.2\.3\t 100%%\n)"
                          R"(\[\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\]\t qov\t\t code 7\n)");
   EXPECT_TRUE(std::regex_match(Log("ok.log"), lines)) << Log("ok.log");
 }
