@@ -68,9 +68,9 @@ TAgentProcess::~TAgentProcess() {
 
 void TAgentProcess::WriteConfig(const std::string& config) {
   folder_.File("qov.cfg", "host=127.0.0.1\nport=" + std::to_string(port_) +
-                              "\npassword=" + kPassword + "\nqovpath=" + QOV_AGENT +
-                              "\ntmpdir=" + folder_.Folder("tmp") +
-                              "\npidfile=" + folder_.Path("pid") + "\nlogsuccess=1\n" + config);
+                              "\npassword=" + kPassword + "\nqovpath=" + QOV_AGENT + "\ntmpdir=" +
+                              folder_.Folder("tmp") + "\npidfile=" + folder_.Path("pid") +
+                              "\nfilterlist=127.0.0.1\nfiltermarks=1\nlogsuccess=1\n" + config);
 }
 
 void TAgentProcess::Start(const TAgentOptions& options) {

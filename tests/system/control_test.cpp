@@ -43,12 +43,14 @@ TEST(ControlTest, LoadsTheFileAgainOnHangup) {
 
 TEST(ControlTest, SwitchesThePortAndFallsBack) {
   const TAgentProcess agent;
+  const TAgentProcess other;
   const int port = FindFreePort();
   EXPECT_EQ("200", agent.Ask("SetSettings", {"Port=" + std::to_string(port)}).code);
   ASSERT_TRUE(agent.WaitFor("Server port switching .. Ok\n"));
   EXPECT_TRUE(agent.WaitForPort(false));
   TRawPeer peer(port);
-  ASSERT_TRUE(peer.Send(TAgentProcess::Packet("SetSettings", {"Port=70000"})));
+  ASSERT_TRUE(
+      peer.Send(TAgentProcess::Packet("SetSettings", {"Port=" + std::to_string(other.Port())})));
   EXPECT_EQ("200", TAgentProcess::Decode(peer.ReceiveAll()).code);
   ASSERT_TRUE(agent.WaitFor("Error: cannot open new port for listening\n"));
   ASSERT_TRUE(agent.WaitFor("Return to original port\n"));

@@ -18,7 +18,7 @@ std::string Named(const TReply& reply, const std::string& name) {
 
 TEST(SessionTest, CountsItsConnections) {
   TAgentOptions options;
-  options.config = "filteractive=1\nfilterlist=127.0.0.1\nfiltermarks=1\n";
+  options.config = "filteractive=1\n";
   const TAgentProcess agent(options);
   TReply info = agent.Ask("GetInfo");
   EXPECT_EQ("1", Named(info, "ActiveConnections"));
@@ -115,7 +115,7 @@ TEST(SessionTest, AnswersTwoHundredAtOnce) {
 
 TEST(SessionTest, KeepsOnlySoManyRefusedConnections) {
   TAgentOptions options;
-  options.config = "filteractive=1\nfilterlist=127.0.0.1\nfiltermarks=1\nlogfails=0\n";
+  options.config = "filteractive=1\nlogfails=0\n";
   const TAgentProcess agent(options);
   for (int i = 0; i < 3000; ++i) TRawPeer(agent.Port(), "127.0.0.2");
   EXPECT_EQ("3000", Named(agent.Ask("GetInfo"), "FailedConnections"));
