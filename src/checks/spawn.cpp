@@ -11,6 +11,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <string>
@@ -36,6 +37,8 @@ constexpr size_t kStackBytes = 16 * 1024;
 constexpr int kHighestSignal = 64;
 constexpr size_t kSignalSetBytes = kHighestSignal / 8;
 constexpr int kFallbackHighestFd = 65536;
+constexpr int kBusyTries = 1000;
+constexpr timespec kBusyPause = {0, 1'000'000};
 
 rlimit childDescriptors;
 bool childDescriptorsKnown = false;
@@ -63,6 +66,7 @@ struct TChildCode {
   CHILD_CODE static void CloseOthers();
   CHILD_CODE void CompleteNotePath() const;
   CHILD_CODE int Execute() const;
+  CHILD_CODE void TryExecute(const char* path) const;
   CHILD_CODE void WriteNote(int folder, int error) const;
 };
 
@@ -105,16 +109,26 @@ void TChildCode::CompleteNotePath() const {
   *end = 0;
 }
 
+/// Returns with errno set. A script that was written a moment ago may still be open in another
+/// thread's child that is about to execute its own program: "busy" is worth waiting a second.
+void TChildCode::TryExecute(const char* path) const {
+  for (int i = 0; i < kBusyTries; ++i) {
+    syscall(SYS_execve, path, plan.argv, environment);
+    if (errno != ETXTBSY) break;
+    syscall(SYS_nanosleep, &kBusyPause, nullptr);
+    errno = ETXTBSY;
+  }
+  if (errno != ENOEXEC) return;
+  shellArgv[1] = const_cast<char*>(path);
+  syscall(SYS_execve, shellArgv[0], shellArgv, environment);
+}
+
 /// Tries the candidates as the C library's execvp does; returns the error to report.
 int TChildCode::Execute() const {
   int error = ENOENT;
   bool denied = false;
   for (const char* const* candidate = candidates; *candidate != nullptr; ++candidate) {
-    syscall(SYS_execve, *candidate, plan.argv, environment);
-    if (errno == ENOEXEC) {
-      shellArgv[1] = const_cast<char*>(*candidate);
-      syscall(SYS_execve, shellArgv[0], shellArgv, environment);
-    }
+    TryExecute(*candidate);
     error = errno;
     if (error == EACCES) {
       denied = true;
@@ -143,10 +157,10 @@ void TChildCode::WriteNote(int folder, int error) const {
 }
 
 void TChildCode::Run() const {
+  CloseOthers();  // first: a copy of a descriptor that is open for writing keeps its file "busy"
   ResetSignals();
   if (plan.ownSession) syscall(SYS_setsid);
   OpenStreams();
-  CloseOthers();
   // Keeps a relative note path meaning the same after the change of folder.
   const int folder =
       static_cast<int>(syscall(SYS_openat, AT_FDCWD, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
