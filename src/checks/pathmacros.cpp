@@ -1,0 +1,81 @@
+#include "checks/pathmacros.h"
+
+#include <stdint.h>
+#include <string.h>
+
+#include "fs/paths.h"
+#include "fs/search.h"
+
+namespace {
+
+struct TPathMacro {
+  const char* text;  // lower case
+  bool folders;
+  bool newest;
+};
+constexpr TPathMacro kPathMacros[] = {
+    {"%newestfile%", false, true},
+    {"%oldestfile%", false, false},
+    {"%newestfolder%", true, true},
+    {"%oldestfolder%", true, false},
+};
+
+/// The leftmost macro in lower-cased text and its position; null for none.
+const TPathMacro* FindMacro(const String& lower, int& position) {
+  const TPathMacro* found = nullptr;
+  for (const TPathMacro& macro : kPathMacros) {
+    const int at = lower.Pos(macro.text);
+    if (at == 0 || (found != nullptr && at >= position)) continue;
+    found = &macro;
+    position = at;
+  }
+  return found;
+}
+
+/// Name of the entry of `folder` that the macro stands for, "" for none.
+String ChooseEntry(const String& folder, const TPathMacro& macro) {
+  String best;
+  int64_t bestTime = 0;
+  TSearchRec rec;
+  const TSearchCloser closer(rec);
+  for (int r = FindFirst(folder, "*", AttrAny | kReadOnlyUnseen, rec); r == 0; r = FindNext(rec)) {
+    if (strcmp(rec.EntryName, ".") == 0 || strcmp(rec.EntryName, "..") == 0) continue;
+    if (((rec.Attributes & AttrDirectory) != 0) != macro.folders) continue;
+    const bool better = macro.newest ? rec.ModifiedTime > bestTime : rec.ModifiedTime < bestTime;
+    // Deliberate: the time 0 stands for "none chosen yet", so an entry of that age gives way to
+    // whatever follows it.
+    if (bestTime != 0 && !better) continue;
+    best = rec.EntryName;
+    bestTime = rec.ModifiedTime;
+  }
+  return best;
+}
+
+}  // namespace
+
+String GetFileUsingSpecialMacros(String path) {
+  String prefix;
+  String rest = path;
+  String lower = path;
+  lower.LowerCase();
+  int position = 0;
+  while (const TPathMacro* macro = FindMacro(lower, position)) {
+    prefix += rest.Copy(1, position - 1);
+    const int taken = position - 1 + static_cast<int>(strlen(macro->text));
+    rest.Delete(1, taken);
+    lower.Delete(1, taken);
+    const String name = ChooseEntry(prefix, *macro);
+    if (name.Empty()) return path;
+    prefix += name;
+  }
+  return prefix + rest;
+}
+
+String GetFirstMatchedFile(const String& mask) {
+  constexpr int kNoFolders = AttrAny & ~AttrDirectory;
+  const String folder = ExtractFilePath(mask);
+  TSearchRec rec;
+  const TSearchCloser closer(rec);
+  if (FindFirst(folder, ExtractFileName(mask), kNoFolders | kReadOnlyUnseen, rec) != 0) return "";
+  return folder + rec.EntryName;
+}
