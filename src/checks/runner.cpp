@@ -87,8 +87,8 @@ int SystemEx2(const char* cmdline, const char* workdir, const char* inFile, cons
 
 int RunShell(const char* command) {
   ReapBackgroundChildren();
-  const char* const argv[] = {_PATH_BSHELL, "-c", command, nullptr};
-  const pid_t pid = SpawnChild({.argv = argv}, kShellMissing);
+  const char* const argv[] = {"sh", "-c", command, nullptr};
+  const pid_t pid = SpawnChild({.argv = argv, .program = _PATH_BSHELL}, kShellMissing);
   if (pid == -1) return -1;
   TChild child(pid);
   int status;

@@ -245,7 +245,8 @@ pid_t CloneChild(TChildCode& code) {
 }  // namespace
 
 pid_t SpawnChild(const TSpawnPlan& plan, int failureStatus) {
-  const std::vector<std::string> paths = CandidatePaths(plan.argv[0]);
+  const std::vector<std::string> paths =
+      CandidatePaths(plan.program != nullptr ? plan.program : plan.argv[0]);
   std::vector<const char*> candidates;
   for (const std::string& path : paths) candidates.push_back(path.c_str());
   candidates.push_back(nullptr);

@@ -29,7 +29,8 @@ class TExecNote {
 
 /// What to start. Pointers must stay valid until SpawnChild returns.
 struct TSpawnPlan {
-  const char* const* argv;  ///< null-terminated; argv[0], looked up along PATH, names the program
+  const char* const* argv;        ///< null-terminated
+  const char* program = nullptr;  ///< looked up along PATH; null: argv[0]
   const char* workdir = nullptr;  ///< null or a folder that cannot be entered: the agent's own
   /// Files for the descriptors 0 to 2; null keeps the agent's own, one that cannot be opened is
   /// replaced by "/dev/null". A symbolic link is not followed.
