@@ -31,13 +31,13 @@ TLoopbackPeer::~TLoopbackPeer() {
 }
 
 std::vector<std::string> TLoopbackPeer::Received(size_t bytes) const {
-  const long long end = MonotonicMs() + 10000;
+  const long long end = NowMs() + 10000;
   for (;;) {
     {
       const std::lock_guard<std::mutex> lock(mutex_);
       size_t held = 0;
       for (const std::string& piece : received_) held += piece.size();
-      if (held >= bytes || MonotonicMs() > end) return received_;
+      if (held >= bytes || NowMs() > end) return received_;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
