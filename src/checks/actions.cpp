@@ -1,0 +1,127 @@
+#include "checks/actions.h"
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <thread>
+
+#include "checks/gate.h"
+#include "checks/runner.h"
+#include "config/settings.h"
+#include "core/iplib.h"
+#include "core/syncsocket.h"
+
+namespace {
+
+constexpr char kSyslogTag[] = "WQ QOV";
+constexpr int kMaxSeverity = 7;
+
+void RefuseParameter(QovReply& reply) {
+  reply.SetResult(kResultWrongParameter) += "Wrong parameter";
+}
+
+int SyslogPriority(int facility, int severity) {
+  const int64_t priority = int64_t{facility} * 8 + severity;
+  return static_cast<int>(std::clamp<int64_t>(priority, std::numeric_limits<int>::min(),
+                                              std::numeric_limits<int>::max()));
+}
+
+}  // namespace
+
+void ProcessAct_ExternalCmd(const VxRequest& params, QovReply& reply) {
+  if (!ActionAllowed(CurrentSettings()->executeaction, reply)) return;
+  const String cmdline = params.GetParam(1, 1);
+  const String workdir = params.GetParam(2, 1);
+  int unused = 0;
+  int timeoutMs = 0;
+  if (qovDecodeInt(params.GetParam(3, 1), &unused) == 0 ||
+      qovDecodeInt(params.GetParam(4, 1), &timeoutMs) == 0) {
+    return RefuseParameter(reply);
+  }
+  if (cmdline.Empty()) {
+    reply.SetResult(kResultWrongParameter) += "Command line to execute is not specified";
+    return;
+  }
+  int exitCode = 0;
+  String err;
+  if (SystemEx(cmdline.CStr(), workdir.CStr(), timeoutMs, exitCode, err) != 0) {
+    reply.SetResult(kResultDone).AddIntParam(exitCode);
+  } else {
+    reply.SetResult(kResultCannot) += err;
+  }
+}
+
+void ProcessAct_TCPSend(const VxRequest& params, QovReply& reply) {
+  if (!ActionAllowed(CurrentSettings()->tcpudpaction, reply)) return;
+  const String host = params.GetParam(1, 1);
+  const bool tcp = params.GetParam(3, 1) == "0";
+  const String first = qovDecodeStrings(params.GetParam(4, 1));
+  const String second = qovDecodeStrings(params.GetParam(6, 1));
+  int port = 0;
+  int delaySec = 0;
+  if (host.Empty() || first.Empty() || qovDecodeInt(params.GetParam(2, 1), &port) == 0 ||
+      qovDecodeInt(params.GetParam(5, 1), &delaySec) == 0) {
+    return RefuseParameter(reply);
+  }
+  TSyncSocket socket(tcp ? TSyncSocket::kTcp : TSyncSocket::kUdp);
+  if (socket.Connect(host.CStr(), port, 0) != kIpOk || socket.SendString(first, 0) < 1) {
+    reply.SetResult(kResultCannot) += socket.LastError;
+    return;
+  }
+  if (!second.Empty()) {
+    std::this_thread::sleep_for(std::chrono::seconds(std::max(delaySec, 0)));
+    // Deliberate: the first data decides the answer.
+    socket.SendString(second, 0);
+  }
+  reply.SetResult(kResultDone) += "Data has been sent";
+}
+
+void ProcessAct_Syslog(const VxRequest& params, QovReply& reply) {
+  if (!ActionAllowed(CurrentSettings()->syslogaction, reply)) return;
+  const String host = params.GetParam(1, 1);
+  const String message = qovDecodeStrings(params.GetParam(5, 1));
+  int port = 0;
+  int facility = 0;
+  int severity = 0;
+  if (host.Empty() || qovDecodeInt(params.GetParam(2, 1), &port) == 0 ||
+      qovDecodeInt(params.GetParam(3, 1), &facility) == 0 ||
+      qovDecodeInt(params.GetParam(4, 1), &severity) == 0 || severity < 0 ||
+      severity > kMaxSeverity) {
+    return RefuseParameter(reply);
+  }
+  String err;
+  if (SendToSysLog(host, port, facility, severity, kSyslogTag, message, err) == 0) {
+    reply.SetResult(kResultCannot) += err;
+    return;
+  }
+  reply.SetResult(kResultDone) += String("Syslog: Data to ") + host + " has been sent";
+}
+
+int SendToSysLog(const String& host, int port, int facility, int severity, const String& tag,
+                 const String& message, String& err) {
+  String datagram = SyslogDatagram(facility, severity, time(nullptr), tag, message);
+  return SendReceiveUDPPacket(host.CStr(), port, 0, datagram.Data(), nullptr, datagram.Length(), 0,
+                              err);
+}
+
+String SyslogDatagram(int facility, int severity, time_t now, const String& tag,
+                      const String& message) {
+  char priority[16];
+  snprintf(priority, sizeof priority, "<%d>", SyslogPriority(facility, severity));
+  return String(priority) + CDateTime(now) + " " + IP2String(GetMyIP()) + " " + tag + ": " +
+         message;
+}
+
+String CDateTime(time_t now) {
+  static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  tm local{};
+  localtime_r(&now, &local);
+  char text[64];
+  snprintf(text, sizeof text, "%2d %2.2d:%2.2d:%2.2d", local.tm_mday, local.tm_hour, local.tm_min,
+           local.tm_sec);
+  return String(kMonths[local.tm_mon]) + text;
+}
