@@ -69,6 +69,7 @@ void TLoopbackPeer::ServeConnection() {
   bool answered = false;
   for (;;) {
     if (!answered && held >= answer_.after) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(answer_.delayMs));
       send(peer.Get(), text.data(), text.size(), MSG_NOSIGNAL);
       answered = true;
     }

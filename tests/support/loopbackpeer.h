@@ -17,6 +17,7 @@ class TLoopbackPeer {
     size_t after = 0;        ///< TCP: bytes of a connection to come first
     bool closeThen = false;  ///< TCP: close after the answer, else when the caller does
     int ignored = 0;         ///< UDP: datagrams not answered at first
+    int delayMs = 0;         ///< TCP: pause before the answer
   };
 
   explicit TLoopbackPeer(TKind kind) : TLoopbackPeer(kind, TAnswer()) {}
