@@ -3,7 +3,9 @@
 #include <limits>
 
 #include "agent/unsupported.h"
+#include "checks/actions.h"
 #include "checks/diskfolder.h"
+#include "checks/nettests.h"
 #include "config/addrfilter.h"
 #include "config/info.h"
 #include "config/settings.h"
@@ -30,6 +32,11 @@ constexpr TCommand kCommands[] = {
     {"TEST-Script", ProcessNotImplemented},
     {"TEST-SNMP", ProcessNotImplemented},
     {"TEST-Ping", ProcessNotImplemented},
+    {"TEST-TCP", ProcessTest_TCP},
+    {"TEST-UDP", ProcessTest_UDP},
+    {"ACT-ExternalCmd", ProcessAct_ExternalCmd},
+    {"ACT-TCPUDPsend", ProcessAct_TCPSend},
+    {"ACT-Syslog", ProcessAct_Syslog},
     {"GetServicesList", ProcessNotApplicable},
     {"GetEventLogFiles", ProcessNotApplicable},
     {"GetEventLogSources", ProcessNotApplicable},
