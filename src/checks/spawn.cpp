@@ -88,6 +88,7 @@ void TChildCode::OpenStreams() const {
       syscall(SYS_close, target);
     } else if (fd != target) {
       syscall(SYS_dup3, fd, target, 0);
+      if (fd > 2) syscall(SYS_close, fd);
     }
   }
 }
@@ -99,7 +100,6 @@ void TChildCode::CloseOthers() {
 
 void TChildCode::CompleteNotePath() const {
   TExecNote& note = *plan.note;
-  if (note.path_[0] == 0) return;
   char* end = note.path_ + note.prefixLength_;
   long divisor = 1;
   const long pid = syscall(SYS_getpid);

@@ -185,7 +185,7 @@ TEST_F(RunnerTest, StartsChildrenInACleanState) {
   signal(SIGPIPE, oldAction);
   pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
   close(leaked);
-  EXPECT_EQ(0u, state.find("0\n1\n2\n3\nName:")) << "3 is the listing's own";
+  EXPECT_EQ("0\n1\n2\n3\nName:", state.substr(0, 13)) << "3 is the listing's own";
   EXPECT_THAT(state, HasSubstr("SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000"));
   EXPECT_THAT(state, HasSubstr("Max open files            123                  4567"));
   EXPECT_THAT(state, HasSubstr("tmp=" + temp_ + "\nleader\n"));
