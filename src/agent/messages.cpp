@@ -54,10 +54,11 @@ FillParts(TMessageParts& parts, const char* format, in_addr address, int formatt
   }
 }
 
-/// One console or log line, cut at the buffer's size. Returns the length it would have.
-int FillLine(char (&line)[kLineSize], const char* start, const char* stamp,
-             const TMessageParts& parts) {
-  return snprintf(line, sizeof line, "%s[%s]\t %s\t %s", start, stamp, parts.sender, parts.text);
+/// One console or log line, cut at what a line may hold.
+String MakeLine(const char* start, const char* stamp, const TMessageParts& parts) {
+  String line(kLineSize - 1);
+  for (const char* piece : {start, stamp, "]\t ", parts.sender, "\t ", parts.text}) line += piece;
+  return line;
 }
 
 void __attribute__((format(printf, 1, 0)))
@@ -69,15 +70,13 @@ WriteMessage(const char* format, in_addr address, MsgType kind, int formatted, v
   const std::lock_guard<std::mutex> lock(showmutex);
   TMessageParts parts;
   FillParts(parts, format, address, formatted, args);
-  char line[kLineSize];
   if (settings->interactive == 1) {
-    FillLine(line, "[qov]", parts.clock, parts);
-    printf("%s", line);
+    printf("%s", MakeLine("[qov][", parts.clock, parts).CStr());
   }
-  FillLine(line, "", parts.stamp, parts);
-  if (kind == msgOk && settings->logsuccess != 0) writelog(settings->oklogfile, line);
-  if (kind == msgFail && settings->logfails != 0) writelog(settings->badlogfile, line);
-  if (settings->verbose != 0) writelog(settings->verboselogfile, line);
+  const String line = MakeLine("[", parts.stamp, parts);
+  if (kind == msgOk && settings->logsuccess != 0) writelog(settings->oklogfile, line.CStr());
+  if (kind == msgFail && settings->logfails != 0) writelog(settings->badlogfile, line.CStr());
+  if (settings->verbose != 0) writelog(settings->verboselogfile, line.CStr());
 }
 
 }  // namespace
