@@ -1,6 +1,7 @@
 #include "support/agentprocess.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdio.h>
@@ -19,6 +20,7 @@ namespace {
 
 constexpr int kLimitMs = 20000;
 constexpr int kPauseMs = 5;
+constexpr char kSanitizerLog[] = "sanitizer";
 constexpr char kSessionKey[] = "session key";
 
 /// Repeats `done` until it holds or the limit has passed.
@@ -64,6 +66,10 @@ TAgentProcess::~TAgentProcess() {
     Wait();
   }
   if (pid_ > 1 && pid_ != child_) kill(pid_, SIGKILL);
+  for (const auto& entry : std::filesystem::directory_iterator(folder_.Path())) {
+    const std::string name = entry.path().filename();
+    if (name.rfind(kSanitizerLog, 0) == 0) ADD_FAILURE() << ReadFile(name);
+  }
 }
 
 void TAgentProcess::WriteConfig(const std::string& config) {
@@ -81,7 +87,13 @@ void TAgentProcess::Start(const TAgentOptions& options) {
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
 
+  // Reports of a sanitizer go to files, which the destructor looks for: a detached agent has no
+  // console.
+  const std::string log = "log_path=" + folder_.Path(kSanitizerLog);
   std::vector<std::string> added = options.environment;
+  added.push_back("ASAN_OPTIONS=detect_leaks=0:" + log);
+  added.push_back("UBSAN_OPTIONS=print_stacktrace=1:" + log);
+  added.push_back("TSAN_OPTIONS=halt_on_error=1:" + log);
   std::vector<char*> environment;
   for (std::string& variable : added) environment.push_back(variable.data());
   for (char** variable = environ; *variable != nullptr; ++variable) {
