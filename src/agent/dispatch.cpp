@@ -6,6 +6,7 @@
 #include "checks/actions.h"
 #include "checks/diskfolder.h"
 #include "checks/nettests.h"
+#include "checks/proctests.h"
 #include "config/addrfilter.h"
 #include "config/info.h"
 #include "config/settings.h"
@@ -32,11 +33,16 @@ constexpr TCommand kCommands[] = {
     {"TEST-Script", ProcessNotImplemented},
     {"TEST-SNMP", ProcessNotImplemented},
     {"TEST-Ping", ProcessNotImplemented},
+    {"TEST-Process", ProcessTest_Process},
+    {"TEST-CPU", ProcessTest_CPU},
+    {"TEST-ExternalPrg", ProcessTest_External},
+    {"TEST-ShellScript", ProcessTest_ShellScript},
     {"TEST-TCP", ProcessTest_TCP},
     {"TEST-UDP", ProcessTest_UDP},
     {"ACT-ExternalCmd", ProcessAct_ExternalCmd},
     {"ACT-TCPUDPsend", ProcessAct_TCPSend},
     {"ACT-Syslog", ProcessAct_Syslog},
+    {"GetProcessesList", ProcessInfo_ProcessesList},
     {"GetServicesList", ProcessNotApplicable},
     {"GetEventLogFiles", ProcessNotApplicable},
     {"GetEventLogSources", ProcessNotApplicable},
