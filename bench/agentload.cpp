@@ -1,0 +1,95 @@
+// Load on one real agent over loopback: requests per second, latency, agent CPU per request, at 1
+// and 16 connections; then what the agent costs at rest. Each request is a connection of its own.
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/agentprocess.h"
+#include "support/rawpeer.h"
+
+namespace {
+
+using TClock = std::chrono::steady_clock;
+
+double MicrosecondsSince(TClock::time_point start) {
+  return std::chrono::duration<double, std::micro>(TClock::now() - start).count();
+}
+
+/// Sends `count` requests one after the other; false when a reply is not as it should be.
+bool Ask(int port, const std::string& packet, int count, std::vector<double>& latenciesUs) {
+  for (int i = 0; i < count; ++i) {
+    const TClock::time_point start = TClock::now();
+    TRawPeer peer(port);
+    if (!peer.Connected() || !peer.Send(packet)) return false;
+    if (TAgentProcess::Decode(peer.ReceiveAll()).state != TReplyState::complete) return false;
+    latenciesUs.push_back(MicrosecondsSince(start));
+  }
+  return true;
+}
+
+bool Measure(const TAgentProcess& agent, const char* command, int connections, int requests) {
+  const std::string packet = TAgentProcess::Packet(command, {"/"});
+  std::vector<std::vector<double>> latencies(static_cast<size_t>(connections));
+  std::atomic<bool> good{true};
+  const long cpuBefore = agent.CpuMs();
+  const TClock::time_point start = TClock::now();
+  std::vector<std::thread> clients;
+  for (std::vector<double>& own : latencies) {
+    clients.emplace_back([&, count = requests / connections] {
+      if (!Ask(agent.Port(), packet, count, own)) good = false;
+    });
+  }
+  for (std::thread& client : clients) client.join();
+  const double elapsedUs = MicrosecondsSince(start);
+  const double cpuUs = 1000.0 * static_cast<double>(agent.CpuMs() - cpuBefore);
+
+  std::vector<double> all;
+  for (const auto& own : latencies) all.insert(all.end(), own.begin(), own.end());
+  if (!good || all.empty()) return false;
+  std::sort(all.begin(), all.end());
+  printf("%-12s %11d %12.0f %10.0f %10.0f %12.1f\n", command, connections,
+         static_cast<double>(all.size()) / elapsedUs * 1e6, all[all.size() / 2],
+         all[all.size() * 99 / 100], cpuUs / static_cast<double>(all.size()));
+  return true;
+}
+
+long OwnMemoryKb(const TAgentProcess& agent) {
+  const std::string status = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
+  const size_t at = status.find("RssAnon:");
+  return at == std::string::npos ? -1 : atol(status.c_str() + at + 8);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const int requests = argc > 1 ? std::max(16, atoi(argv[1])) : 20000;
+  TClock::time_point start = TClock::now();
+  TAgentOptions options;
+  options.config = "logsuccess=0\n";
+  options.switches = {"-d"};
+  const TAgentProcess agent(options);
+  const bool answered = agent.Ask("GetInfo").code == "200";
+  printf("start to first answer: %.1f ms\n", MicrosecondsSince(start) / 1000);
+
+  printf("%-12s %11s %12s %10s %10s %12s\n", "command", "connections", "requests/s", "median us",
+         "99% us", "agent CPU us");
+  bool good = answered;
+  for (const char* command : {"TEST-UNC", "GetInfo"}) {
+    for (const int connections : {1, 16})
+      good = good && Measure(agent, command, connections, requests);
+  }
+
+  constexpr unsigned kIdleSec = 5;
+  const long cpuBefore = agent.CpuMs();
+  sleep(kIdleSec);
+  printf("idle: %ld ms CPU in %u s, own memory %ld kB\n", agent.CpuMs() - cpuBefore, kIdleSec,
+         OwnMemoryKb(agent));
+  return good ? 0 : 1;
+}
