@@ -24,14 +24,14 @@ CLI::App* AddCommand(CLI::App& app, const TCommand& command) {
   sub->footer("");
   for (const TParam& param : command.params) {
     if (!param.IsArgument() && !param.IsOption()) continue;
-    if (param.form == formFlag || param.form == formNoFlag) {
+    if (param.form == paramFlag || param.form == paramNoFlag) {
       sub->add_flag(param.option, param.help);
       continue;
     }
     const std::string help = HelpText(param);  // const: a variable would be taken for the target
     CLI::Option* option = sub->add_option(param.option, help);
     option->required(param.preset == nullptr)->type_size(1);
-    option->type_name(param.IsArgument() ? "" : param.form == formWhole ? "N" : "TEXT");
+    option->type_name(param.IsArgument() ? "" : param.form == paramWhole ? "N" : "TEXT");
   }
   return sub;
 }
@@ -42,7 +42,7 @@ TGiven CollectGiven(const CLI::App& subcommand, const TCommand& command) {
     if (!param.IsArgument() && !param.IsOption()) continue;
     const CLI::Option* option = subcommand.get_option(param.option);
     if (option->count() == 0) continue;
-    const bool flag = param.form == formFlag || param.form == formNoFlag;
+    const bool flag = param.form == paramFlag || param.form == paramNoFlag;
     given[param.option] = flag ? "1" : option->results().back();
   }
   return given;

@@ -5,25 +5,25 @@
 
 /// How a parameter of a command is written on its request line.
 enum TParamForm {
-  formText,      ///< one line as it stands
-  formData,      ///< bytes; line breaks travel as "%0A" and "%0D"
-  formContents,  ///< as formData, the bytes of the local file that the option names
-  formFlag,      ///< "1" when given, else "0"
-  formNoFlag,    ///< "0" when given, else "1"
-  formWhole,     ///< decimal integer
-  formChoice,    ///< the number of the word in `words`, counted from 0
-  formFixed,     ///< `preset`, no option
-  formGiven,     ///< "1" when the option named in `preset` was given, no option of its own
+  paramText,      ///< one line as it stands
+  paramData,      ///< bytes; line breaks travel as "%0A" and "%0D"
+  paramContents,  ///< as paramData, the bytes of the local file that the option names
+  paramFlag,      ///< "1" when given, else "0"
+  paramNoFlag,    ///< "0" when given, else "1"
+  paramWhole,     ///< decimal integer
+  paramChoice,    ///< the number of the word in `words`, counted from 0
+  paramFixed,     ///< `preset`, no option
+  paramGiven,     ///< "1" when the option named in `preset` was given, no option of its own
 };
 
 /// One parameter line of a request, and the option that fills it.
 struct TParam {
   int position = 0;  ///< line of the request, from 1
-  TParamForm form = formText;
+  TParamForm form = paramText;
   const char* option = "";  ///< "--recurse", or "PATH" for an argument; "" without
   const char* preset = "";  ///< the value when not given; null: must be given
   const char* help = "";
-  const char* words = "";  ///< formChoice: "all|older|..."
+  const char* words = "";  ///< paramChoice: "all|older|..."
   int movedTo = 0;         ///< the position when option `movedWhen` was given; 0: never moves
   const char* movedWhen = "";
 

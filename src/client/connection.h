@@ -47,6 +47,8 @@ class TConnection {
   /// Receives exactly one reply packet.
   TExchange ReceiveReply(TDeadline deadline);
   void Close() { socket_.Reset(); }
+  /// The socket, for polling; -1 when not connected. The connection stays its owner.
+  int Descriptor() const { return socket_.Get(); }
   bool IsOpen() const { return static_cast<bool>(socket_); }
 
  private:

@@ -6,87 +6,97 @@
 #include "client/arguments.h"
 #include "client/format.h"
 #include "client/json.h"
-#include "client/session.h"
+#include "client/logwatch.h"
+#include "client/tools.h"
 #include "config/status.h"
 
-static void Print(const std::string& text) { fwrite(text.data(), 1, text.size(), stdout); }
+void Print(const std::string& text) { fwrite(text.data(), 1, text.size(), stdout); }
 
-TTarget TSession::Target() const {
+void Warn(const std::string& text) {
+  if (!text.empty()) fprintf(stderr, "qovctl: warning: %s\n", text.c_str());
+}
+
+TTarget TControlRun::Target() const {
   std::string warning;
   TTarget target = ResolveTarget(options, warning);
-  if (!warning.empty()) fprintf(stderr, "qovctl: warning: %s\n", warning.c_str());
+  Warn(warning);
   return target;
 }
 
-static int AskRow(const TSession& session, const TCommand& row, const TGiven& given) {
-  const std::vector<std::string> params = BuildParams(row, given);
-  const TAnswer answer = Ask(session.Target(), row.agent, params);
-  Print(session.json ? JsonAnswer(row, answer, session.showPassword)
-                     : FormatAnswer(row, answer, session.showPassword));
+static int AskRow(const TControlRun& run, const TCommand& row, const TGiven& given) {
+  const TTarget target = run.Target();
+  const TAnswer answer = run.stateFile.empty() ? Ask(target, row.agent, BuildParams(row, given))
+                                               : WatchOnce(target, row, given, run.stateFile);
+  Print(run.json ? JsonAnswer(row, answer, run.showPassword)
+                 : FormatAnswer(row, answer, run.showPassword));
   return CodeExitStatus(answer.code);
 }
 
-static int AskRaw(const TSession& session, std::vector<std::string> words) {
+static int AskRaw(const TControlRun& run, std::vector<std::string> words) {
   if (words.empty()) throw TUsageFailure("no command given, see qovctl --help");
   const std::string command = words.front();
   words.erase(words.begin());
-  const TAnswer answer = Ask(session.Target(), command, words);
-  Print(session.json ? JsonRaw(command, answer) : FormatRaw(answer));
+  const TAnswer answer = Ask(run.Target(), command, words);
+  Print(run.json ? JsonRaw(command, answer) : FormatRaw(answer));
   return CodeExitStatus(answer.code);
 }
 
-static void AddRows(CLI::App& app, TSession& session) {
+static void AddRows(CLI::App& app, TControlRun& run) {
   for (const TCommand& row : Commands()) {
     CLI::App* sub = AddCommand(app, row);
     if (row.shape == shapeKeys) {
-      sub->add_flag("--show-password", session.showPassword, "do not mask the password");
+      sub->add_flag("--show-password", run.showPassword, "do not mask the password");
     }
-    sub->callback([&session, &row, sub] {
-      session.action = [&session, &row, sub] {
-        return AskRow(session, row, CollectGiven(*sub, row));
-      };
+    if (row.stateParam != 0) {
+      sub->add_option("--state-file", run.stateFile, "file that keeps the scan's state")
+          ->type_name("FILE")
+          ->excludes("--position")
+          ->excludes("--size")
+          ->excludes("--time");
+    }
+    sub->callback([&run, &row, sub] {
+      run.action = [&run, &row, sub] { return AskRow(run, row, CollectGiven(*sub, row)); };
     });
   }
 }
 
-static void AddRaw(CLI::App& app, TSession& session) {
+static void AddRaw(CLI::App& app, TControlRun& run) {
   CLI::App* sub = app.add_subcommand("raw", "any command of the agent, one parameter a line");
   sub->prefix_command();
-  sub->callback([&session, sub] {
-    session.action = [&session, sub] { return AskRaw(session, sub->remaining()); };
-  });
+  sub->callback(
+      [&run, sub] { run.action = [&run, sub] { return AskRaw(run, sub->remaining()); }; });
 }
 
 /// A word in front that is no subcommand is a command of the agent: "qovctl TEST-UNC /".
-static void TakePlainCommand(const CLI::App& app, TSession& session) {
+static void TakePlainCommand(const CLI::App& app, TControlRun& run) {
   const std::vector<std::string> words = app.remaining();
-  if (session.action) {
+  if (run.action) {
     if (!words.empty()) throw TUsageFailure("unexpected argument: " + words.front());
     return;
   }
   if (!words.empty() && (words.front()[0] < 'A' || words.front()[0] > 'Z')) {
     throw TUsageFailure("unknown command or option: " + words.front() + ", see qovctl --help");
   }
-  session.action = [&session, words] { return AskRaw(session, words); };
+  run.action = [&run, words] { return AskRaw(run, words); };
 }
 
-static void DescribeApp(CLI::App& app, TSession& session) {
+static void DescribeApp(CLI::App& app, TControlRun& run) {
   app.set_version_flag("-V,--version", std::string("qovctl ") + AgentStatus.AgentVersion);
-  AddTargetOptions(app, session.options);
-  app.add_option("-t,--timeout", session.options.timeoutSec, "seconds to wait for a reply (60)")
+  AddTargetOptions(app, run.options);
+  app.add_option("-t,--timeout", run.options.timeoutSec, "seconds to wait for a reply (60)")
       ->type_name("SECONDS")
       ->check(CLI::PositiveNumber.description(""));
-  app.add_flag("--json", session.json, "one JSON object for machines");
+  app.add_flag("--json", run.json, "one JSON object for machines");
   app.prefix_command();
   app.require_subcommand(0, 1);
   app.footer("An agent's own command goes as it is too: qovctl GetInfo\n");
 }
 
-static int RunSession(CLI::App& app, TSession& session, int argc, const char* const* argv) {
+static int RunSession(CLI::App& app, TControlRun& run, int argc, const char* const* argv) {
   try {
     app.parse(argc, argv);
-    TakePlainCommand(app, session);
-    return session.action();
+    TakePlainCommand(app, run);
+    return run.action();
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kExitDone : kExitUsage;
   } catch (const TUsageFailure& failure) {
@@ -99,10 +109,14 @@ static int RunSession(CLI::App& app, TSession& session, int argc, const char* co
 }
 
 int RunControl(int argc, const char* const* argv) {
-  TSession session;
+  TControlRun run;
   CLI::App app("Speaks to a qov agent.", "qovctl");
-  DescribeApp(app, session);
-  AddRows(app, session);
-  AddRaw(app, session);
-  return RunSession(app, session, argc, argv);
+  DescribeApp(app, run);
+  AddRows(app, run);
+  AddRaw(app, run);
+  for (auto* add : {&AddPing, &AddWait, &AddAll, &AddSet, &AddUpgrade, &AddPacket, &AddCheckConfig,
+                    &AddShowConfig, &AddCompletion}) {
+    add(app, run);
+  }
+  return RunSession(app, run, argc, argv);
 }

@@ -13,6 +13,13 @@ static std::string Decimal(double number, int places) {
   return buf;
 }
 
+std::string RoundedNumber(double number) {
+  std::string text = Decimal(number, 2);
+  text.erase(text.find_last_not_of('0') + 1);
+  if (text.back() == '.') text.pop_back();
+  return text;
+}
+
 std::string ReadableBytes(double sizeBytes) {
   static const char* const units[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB"};
   size_t unit = 0;
@@ -116,19 +123,39 @@ static std::string FormatFiles(const TAnswer& answer) {
   return out + std::to_string(list.entries.size()) + " entries\n";
 }
 
-std::string DescribeFailure(const TAnswer& answer) {
-  std::string text = answer.code + ' ' + CodeMeaning(answer.code);
+/// The agent's network checks report a code behind the system's text, which is often empty.
+static const char* NetworkReason(const std::string& line) {
+  static constexpr struct {
+    const char* line;
+    const char* reason;
+  } kReasons[] = {{"0", "no answer in time"}, {"-2", "the host name does not resolve"},
+                  {"-3", "no socket"},        {"-4", "sending failed"},
+                  {"-5", "receiving failed"}, {"-6", "the connection failed"}};
+  for (const auto& row : kReasons) {
+    if (line == row.line) return row.reason;
+  }
+  return nullptr;
+}
+
+static std::string OwnWords(const TCommand& command, const TAnswer& answer) {
   std::string words;
   for (const std::string& line : answer.lines) {
-    for (const std::string& part : SplitLines(DecodeText(line))) {
-      words += (words.empty() ? "" : " ") + part;
+    const char* reason = command.verdict == verdictAnswer ? NetworkReason(line) : nullptr;
+    for (const std::string& part : SplitLines(reason != nullptr ? reason : DecodeText(line))) {
+      words += (words.empty() ? "" : ", ") + part;
     }
   }
+  return words;
+}
+
+std::string DescribeFailure(const TCommand& command, const TAnswer& answer) {
+  const std::string text = answer.code + ' ' + CodeMeaning(answer.code);
+  const std::string words = OwnWords(command, answer);
   return words.empty() ? text : text + ": " + words;
 }
 
 std::string FormatAnswer(const TCommand& command, const TAnswer& answer, bool showPassword) {
-  if (!answer.Done()) return DescribeFailure(answer) + '\n';
+  if (!answer.Done()) return DescribeFailure(command, answer) + '\n';
   switch (command.shape) {
     case shapeKeys:
       return FormatKeys(answer, showPassword);

@@ -12,9 +12,11 @@ std::string FormatAnswer(const TCommand& command, const TAnswer& answer, bool sh
 /// Code, meaning and the lines as they came.
 std::string FormatRaw(const TAnswer& answer);
 /// Why a command was not carried out: meaning of the code and the agent's own words, on one line.
-std::string DescribeFailure(const TAnswer& answer);
+std::string DescribeFailure(const TCommand& command, const TAnswer& answer);
 /// "12.5 GiB"; below 1 KiB "512 B".
 std::string ReadableBytes(double sizeBytes);
+/// At most two decimals, none that say nothing.
+std::string RoundedNumber(double number);
 /// Label and text pairs, the texts in one column.
 std::string AlignColumns(const TKeys& rows);
 /// A value with its unit, on one line or, for a text of several, on several.

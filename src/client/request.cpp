@@ -46,20 +46,20 @@ static std::string ChoiceNumber(const TParam& param, const std::string& value) {
 
 static std::string WireValue(const TParam& param, const TGiven& given) {
   const auto found = given.find(param.option);
-  if (param.form == formGiven) return given.count(param.preset) != 0 ? "1" : "0";
-  if (param.form == formNoFlag) return found != given.end() ? "0" : "1";
+  if (param.form == paramGiven) return given.count(param.preset) != 0 ? "1" : "0";
+  if (param.form == paramNoFlag) return found != given.end() ? "0" : "1";
   if (found == given.end() && param.preset == nullptr) {
     throw TUsageFailure(std::string(param.option) + " is required");
   }
   const std::string value = found != given.end() ? found->second : param.preset;
   switch (param.form) {
-    case formData:
+    case paramData:
       return EncodeText(value);
-    case formContents:
+    case paramContents:
       return EncodeText(ReadLocalFile(value, "file"));
-    case formWhole:
+    case paramWhole:
       return WholeNumber(param, value);
-    case formChoice:
+    case paramChoice:
       return ChoiceNumber(param, value);
     default:
       return OneLine(param, value);

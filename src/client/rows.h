@@ -15,33 +15,33 @@ inline TParam Argument(int position, const char* name, const char* help, const c
   return {.position = position, .option = name, .preset = preset, .help = help};
 }
 inline TParam DataArgument(int position, const char* name, const char* help) {
-  return {.position = position, .form = formData, .option = name, .preset = nullptr, .help = help};
+  return {.position = position, .form = paramData, .option = name, .preset = nullptr, .help = help};
 }
 inline TParam PortArgument(int position) {
   return {.position = position,
-          .form = formWhole,
+          .form = paramWhole,
           .option = "PORT",
           .preset = nullptr,
           .help = "port to connect to"};
 }
 inline TParam Flag(int position, const char* option, const char* help) {
-  return {.position = position, .form = formFlag, .option = option, .preset = "0", .help = help};
+  return {.position = position, .form = paramFlag, .option = option, .preset = "0", .help = help};
 }
 inline TParam NoFlag(int position, const char* option, const char* help) {
-  return {.position = position, .form = formNoFlag, .option = option, .preset = "1", .help = help};
+  return {.position = position, .form = paramNoFlag, .option = option, .preset = "1", .help = help};
 }
 inline TParam Text(int position, const char* option, const char* preset, const char* help) {
   return {.position = position, .option = option, .preset = preset, .help = help};
 }
 inline TParam Data(int position, const char* option, const char* help) {
-  return {.position = position, .form = formData, .option = option, .help = help};
+  return {.position = position, .form = paramData, .option = option, .help = help};
 }
 inline TParam Whole(int position, const char* option, const char* preset, const char* help) {
   return {
-      .position = position, .form = formWhole, .option = option, .preset = preset, .help = help};
+      .position = position, .form = paramWhole, .option = option, .preset = preset, .help = help};
 }
 inline TParam Fixed(int position, const char* value) {
-  return {.position = position, .form = formFixed, .preset = value};
+  return {.position = position, .form = paramFixed, .preset = value};
 }
 inline TParam Macros(int position) {
   return Flag(position, "--macros", "expand %newestfile% and kin in the path first");

@@ -1,10 +1,12 @@
+#include <math.h>
+
 #include "client/rows.h"
 
 static double Used(const TNumbers& disk) { return disk[0] - disk[1]; }
-/// As df counts it: of what ordinary users can have.
+/// As df counts it, of what ordinary users can have; two decimals.
 static double UsedPercent(const TNumbers& disk) {
   const double reachable = Used(disk) + disk[2];
-  return reachable > 0 ? 100 * Used(disk) / reachable : 0;
+  return reachable > 0 ? round(10000 * Used(disk) / reachable) / 100 : 0;
 }
 
 static TCommand Disk() {
@@ -55,7 +57,7 @@ static TCommand CountFiles() {
                      Argument(2, "MASK", "file mask", "*"),
                      Flag(3, "--recurse", "count in the subfolders too"),
                      {.position = 4,
-                      .form = formChoice,
+                      .form = paramChoice,
                       .option = "--count",
                       .preset = "all",
                       .help = "what to count: all, older, newer, bigger, smaller, subfolders",
@@ -148,7 +150,7 @@ static TCommand TextLog() {
   const TParam rest[] = {
       LogFile(),
       {.position = 2,
-       .form = formData,
+       .form = paramData,
        .option = "--find",
        .preset = nullptr,
        .help = "text to find"},
@@ -176,14 +178,14 @@ static TCommand TextLog2() {
       LogFile(),
       ScanAll(5),
       {.position = 6,
-       .form = formData,
+       .form = paramData,
        .option = "--find",
        .preset = nullptr,
        .help = "text to find"},
       Flag(7, "--expression", "--find is an expression: 'a' and not ('b' or 'c')"),
       Flag(8, "--case", "tell capital letters from small ones"),
       Flag(9, "--whole-word", "neither neighbour may be a letter or digit"),
-      {.position = 10, .form = formGiven, .preset = "--or-find"},
+      {.position = 10, .form = paramGiven, .preset = "--or-find"},
       Data(11, "--or-find", "text of the second filter"),
       Flag(12, "--or-expression", "--or-find is an expression"),
       Flag(13, "--or-case", "as --case, for the second filter"),

@@ -25,7 +25,7 @@ static void ReadAgentFile(const std::string& path, TTarget& target) {
   target.password = Bytes(settings.password);
 }
 
-static std::string ReadPasswordFile(const std::string& path, std::string& warning) {
+std::string ReadPasswordFile(const std::string& path, std::string& warning) {
   std::ifstream file(path, std::ios::binary);
   std::string line;
   if (!file || (!std::getline(file, line) && file.bad())) {
@@ -48,21 +48,29 @@ static void ReadPassword(const TTargetOptions& options, TTarget& target, std::st
   if (!path.empty()) target.password = ReadPasswordFile(path, warning);
 }
 
-TTarget ResolveTarget(const TTargetOptions& options, std::string& warning) {
+static TTarget TakeGiven(const TTargetOptions& options, std::string& warning) {
   TTarget target;
   target.host = options.host;
   target.port = options.port;
   target.timeoutMs = static_cast<int>(options.timeoutSec * 1000);
   if (!options.configFile.empty()) ReadAgentFile(options.configFile, target);
   ReadPassword(options, target, warning);
+  if (target.password.empty()) {
+    throw TUsageFailure(
+        "no password: give --config FILE, --password-file FILE or set QOV_PASSWORD_FILE");
+  }
+  return target;
+}
+
+std::string ResolvePassword(const TTargetOptions& options, std::string& warning) {
+  return TakeGiven(options, warning).password;
+}
+
+TTarget ResolveTarget(const TTargetOptions& options, std::string& warning) {
+  TTarget target = TakeGiven(options, warning);
   if (target.host.empty() || target.host == "0.0.0.0") target.host = "127.0.0.1";
   if (target.port < 1 || target.port > 65535) {
     throw TUsageFailure("no usable port: give -p PORT or --config FILE");
-  }
-  if (target.password.empty()) {
-    throw TUsageFailure(
-        "no password: give --config FILE, --password-file FILE or set "
-        "QOV_PASSWORD_FILE");
   }
   return target;
 }

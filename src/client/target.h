@@ -24,3 +24,8 @@ struct TTargetOptions {
 /// @param warning  out: a text for the administrator when a password file is open to others
 /// Throws TUsageFailure when a file cannot be read, or port or password stay unknown.
 TTarget ResolveTarget(const TTargetOptions& options, std::string& warning);
+
+/// The password alone, found in the same way.
+std::string ResolvePassword(const TTargetOptions& options, std::string& warning);
+/// The first line of a password file. @param warning  as for ResolveTarget
+std::string ReadPasswordFile(const std::string& path, std::string& warning);
