@@ -1,19 +1,18 @@
-#include <gtest/gtest.h>
-
 #include <map>
 
 #include "config/settingslines.h"
-#include "support/settingsguard.h"
-#include "support/tempdir.h"
-#include "support/text.h"
+#include "support/settingstest.h"
 
 namespace {
 
-const std::string kSource = QOV_SOURCE_DIR;
+class SampleConfig : public TSettingsTest {
+ protected:
+  const std::string sample = ReadFile(QOV_SOURCE_DIR "/packaging/qov.cfg");
+};
 
-TEST(SampleConfig, ExplainsEveryKey) {
-  const String text = ToString(ReadFile(kSource + "/packaging/qov.cfg"));
-  const std::string manual = ReadFile(kSource + "/docs/configuration.md");
+TEST_F(SampleConfig, ExplainsEveryKey) {
+  const std::string manual = ReadFile(QOV_SOURCE_DIR "/docs/configuration.md");
+  const String text = ToString(sample);
   std::map<std::string, int> found;
   TSettingsLines lines(text);
   std::string above;
@@ -29,25 +28,14 @@ TEST(SampleConfig, ExplainsEveryKey) {
   EXPECT_EQ(found.size(), std::size(kSettingKeys)) << "unknown keys";
 }
 
-TEST(SampleConfig, LoadsWithSafeValues) {
-  TSettingsGuard guard;
-  TTempDir folder;
-  TQovSettings record;
-  folder
-      .File("qov.cfg", ReadFile(kSource + "/packaging/qov.cfg") +
-                           "password=x\nqovpath=" + folder.File("agent") + "\n")
-      .copy(record.configfile, sizeof record.configfile - 1);
-  String err;
-  EXPECT_EQ(record.LoadOptions_(err), 1);
-  EXPECT_EQ(ToStd(err), "");
-  EXPECT_EQ(record.host, "127.0.0.1");
+TEST_F(SampleConfig, LoadsWithSafeValues) {
+  const TQovSettings record = Loaded(sample + "password=x\nqovpath=" + agent + "\n");
+  EXPECT_EQ(result, 1);
+  EXPECT_EQ(err, "");
   EXPECT_EQ(record.effectivefilter, "\r\n127.0.0.1\r\n");
-  EXPECT_EQ(record.filteractive, 1);
-  for (int TQovSettings::*off :
-       {&TQovSettings::allowupdates, &TQovSettings::shellscript, &TQovSettings::external,
-        &TQovSettings::executeaction, &TQovSettings::tcpudpaction, &TQovSettings::syslogaction}) {
-    EXPECT_EQ(record.*off, 0);
-  }
+  EXPECT_EQ(Values(record, {"host", "filteractive", "allowupdates", "shellscript", "external",
+                            "executeaction", "tcpudpaction", "syslogaction"}),
+            "127.0.0.1 1 0 0 0 0 0 0 ");
 }
 
 }  // namespace

@@ -1,131 +1,73 @@
 #include "config/settings.h"
 
-#include <gtest/gtest.h>
-#include <stdlib.h>
-#include <string.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <thread>
 
-#include "support/settingsguard.h"
-#include "support/tempdir.h"
-#include "support/text.h"
+#include "support/settingstest.h"
 
 namespace {
 
-class SettingsTest : public testing::Test {
- protected:
-  /// Lines that satisfy the mandatory checks.
-  std::string Mandatory() const {
-    return "port=1\npassword=p\nqovpath=" + agent + "\nfiltermarks=\n";
-  }
-  TQovSettings Named(const std::string& text) const {
-    TQovSettings record;
-    const std::string path = folder.File("qov.cfg", text);
-    path.copy(record.configfile, sizeof record.configfile - 1);
-    return record;
-  }
-  /// The record of a file that holds `text`.
-  TQovSettings Loaded(const std::string& text) {
-    TQovSettings record = Named(text);
-    result = record.LoadOptions_(err);
-    return record;
-  }
+using SettingsTest = TSettingsTest;
 
-  TSettingsGuard guard;
-  TTempDir folder;
-  std::string agent = folder.File("agent");
-  String err;
-  int result = -1;
-};
+constexpr char kMarksWarning[] = "FilterMarks has less items than FilterList";
 
-TEST_F(SettingsTest, ReadsTexts) {
-  const std::string filler(1000, 'x');
+TEST_F(SettingsTest, ReadsTheSyntax) {
+  const std::string filler(1022, '.');
   const struct {
     std::string file;
-    const char* comment;
+    const char *key, *value;
   } cases[] = {
-      {"comment=a b", "a b"},
-      {" \tCOMment\t = \t a\tb \t\r\n", "a\tb"},
-      {"comment=a=b;#c\n", "a=b;#c"},
-      {"comment=a\ncomment=b\n", "b"},
-      {"comment=a\n#comment=b\n;comment=c\n #comment=d\ncomment\n=e\nmycomment=f\n", "a"},
-      {"comment=a\ncomment=\n", ""},
-      {"comment=a\r\rcomment=b", "a\r\rcomment=b"},
+      {"comment=a b", "comment", "a b "},
+      {" \tCOMment\t = \t a\tb \t\r\n", "comment", "a\tb "},
+      {"comment=a=b;#c\n", "comment", "a=b;#c "},
+      {"comment=a\ncomment=b\n", "comment", "b "},
+      {"comment=a\n#comment=b\n;comment=c\n #comment=d\ncomment\n=e\nxcomment=f", "comment", "a "},
+      {"comment=a\ncomment=\n", "comment", " "},
       // A long line is read in pieces, so that what stands behind 1,023 bytes is a line.
-      {"#" + filler + "......................comment=a\n", "a"},
-      {"#" + filler + ".....................comment=a\n", ""},
+      {"#" + filler + "comment=a\n", "comment", "a "},
+      {"#" + filler.substr(1) + "comment=a\n", "comment", " "},
+      {"Port = 8080", "port", "8080 "},
+      {"port=0\nport= +7x\nport=8", "port", "7 "},
+      {"timeout=99999999999", "timeout", "2147483647 "},
+      {"timeout=x", "timeout", "4000 "},
+      {"delayforscripts=-99999999999", "delayforscripts", "-2147483648 "},
+      {"unc=true", "unc", "0 "},
+      {"unc=", "unc", "0 "},
+      {"unc=0\nunc=1abc", "unc", "1 "},
+      {"filterlist=10.0.0.1   10.0.0.2", "filterlist", "10.0.0.1\r\n10.0.0.2 "},
+      {"filterlist=%0D%0A1 %0A2%0D%0A", "filterlist", "1\r\n\n2 "},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.file);
-    EXPECT_EQ(Loaded(c.file).comment, c.comment);
-  }
-}
-
-TEST_F(SettingsTest, ReadsFlagsNumbersAndLists) {
-  const struct {
-    const char* file;
-    int port, timeout, unc, delay;
-    const char* list;
-  } cases[] = {
-      {"Port = 8080", 8080, 4000, 1, 90000, "1"},
-      {"port=0\nport=7\nport=8", 7, 4000, 1, 90000, "1"},
-      {"port= +12x\ntimeout=99999999999\ndelayforscripts=-99999999999", 12, 2147483647, 1,
-       -2147483647 - 1, "1"},
-      {"unc=true\ntimeout=x", 0, 4000, 0, 90000, "1"},
-      {"unc=0\nunc=1abc\ntimeout=0", 0, 4000, 1, 90000, "1"},
-      {"unc=", 0, 4000, 0, 90000, "1"},
-      {"filterlist=10.0.0.1   10.0.0.2", 0, 4000, 1, 90000, "10.0.0.1\r\n10.0.0.2"},
-      {"filterlist=%0D%0A1 %0A2%0D%0A", 0, 4000, 1, 90000, "1\r\n\n2"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.file);
-    const TQovSettings record = Loaded(c.file);
-    EXPECT_EQ(record.port, c.port);
-    EXPECT_EQ(record.timeout, c.timeout);
-    EXPECT_EQ(record.unc, c.unc);
-    EXPECT_EQ(record.delayforscripts, c.delay);
-    EXPECT_EQ(record.filterlist, c.list);
+    EXPECT_EQ(Values(Loaded(c.file), {c.key}), c.value) << c.file;
   }
 }
 
 TEST_F(SettingsTest, ChecksWhatIsMandatory) {
-  const std::string path = "qovpath=" + agent + "\n";
-  const struct {
-    std::string file;
-    int result;
-    std::string err;
-  } cases[] = {
-      {Mandatory(), 1, ""},
-      {Mandatory() + "filtermarks=1\nfilterlist=\n", 1,
-       "FilterMarks has less items than FilterList"},
-      {"filtermarks=", 0,
+  const std::string cases[][2] = {
+      {mandatory, ""},
+      {mandatory + "filtermarks=1\nfilterlist=\n", kMarksWarning},
+      // Deliberate: no list and no marks is a warning, since their defaults are crossed.
+      {"port=1\npassword=p\nqovpath=" + agent, kMarksWarning},
+      {"filtermarks=",
        "  TCP post is not specified!\n  Password is not specified!\n"
        "  Full path to the agent is not specified!\n"},
-      {"filtermarks=1\nport=1\nqovpath=agent\n", 0,
-       "  Password is not specified!\n  Full path to the agent is not specified!\n"},
-      {"filtermarks=1\nport=1\npassword=p\nqovpath=/nowhere/qov\n", 0,
-       "  Invalid path to the agent!\n"},
-      // Deliberate: no list and no marks is a warning, since their defaults are crossed.
-      {"port=1\npassword=p\n" + path, 1, "FilterMarks has less items than FilterList"},
+      {mandatory + "qovpath=agent\n", "  Full path to the agent is not specified!\n"},
+      {mandatory + "qovpath=/nowhere/qov\n", "  Invalid path to the agent!\n"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.file);
-    Loaded(c.file);
-    EXPECT_EQ(result, c.result);
-    EXPECT_EQ(ToStd(err), c.err);
+  for (const auto& [file, text] : cases) {
+    Loaded(file);
+    EXPECT_EQ(result, text.empty() || text == kMarksWarning) << file;
+    EXPECT_EQ(ToStd(err), text);
   }
   TQovSettings record;
   EXPECT_EQ(record.LoadOptions_(err), 0);
   EXPECT_EQ(err, "Configuration file is not specified");
-  const std::string missing = "Cannot open configuration file '/nowhere/qov.cfg'";
-  strcpy(record.configfile, "/nowhere/qov.cfg");
+  std::string("/nowhere/x").copy(record.configfile, 99);
   EXPECT_EQ(record.LoadOptions_(err), 0);
-  EXPECT_EQ(ToStd(err), missing);
+  EXPECT_EQ(err, "Cannot open configuration file '/nowhere/x'");
   EXPECT_EQ(record.allowmanage, 1) << "a failed load leaves the defaults";
-  EXPECT_EQ(record.SaveOptions_(err), 0);
-  EXPECT_EQ(ToStd(err), missing);
 }
 
 TEST_F(SettingsTest, PutRightBuildsTheEffectiveFilter) {
@@ -135,145 +77,120 @@ TEST_F(SettingsTest, PutRightBuildsTheEffectiveFilter) {
       {"10.0.0.1\r\n10.0.0.2", "01", "\r\n10.0.0.2\r\n", ""},
       {"a\r\nb\r\nc", "1x1", "\r\na\r\nc\r\n", ""},
       {"a\r\nb", "1", "\r\na\r\n", ""},
-      {"a", "11", "\r\na\r\n", "FilterMarks has less items than FilterList"},
-      {"a\r\n \r\nb", "111", "\r\na\r\n", "FilterMarks has less items than FilterList"},
-      {"a\r\n", "10", "\r\na\r\n", "FilterMarks has less items than FilterList"},
-      {"", "", "\r\n", ""},
+      {"a\r\n \r\nb", "111", "\r\na\r\n", kMarksWarning},
+      {"a\r\n", "10", "\r\na\r\n", kMarksWarning},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.list);
     TQovSettings record;
     record.filterlist = c.list;
     record.filtermarks = c.marks;
     err = "";
     record.PutRight(err);
-    EXPECT_EQ(record.effectivefilter, c.filter);
-    EXPECT_EQ(err, c.err);
+    EXPECT_EQ(ToStd(record.effectivefilter), c.filter);
+    EXPECT_EQ(ToStd(err), c.err) << c.list;
   }
 }
 
 TEST_F(SettingsTest, PutRightCompletesScripts) {
   TQovSettings record;
   record.proccntscript = "count";
+  record.cpuusagescript = "bin/cpu";
   record.PutRight(err);
   EXPECT_EQ(record.proccntscript, "count") << "no agent folder is known";
   record.qovpath = "/opt/qov";
-  record.cpuusagescript = "bin/cpu";
   record.PutRight(err);
-  EXPECT_EQ(record.proccntscript, "/opt//count");
-  EXPECT_EQ(record.cpuusagescript, "bin/cpu");
-  EXPECT_EQ(record.proclistscript, "/opt//") << "an empty name is completed too";
+  EXPECT_EQ(Values(record, {"proccntscript", "cpuusagescript", "proclistscript"}),
+            "/opt//count bin/cpu /opt// ");
 }
 
 TEST_F(SettingsTest, PutRightSettlesTheTemporaryFolder) {
   const std::string own = folder.Folder("own");
-  const std::string other = folder.Folder("other");
-  const std::string otherSlash = other + "/";
-  const std::string file = folder.File("file");
-  const char* const unset = nullptr;
-  const struct {
-    std::string tmpdir;
-    const char *TMPDIR, *TMP;
-    std::string expected;
-  } cases[] = {
-      {own + "/", other.c_str(), unset, own}, {"", otherSlash.c_str(), own.c_str(), other},
-      {file, other.c_str(), unset, other},    {"/nowhere", unset, other.c_str(), other},
-      {"", "/nowhere", other.c_str(), "."},   {"", unset, unset, "."},
+  const std::string unset = "unset";
+  const std::string cases[][4] = {
+      // tmpdir, TMPDIR, TMP, result
+      {own + "/", folder.Path(), unset, own},
+      {"", own + "/", folder.Path(), own},
+      {agent, own, unset, own},
+      {"/nowhere", unset, own, own},
+      {"", "/nowhere", own, "."},
+      {"", unset, unset, "."},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.tmpdir);
-    c.TMPDIR != unset ? setenv("TMPDIR", c.TMPDIR, 1) : unsetenv("TMPDIR");
-    c.TMP != unset ? setenv("TMP", c.TMP, 1) : unsetenv("TMP");
+  const auto setEnvironment = [&](const char* name, const std::string& value) {
+    value == unset ? unsetenv(name) : setenv(name, value.c_str(), 1);
+  };
+  for (const auto& [wanted, TMPDIR, TMP, expected] : cases) {
+    setEnvironment("TMPDIR", TMPDIR);
+    setEnvironment("TMP", TMP);
     TQovSettings record;
-    record.tmpdir = ToString(c.tmpdir);
+    record.tmpdir = ToString(wanted);
     record.PutRight(err);
-    EXPECT_EQ(ToStd(record.tmpdir), c.expected);
-    EXPECT_EQ(getenv("TMPDIR"), c.expected);
+    EXPECT_EQ(ToStd(record.tmpdir), expected) << wanted << " " << TMPDIR << " " << TMP;
+    EXPECT_EQ(getenv("TMPDIR"), expected);
   }
-  unsetenv("TMP");
-}
-
-TEST_F(SettingsTest, LeavesAFrozenEnvironmentAlone) {
-  EXPECT_EXIT(
-      {
-        setenv("TMPDIR", "/before", 1);
-        FreezeEnvironment();
-        TQovSettings record;
-        record.tmpdir = ToString(folder.Path());
-        record.PutRight(err);
-        _exit(getenv("TMPDIR") == std::string("/before") ? 7 : 1);
-      },
-      testing::ExitedWithCode(7), "");
+  const auto putRightFrozen = [&] {
+    setenv("TMPDIR", "/before", 1);
+    FreezeEnvironment();
+    Named("").PutRight(err);
+    _exit(getenv("TMPDIR") == std::string("/before") ? 7 : 1);
+  };
+  EXPECT_EXIT(putRightFrozen(), testing::ExitedWithCode(7), "");
 }
 
 TEST_F(SettingsTest, ReloadKeepsWhatHasNoDefault) {
-  QovSettings = Named(Mandatory() + "host=h\ntimeout=5\nverboselogfile=v\nproccntscript=/x\n" +
-                      "comment=c\npidfile=f\nsnmp=0\n");
+  QovSettings = Named(mandatory + "host=h\ntimeout=5\nverboselogfile=v\nproccntscript=/x\n" +
+                      "comment=c\npidfile=f\n");
   QovSettings.verbose = 1;
   ASSERT_EQ(LoadOptions(err), 1);
   folder.File("qov.cfg", "port=2\nqovpath=relative\n");
   EXPECT_EQ(LoadOptions(err), 0);
   const TSettingsView now = CurrentSettings();
-  EXPECT_EQ(now->port, 1);
-  EXPECT_EQ(now->host, "h");
-  EXPECT_EQ(now->timeout, 5);
-  EXPECT_EQ(now->verboselogfile, "v");
-  EXPECT_EQ(now->proccntscript, "/x");
+  EXPECT_EQ(Values(*now, {"port", "host", "timeout", "verboselogfile", "proccntscript"}),
+            "1 h 5 v /x ");
+  EXPECT_EQ(Values(*now, {"comment", "pidfile", "password", "qovpath"}), "   relative ");
   EXPECT_EQ(now->verbose, 1u);
-  EXPECT_EQ(now->comment, "");
-  EXPECT_EQ(now->password, "");
-  EXPECT_EQ(now->pidfile, "");
-  EXPECT_EQ(now->snmp, 1);
-  EXPECT_EQ(now->qovpath, "relative") << "a failed load leaves what the file set";
 }
 
 TEST_F(SettingsTest, AnyRecordTeachesTheProcessItsPath) {
-  Loaded(Mandatory());
+  Loaded(mandatory);
   EXPECT_EQ(ToStd(QovSettings.qovpath), agent);
 }
 
 TEST_F(SettingsTest, APinHoldsOneRecord) {
-  const auto setPort = [](TQovSettings& s, const void* port) {
-    s.port = *static_cast<const int*>(port);
-  };
-  const int ports[] = {1, 2};
-  ChangeSettings(setPort, &ports[0]);
+  const auto nextPort = [](TQovSettings& s, const void*) { ++s.port; };
   {
     const TSettingsPin pin;
-    ChangeSettings(setPort, &ports[1]);
-    EXPECT_EQ(CurrentSettings()->port, 1);
-    std::thread([] { EXPECT_EQ(CurrentSettings()->port, 2); }).join();
+    const int before = CurrentSettings()->port;
+    QovSettings.port = before;
+    ChangeSettings(nextPort, nullptr);
+    EXPECT_EQ(CurrentSettings()->port, before);
+    std::thread([&] { EXPECT_EQ(CurrentSettings()->port, before + 1); }).join();
   }
-  EXPECT_EQ(CurrentSettings()->port, 2);
+  EXPECT_EQ(CurrentSettings()->port, QovSettings.port);
 }
 
 TEST_F(SettingsTest, ReadersNeverSeeHalfARecord) {
-  const std::string files[] = {Mandatory() + "password=one\nfilterlist=one\nfiltermarks=1\n",
-                               Mandatory() + "password=two\nfilterlist=two\nfiltermarks=1\n"};
+  const std::string files[] = {mandatory + "password=one\nfilterlist=one\nfiltermarks=1\n",
+                               mandatory + "password=two\nfilterlist=two\nfiltermarks=1\n"};
   QovSettings = Named(files[0]);
   ASSERT_EQ(LoadOptions(err), 1);
   std::atomic<bool> done{false};
-  std::atomic<int> torn{0};
   const auto read = [&] {
     while (!done) {
       const TSettingsView now = CurrentSettings();
-      if (ToStd(now->effectivefilter) != "\r\n" + ToStd(now->password) + "\r\n") ++torn;
-      if (TempFolder().Empty()) ++torn;
+      EXPECT_EQ(ToStd(now->effectivefilter), "\r\n" + ToStd(now->password) + "\r\n");
+      EXPECT_FALSE(TempFolder().Empty());
     }
   };
-  std::thread readers[] = {std::thread(read), std::thread(read)};
-  std::thread saver([&] {
+  const auto save = [&] {
     for (String text; !done;) SaveOptions(text);
-  });
+  };
+  std::thread others[] = {std::thread(read), std::thread(read), std::thread(save)};
   for (int i = 0; i < 200; ++i) {
-    ASSERT_EQ(rename(folder.File("other", files[i % 2]).c_str(), QovSettings.configfile), 0);
-    String text;
-    EXPECT_EQ(LoadOptions(text), 1) << ToStd(text);
+    EXPECT_EQ(rename(folder.File("other", files[i % 2]).c_str(), path.c_str()), 0);
+    EXPECT_EQ(LoadOptions(err), 1) << ToStd(err);
   }
   done = true;
-  for (std::thread& reader : readers) reader.join();
-  saver.join();
-  EXPECT_EQ(torn, 0);
+  for (std::thread& other : others) other.join();
 }
 
 }  // namespace
