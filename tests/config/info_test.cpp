@@ -2,6 +2,8 @@
 
 #include <sys/utsname.h>
 
+#include <sstream>
+
 #include "config/status.h"
 #include "support/settingstest.h"
 
@@ -15,9 +17,9 @@ class InfoTest : public TSettingsTest {
     EXPECT_EQ(LoadOptions(err), 1);
   }
   /// The whole reply to the lines behind the command.
-  static std::string Reply(void (*handler)(const VxRequest&, QovReply&), const char* lines) {
+  static std::string Reply(void (*handler)(const VxRequest&, QovReply&), const std::string& lines) {
     VxRequest params;
-    params = lines;
+    params = ToString(lines);
     QovReply reply;
     handler(params, reply);
     return ToStd(reply);
@@ -56,44 +58,25 @@ TEST_F(InfoTest, ReportsTheAgentAndItsSettings) {
   AgentStatus.ActiveConnections = AgentStatus.OpenedConnections = 0;
 }
 
+// Parameter, '>', and the line that it makes of the file.
+constexpr char kStored[] =
+    "Comment= a=b >comment=a=b\nPort=70000>port=70000\nTimeout = 3000>timeout=3000\n"
+    " Password =new>password=new\nLogOkConn=1>logsuccess=1\nLogBadConn=0>logfails=0\n"
+    "OkLogFile=o>oklogfile=o\nBadLogFile=b>badlogfile=b\nPing=0>ping=0\nTCP=true>tcp=0\n"
+    "UDP=0>udp=0\nUNC=0>unc=0\nDrive Space=0>freespace=0\nFolder Size=0>foldersize=0\n"
+    "Count Files=0>countfiles=0\nFile Availability=0>fileexists=0\n"
+    "File Compare=0>comparefiles=0\nText Log=0>textlog=0\nFile Integrity=0>filecrc=0\n"
+    "Process=0>process=0\nCPU Usage=0>cpuusage=0\nScript=0>script=0\nExternal=0>external=0\n"
+    "Execute external command=1>executeaction=1\nTCP/UDP send=1>tcpudpaction=1\n"
+    "AllowUpdates=0>allowupdates=0\nAllowRManage=0>allowmanage=0\nUpdateAddr=u>updateaddr=u\n"
+    "ManageAddr=m>manageaddr=m\nIPFiltering=1>filteractive=1\nIPFilterMarks=01>filtermarks=01\n"
+    "IPFilterAddr=8%0D%0A9>filterlist=8 9\n";
+
 TEST_F(InfoTest, StoresAndSavesEachKnownKey) {
-  const char* const cases[][2] = {
-      {"Comment= a=b \n", "comment=a=b"},
-      {"Port=70000\n", "port=70000"},
-      {"Timeout = 3000\n", "timeout=3000"},
-      {" Password =new\n", "password=new"},
-      {"LogOkConn=1\n", "logsuccess=1"},
-      {"LogBadConn=0\n", "logfails=0"},
-      {"OkLogFile=o\n", "oklogfile=o"},
-      {"BadLogFile=b\n", "badlogfile=b"},
-      {"Ping=0\n", "ping=0"},
-      {"TCP=true\n", "tcp=0"},
-      {"UDP=0\n", "udp=0"},
-      {"UNC=0\n", "unc=0"},
-      {"Drive Space=0\n", "freespace=0"},
-      {"Folder Size=0\n", "foldersize=0"},
-      {"Count Files=0\n", "countfiles=0"},
-      {"File Availability=0\n", "fileexists=0"},
-      {"File Compare=0\n", "comparefiles=0"},
-      {"Text Log=0\n", "textlog=0"},
-      {"File Integrity=0\n", "filecrc=0"},
-      {"Process=0\n", "process=0"},
-      {"CPU Usage=0\n", "cpuusage=0"},
-      {"Script=0\n", "script=0"},
-      {"External=0\n", "external=0"},
-      {"Execute external command=1\n", "executeaction=1"},
-      {"TCP/UDP send=1\n", "tcpudpaction=1"},
-      {"AllowUpdates=0\n", "allowupdates=0"},
-      {"AllowRManage=0\n", "allowmanage=0"},
-      {"UpdateAddr=u\n", "updateaddr=u"},
-      {"ManageAddr=m\n", "manageaddr=m"},
-      {"IPFiltering=1\n", "filteractive=1"},
-      {"IPFilterMarks=01\n", "filtermarks=01"},
-      {"IPFilterAddr=8%0D%0A9\n", "filterlist=8 9"},
-  };
-  for (const auto& [request, line] : cases) {
+  std::istringstream cases(kStored);
+  for (std::string parameter, line; std::getline(std::getline(cases, parameter, '>'), line);) {
     EXPECT_FALSE(FileHas(line)) << line;
-    EXPECT_EQ(Reply(SetAgentSettings, request), "200\n");
+    EXPECT_EQ(Reply(SetAgentSettings, parameter + "\n"), "200\n");
     EXPECT_TRUE(FileHas(line)) << line;
   }
   EXPECT_EQ(CurrentSettings()->effectivefilter, "\r\n9\r\n");
