@@ -42,6 +42,7 @@ void Execute(const char* path) {
   listener.Close();
   closepidfile(std::exchange(pidFile, nullptr));
   fflush(stdout);
+  RemoveTempFiles();  // the sessions that use them end here
   alarm(0);  // the limit of a crash report would go on in the new image
   sigset_t blocked;
   pthread_sigmask(SIG_SETMASK, &OriginalSignalMask(), &blocked);

@@ -78,5 +78,7 @@ int RunAgent(int argc, char** argv, char** envp) {
   InstallSignals();
   InstallMessages();
   FreezeEnvironment();
-  return ServeConnections();
+  const int status = ServeConnections();
+  RemoveTempFiles();  // those of sessions that still run
+  return status;
 }

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "config/settings.h"
 #include "fs/filefacts.h"
@@ -22,6 +23,9 @@ constexpr int kTries = 2000;
 constexpr int kCandidateSize = 1024;
 
 int64_t filenumber = 1;
+
+std::mutex liveMutex;
+std::vector<const char*> livePaths;  // of every TTempFile that has one; under liveMutex
 
 int NextFileNumber() {
   const std::lock_guard<std::mutex> lock(fidmutex);
@@ -79,13 +83,23 @@ int gettempfilename(char* buf, int size, const char* name) {
 }
 
 TTempFile::~TTempFile() {
-  if (path_[0] != 0) unlink(path_);
+  if (path_[0] == 0) return;
+  unlink(path_);
+  const std::lock_guard<std::mutex> lock(liveMutex);
+  std::erase(livePaths, path_);
 }
 
 bool TTempFile::Choose(const char* name) {
   if (gettempfilename(path_, sizeof(path_), name) == 0) return false;
   unlink(path_);
+  const std::lock_guard<std::mutex> lock(liveMutex);
+  livePaths.push_back(path_);
   return true;
+}
+
+void RemoveTempFiles() {
+  const std::lock_guard<std::mutex> lock(liveMutex);
+  for (const char* path : livePaths) unlink(path);
 }
 
 TFd TTempFile::Create() {

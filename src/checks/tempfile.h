@@ -45,3 +45,7 @@ class TTempFile {
  private:
   char path_[512] = {};
 };
+
+/// Unlinks the file of every TTempFile there is: for a process that ends while other threads still
+/// use theirs. Any thread.
+void RemoveTempFiles();
