@@ -1,0 +1,33 @@
+#pragma once
+
+#include "core/wqstring.h"
+
+/// What files hold. Only regular files are read; nothing here waits for another process. Any
+/// thread.
+
+/// Computes the CRC-32 of a file's bytes (TCRC32).
+/// Deliberate: a file of size 0 or a multiple of 2048 bytes is a read error.
+/// @return 1 with *crc set, or 0 with `error` "File is not specified", "Cannot open file" or
+///         "Read error"
+int GetFileCRC(const char* path, unsigned int* crc, String& error);
+
+/// Compares the bytes that both files have.
+/// Deliberate: a file that is a leading part of the other is equal to it.
+/// @return 1 equal, 0 different, -1 when one has no name or cannot be read
+int CompareFiles(const char* a, const char* b);
+
+/// Looks for a text in a file, in windows of three times the text's length.
+/// @param text           lower-cased unless caseSensitive
+/// @param caseSensitive  0: ASCII letters match in both cases
+/// @param wholeWord      not 0: neither neighbour may be a letter or digit. Deliberate: a window's
+///                       end counts as the end of a word.
+/// @return 1-based position of an occurrence, 0 for none, -1 when the text is empty or the file
+///         has no name or cannot be read
+double FindStrInFile(const char* path, String& text, int caseSensitive, int wholeWord);
+
+/// Largest file that FindFileInFile takes as a pattern, bytes.
+inline constexpr int kMaxPatternBytes = 8 * 1024 * 1024;
+
+/// Looks for the whole content of `patternFile` in the file `path`, case-sensitive. An empty
+/// pattern file is found. Results as for FindStrInFile; -1 for too large a pattern file.
+double FindFileInFile(const char* path, const char* patternFile);

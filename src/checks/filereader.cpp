@@ -1,0 +1,39 @@
+#include "checks/filereader.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+TFd OpenForReading(const char* path) {
+  int fd;
+  do {
+    fd = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  } while (fd == -1 && errno == EINTR);
+  return TFd(fd);
+}
+
+bool IsRegularFile(int fd, struct stat& facts) {
+  return fstat(fd, &facts) == 0 && S_ISREG(facts.st_mode);
+}
+
+ssize_t ReadFully(int fd, char* buffer, size_t count) {
+  size_t done = 0;
+  while (done < count) {
+    const ssize_t n = read(fd, buffer + done, count - done);
+    if (n == 0) break;
+    if (n > 0) {
+      done += static_cast<size_t>(n);
+    } else if (errno != EINTR) {
+      return -1;
+    }
+  }
+  return static_cast<ssize_t>(done);
+}
+
+ssize_t ReadAt(int fd, char* buffer, size_t count, int64_t offset) {
+  ssize_t n;
+  do {
+    n = pread(fd, buffer, count, offset);
+  } while (n == -1 && errno == EINTR);
+  return n;
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include "core/owned.h"
+
+/// Reading of files that may be anything: nothing here waits for a peer at the other end.
+
+/// Bytes that are read at a time where the size is of no consequence.
+inline constexpr size_t kReadBytes = 256 * 1024;
+
+/// Opens for reading; none with errno set when that fails.
+TFd OpenForReading(const char* path);
+/// Whether `fd` is a regular file; `facts` are its facts then.
+bool IsRegularFile(int fd, struct stat& facts);
+/// Reads until `count` bytes are there or the file ends.
+/// @return bytes read, or -1 with errno set
+ssize_t ReadFully(int fd, char* buffer, size_t count);
+/// One read from `offset`, which no signal interrupts.
+/// @return bytes read, 0 at the end of the file, or -1 with errno set
+ssize_t ReadAt(int fd, char* buffer, size_t count, int64_t offset);

@@ -1,0 +1,241 @@
+#include "checks/filetests.h"
+
+#include <stdint.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <algorithm>
+#include <iterator>
+#include <limits>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "checks/filecontent.h"
+#include "checks/gate.h"
+#include "checks/pathmacros.h"
+#include "config/settings.h"
+#include "fs/filefacts.h"
+#include "fs/paths.h"
+#include "fs/search.h"
+
+const char* const CountFilesModeName[6] = {"AllFiles",   "OlderThan",   "NewerThan",
+                                           "BiggerThan", "SmallerThan", "SubFolders"};
+
+namespace {
+
+int64_t sec2min(int64_t seconds) { return seconds / 60; }
+
+int64_t now_min() { return sec2min(time(nullptr)); }
+
+int Saturated(int64_t n) {
+  using TLimits = std::numeric_limits<int>;
+  return static_cast<int>(std::clamp<int64_t>(n, TLimits::min(), TLimits::max()));
+}
+
+void RefuseParameter(QovReply& reply) {
+  reply.SetResult(kResultWrongParameter) += "Wrong parameter";
+}
+
+/// Parameter `index`, with macros expanded when the flag parameter says so.
+String GetPath(const VxRequest& params, int index, int macroFlag) {
+  const String path = params.GetParam(index, 1);
+  const bool expand = qovDecodeBool(params.GetParam(macroFlag, 1)) != 0;
+  return expand ? GetFileUsingSpecialMacros(path) : path;
+}
+
+/// Answers with a result that is negative for an error.
+void AddOutcome(double result, QovReply& reply) {
+  if (result < 0) {
+    reply.SetResult(kResultCannot) += "I/O Error";
+  } else {
+    reply.SetResult(kResultDone).AddBoolParam(result != 0);
+  }
+}
+
+/// The comparisons of mode "1", on a reply that says that a file is missing.
+void CompareTwoFiles(const VxRequest& params, const String& first, int macroFlag, QovReply& reply) {
+  const String second = GetPath(params, 3, macroFlag);
+  if (!FileExists(second.CStr())) return;
+  const auto asked = [&params](int index) { return qovDecodeBool(params.GetParam(index, 1)) != 0; };
+  bool equal = !asked(4) || FileAge(first.CStr()) == FileAge(second.CStr());
+  if (equal && asked(5)) equal = FileSize(first.CStr()) == FileSize(second.CStr());
+  AddOutcome(equal && asked(6) ? CompareFiles(first.CStr(), second.CStr()) : equal, reply);
+}
+
+void SearchText(const VxRequest& params, const String& file, int, QovReply& reply) {
+  String text = params.GetParam(3, 1);
+  const int caseSensitive = qovDecodeBool(params.GetParam(4, 1));
+  const int wholeWord = qovDecodeBool(params.GetParam(5, 1));
+  AddOutcome(FindStrInFile(file.CStr(), text, caseSensitive, wholeWord), reply);
+}
+
+/// The search of mode "3", on a reply that says that a file is missing.
+void SearchFile(const VxRequest& params, const String& file, int, QovReply& reply) {
+  const String pattern = params.GetParam(3, 1);
+  if (!FileExists(pattern.CStr())) return;
+  if (FileSize(pattern.CStr()) > kMaxPatternBytes) {
+    reply.SetResult(kResultCannot) += "The size of the second file cannot exceed 8Mb";
+    return;
+  }
+  AddOutcome(FindFileInFile(file.CStr(), pattern.CStr()), reply);
+}
+
+struct TCompareMode {
+  const char* name;  // compared as text
+  int macroFlag;     // parameter that asks for macros in the first file
+  void (*run)(const VxRequest& params, const String& file, int secondMacroFlag, QovReply& reply);
+};
+constexpr TCompareMode kCompareModes[] = {
+    {"1", 12, CompareTwoFiles},
+    {"2", 9, SearchText},
+    {"3", 11, SearchFile},
+    {"4", 12, nullptr},  // takes its file as the others do, then is refused
+};
+
+/// Whether CountFiles counts the entry found.
+bool Counts(const TSearchRec& rec, TCountFilesMode mode, int value) {
+  if ((rec.Attributes & AttrDirectory) != 0) {
+    return mode == cfSubFolders && strcmp(rec.EntryName, ".") != 0 &&
+           strcmp(rec.EntryName, "..") != 0;
+  }
+  const int64_t minute = sec2min(static_cast<int>(rec.ModifiedTime));
+  switch (mode) {
+    case cfAllFiles:
+      return true;
+    case cfOlderThan:
+      return minute < now_min() - value;
+    case cfNewerThan:
+      return minute > now_min() - value;
+    case cfBiggerThan:
+      return rec.ByteSize > value;
+    case cfSmallerThan:
+      return rec.ByteSize < value;
+    case cfSubFolders:
+      return false;
+  }
+  return false;
+}
+
+/// Lists a folder's subfolders, in full and without "." and ".."; false when it shows no folder.
+bool ListSubfolders(const String& folder, std::vector<std::string>& subfolders) {
+  TSearchRec rec;
+  const TSearchCloser closer(rec);
+  if (FindFirst(folder, "*", AttrDirectory, rec) != 0) return false;
+  do {
+    if (strcmp(rec.EntryName, ".") == 0 || strcmp(rec.EntryName, "..") == 0) continue;
+    subfolders.push_back(std::string(folder.CStr()) + rec.EntryName + '/');
+  } while (FindNext(rec) == 0);
+  return true;
+}
+
+/// Counts in one folder and adds its subfolders to `waiting`, if that is given.
+/// @return the count, or -1
+int64_t CountInFolder(const String& folder, const String& mask, TCountFilesMode mode, int value,
+                      std::vector<std::string>* waiting) {
+  int64_t count = 0;
+  bool matched = false;
+  TSearchRec rec;
+  int found = FindFirst(folder, mask, AttrAny | kReadOnlyUnseen, rec);
+  for (; found == 0; found = FindNext(rec)) {
+    matched = true;
+    if (Counts(rec, mode, value)) ++count;
+  }
+  FindClose(rec);
+  if (waiting != nullptr) return ListSubfolders(folder, *waiting) ? count : -1;
+  std::vector<std::string> unused;
+  return matched || ListSubfolders(folder, unused) ? count : -1;
+}
+
+}  // namespace
+
+int GetFileInfo(const char* path, long& size, long& ctime, long& mtime) {
+  struct stat facts;
+  if (path == nullptr || *path == 0 || lstat(path, &facts) != 0) return 0;
+  size = facts.st_size;
+  ctime = facts.st_ctime;
+  mtime = facts.st_mtime;
+  return 1;
+}
+
+int CountFiles(String folder, const String& mask, int recurse, TCountFilesMode mode, int value) {
+  if (!folder.Empty()) folder = IncludeTrailingPathDelimiter(folder);
+  // Subfolders wait here: depth costs neither stack nor descriptors.
+  std::vector<std::string> waiting;
+  std::vector<std::string>* subfolders = recurse != 0 ? &waiting : nullptr;
+  int64_t total = CountInFolder(folder, mask, mode, value, subfolders);
+  if (total < 0) return -1;
+  while (!waiting.empty()) {
+    const std::string next = std::move(waiting.back());
+    waiting.pop_back();
+    const int64_t count = CountInFolder(next.c_str(), mask, mode, value, subfolders);
+    if (count > 0) total += count;
+  }
+  return Saturated(total);
+}
+
+void ProcessTest_FileExists(const VxRequest& params, QovReply& reply) {
+  if (!TestAllowed(CurrentSettings()->fileexists, reply)) return;
+  String path = GetPath(params, 1, 7);
+  long sizeBytes = 0;
+  long changed = 0;
+  long modified = 0;
+  if (GetFileInfo(path.CStr(), sizeBytes, changed, modified) == 0) {
+    path = GetFirstMatchedFile(path);
+    if (GetFileInfo(path.CStr(), sizeBytes, changed, modified) == 0) {
+      reply.SetResult(kResultCannot) += "no such file or acess denied";
+      return;
+    }
+  }
+  reply.SetResult(kResultDone);
+  reply.AddIntParam(static_cast<double>(sizeBytes));
+  reply.AddTimeParam(time_t{changed});
+  reply.AddTimeParam(time_t{modified});
+  reply.AddStringParam(path, 1);
+  reply.AddStringParam("min", 0);
+  reply.AddIntParam(Saturated(sec2min(time(nullptr) - modified)));
+}
+
+void ProcessTest_FileCompare(const VxRequest& params, QovReply& reply) {
+  if (!TestAllowed(CurrentSettings()->comparefiles, reply)) return;
+  reply.SetResult(kResultCannot) += "File doesn`t exist";
+  const String mode = params.GetParam(1, 1);
+  const auto* row = std::find_if(std::begin(kCompareModes), std::end(kCompareModes),
+                                 [&mode](const TCompareMode& m) { return mode == m.name; });
+  const bool known = row != std::end(kCompareModes);
+  const String file = known ? GetPath(params, 2, row->macroFlag) : params.GetParam(2, 1);
+  if (!FileExists(file.CStr())) return;
+  if (!known || row->run == nullptr) return RefuseParameter(reply);
+  row->run(params, file, row->macroFlag + 1, reply);
+}
+
+void ProcessTest_FileCRC(const VxRequest& params, QovReply& reply) {
+  if (!TestAllowed(CurrentSettings()->filecrc, reply)) return;
+  unsigned int crc = 0;
+  String error;
+  if (GetFileCRC(params.GetParam(1, 1).CStr(), &crc, error) == 0) {
+    reply.SetResult(kResultCannot) += error;
+    return;
+  }
+  reply.SetResult(kResultDone).AddIntParam(static_cast<double>(crc));
+}
+
+void ProcessTest_CountFiles(const VxRequest& params, QovReply& reply) {
+  if (!TestAllowed(CurrentSettings()->countfiles, reply)) return;
+  const String folder = GetPath(params, 1, 11);
+  const int recurse = qovDecodeBool(params.GetParam(3, 1));
+  const int mode = qovDecodeInt(params.GetParam(4, 1));
+  int value = 0;
+  if (mode < cfAllFiles || mode > cfSubFolders ||
+      qovDecodeInt(params.GetParam(5, 1), &value) == 0) {
+    return RefuseParameter(reply);
+  }
+  const int count =
+      CountFiles(folder, params.GetParam(2, 1), recurse, static_cast<TCountFilesMode>(mode), value);
+  if (count == -1) {
+    reply.SetResult(kResultCannot) += "Folder doesn`t exist or access denied";
+    return;
+  }
+  reply.SetResult(kResultDone).AddIntParam(count);
+}
