@@ -343,21 +343,3 @@ bool isdecimalnum(const char* s) { return s[strspn(s, "-0123456789")] == 0; }
 bool isdecimalnum(const char* s, int n) {
   return std::all_of(s, s + n, [](char c) { return c >= '0' && c <= '9'; });
 }
-
-int mempos(const char* buf, int len, const char* pat, int plen) {
-  if (buf == nullptr || pat == nullptr || len <= 0 || plen <= 0) return 0;
-  const void* found = memmem(buf, Size(len), pat, Size(plen));
-  return found == nullptr ? 0 : static_cast<int>(static_cast<const char*>(found) - buf) + 1;
-}
-
-int memposi(const char* buf, int len, const char* pat, int plen) {
-  if (buf == nullptr || pat == nullptr || len <= 0 || plen <= 0) return 0;
-  const char first = LoCase(pat[0]);
-  for (int start = 0; start <= len - plen; ++start) {
-    if (LoCase(buf[start]) != first) continue;
-    int i = 1;
-    while (i < plen && LoCase(buf[start + i]) == LoCase(pat[i])) ++i;
-    if (i == plen) return start + 1;
-  }
-  return 0;
-}

@@ -174,6 +174,29 @@ TEST(StringTest, RecognisesNumbersWithAnAsymmetryForMinus) {
   EXPECT_TRUE(isdecimalnum("12x", 2));
 }
 
+TEST(StringTest, FindsBytesAsASimpleSearchDoes) {
+  unsigned seed = 1;
+  const auto next = [&seed](unsigned bound) {
+    seed = seed * 1103515245 + 12345;
+    return (seed >> 16) % bound;
+  };
+  for (int round = 0; round < 5000; ++round) {
+    std::string buf(next(70), '\0'), pat(next(4), '\0');
+    for (char& c : buf) c = "aAbB\xC9"[next(5)];
+    for (char& c : pat) c = "aAbB\xE9"[next(5)];
+    const int len = static_cast<int>(buf.size()), plen = static_cast<int>(pat.size());
+    const auto expected = pat.empty() ? 0 : static_cast<int>(buf.find(pat) + 1);
+    ASSERT_EQ(expected, mempos(buf.data(), len, pat.data(), plen)) << buf << ' ' << pat;
+    strlower(buf.data(), len);
+    const std::string lower = ToStd(ToString(pat).LowerCase());
+    const auto folded = pat.empty() ? 0 : static_cast<int>(buf.find(lower) + 1);
+    strupper(buf.data(), static_cast<int>(next(70)) % (len + 1));
+    ASSERT_EQ(folded, memposi(buf.data(), len, pat.data(), plen)) << buf << ' ' << pat;
+  }
+  EXPECT_EQ(0, mempos(nullptr, 1, "a", 1));
+  EXPECT_EQ(0, memposi("a", 1, nullptr, 1));
+}
+
 TEST(StrListTest, GrowsAndDeletes) {
   TStrList list;
   for (int i = 0; i < 129; ++i) list.Add(i == 1 ? String() : String(std::to_string(i).c_str()));
