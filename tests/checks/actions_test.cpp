@@ -20,16 +20,10 @@ class ActionTest : public testing::Test {
   const TEnabledTests enabled;
 };
 
-time_t LocalTime(int day, int month, int hour, int minute, int second) {
+time_t LocalTime(const char* text) {
   tm local{};
-  local.tm_year = 126;
-  local.tm_mon = month - 1;
-  local.tm_mday = day;
-  local.tm_hour = hour;
-  local.tm_min = minute;
-  local.tm_sec = second;
   local.tm_isdst = -1;
-  return mktime(&local);
+  return strptime(text, "%Y-%m-%d %H:%M:%S", &local) != nullptr ? mktime(&local) : 0;
 }
 
 }  // namespace
@@ -88,21 +82,20 @@ TEST_F(ActionTest, TellsWhyDataCannotBeSent) {
 }
 
 TEST(SyslogTest, WritesExactDatagrams) {
-  const std::string own = ToStd(IP2String(GetMyIP()));
+  const std::string rest = ' ' + ToStd(IP2String(GetMyIP())) + " WQ QOV: text";
   const struct {
     int facility, severity;
-    time_t now;
-    std::string datagram;
+    const char *now, *start;
   } cases[] = {
-      {4, 2, LocalTime(5, 3, 9, 7, 3), "<34>Mar 5 09:07:03 " + own + " WQ QOV: text"},
-      {4, 7, LocalTime(15, 3, 9, 7, 3), "<39>Mar15 09:07:03 " + own + " WQ QOV: text"},
-      {30, 0, LocalTime(31, 12, 23, 59, 59), "<240>Dec31 23:59:59 " + own + " WQ QOV: text"},
-      {-1, 1, LocalTime(10, 1, 0, 0, 0), "<-7>Jan10 00:00:00 " + own + " WQ QOV: text"},
-      {0x7fffffff, 7, LocalTime(1, 5, 0, 0, 0),
-       "<2147483647>May 1 00:00:00 " + own + " WQ QOV: text"},
+      {4, 2, "2026-03-05 09:07:03", "<34>Mar 5 09:07:03"},
+      {4, 7, "2026-03-15 09:07:03", "<39>Mar15 09:07:03"},
+      {30, 0, "2026-12-31 23:59:59", "<240>Dec31 23:59:59"},
+      {-1, 1, "2026-01-10 00:00:00", "<-7>Jan10 00:00:00"},
+      {0x7fffffff, 7, "2026-05-01 00:00:00", "<2147483647>May 1 00:00:00"},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(c.datagram, ToStd(SyslogDatagram(c.facility, c.severity, c.now, "WQ QOV", "text")));
+    EXPECT_EQ(c.start + rest,
+              ToStd(SyslogDatagram(c.facility, c.severity, LocalTime(c.now), "WQ QOV", "text")));
   }
 }
 
@@ -121,12 +114,8 @@ TEST_F(ActionTest, LogsToASyslogReceiver) {
   EXPECT_EQ(kWrong, log(kHost, "4", "-1"));
   EXPECT_EQ(kWrong, log(kHost, "x", "2"));
   EXPECT_EQ(kWrong, log("", "4", "2"));
-}
-
-TEST_F(ActionTest, AnswersSuccessWhenTheSyslogReceiverCannotBeReached) {
   const std::string noName(64, 'x');  // too long for any name server to be asked
-  EXPECT_EQ("200\nSyslog: Data to " + noName + " has been sent",
-            CallHandler(ProcessAct_Syslog, {{1, noName}, {4, "2"}}));
+  EXPECT_EQ("200\nSyslog: Data to " + noName + " has been sent", log(noName.c_str(), "4", "2"));
 }
 
 TEST(ActionGateTest, RefusesDisabledActions) {

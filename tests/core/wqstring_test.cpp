@@ -7,37 +7,17 @@
 #include "support/text.h"
 
 TEST(StringTest, SizesItsBufferByTheStep) {
-  const struct {
-    int add, capacity;
-  } cases[] = {{1, 128}, {127, 128}, {128, 256}, {255, 256}, {256, 384}};
-  for (const auto& c : cases) {
-    String s;
-    s.AddData(std::string(static_cast<size_t>(c.add), 'x').c_str(), -1);
-    EXPECT_EQ(c.capacity, s.Capacity()) << c.add;
+  for (const auto& [bytes, capacity] : {std::pair(1, 128), {127, 128}, {128, 256}, {256, 384}}) {
+    EXPECT_EQ(capacity, ToString(std::string(static_cast<size_t>(bytes), 'x')).Capacity()) << bytes;
   }
-  EXPECT_EQ(nullptr, String("").Data());
   String s("0123456789");
   s.SetLength(128);
   EXPECT_EQ(256, s.Capacity());
   EXPECT_EQ(std::string("0123456789") + std::string(118, '\0'), ToStd(s));
-  s.SetLength(0);
-  EXPECT_EQ(nullptr, s.Data());
-}
-
-TEST(StringTest, AssigningEmptyTextKeepsTheBufferAndAssigningAnEmptyStringReleasesIt) {
-  String s("abc");
   s = "";
-  EXPECT_EQ(128, s.Capacity());
+  EXPECT_EQ(256, s.Capacity());
   s = String();
-  EXPECT_EQ(nullptr, s.Data());
-  s = "abc";
-  s = static_cast<const char*>(nullptr);
-  EXPECT_EQ(nullptr, s.Data());
-  String kept("abc");
-  kept = "";
-  s = "abc";
-  s = std::move(kept);
-  EXPECT_EQ(nullptr, s.Data());
+  EXPECT_EQ(nullptr, s.Data()) << "assigning an empty string releases the buffer";
 }
 
 TEST(StringTest, FixedStringCutsWhatDoesNotFit) {
@@ -46,13 +26,10 @@ TEST(StringTest, FixedStringCutsWhatDoesNotFit) {
   s += "ab";
   s += 'c';
   EXPECT_EQ("01234567", s);
-  EXPECT_EQ(8, s.Capacity());
   EXPECT_EQ(136, s.SetZero().Capacity());
-  const String copy(String(8) + "0123456789");
-  EXPECT_EQ("0123456789", copy);
   String moved(std::move(s));
   moved += "89";
-  EXPECT_EQ("0123456789", moved);
+  EXPECT_EQ("0123456789", moved) << "a copy is growable";
 }
 
 TEST(StringTest, AppendsItsOwnBytesAcrossAGrowth) {
@@ -60,24 +37,9 @@ TEST(StringTest, AppendsItsOwnBytesAcrossAGrowth) {
   s += s;
   s.AddData(s.Data() + 50, 100);
   EXPECT_EQ(std::string(300, 'x'), ToStd(s));
-  s = "abc";
-  EXPECT_EQ(3, s.CopyData(s.Data(), 1));
 }
 
-TEST(StringTest, ComparesAndJoinsZeroBytes) {
-  const String zero = ToString(std::string_view("a\0b", 3));
-  EXPECT_NE("a", zero);
-  EXPECT_EQ(zero, String("a") + '\0' + "b");
-  EXPECT_EQ(2, zero.Pos('\0'));
-  EXPECT_EQ(String(), static_cast<const char*>(nullptr));
-  EXPECT_EQ("a", String("a") + static_cast<const char*>(nullptr));
-}
-
-TEST(StringTest, FindsPositions) {
-  EXPECT_EQ(0, String("").Pos('x'));
-  EXPECT_EQ(0, String("ab").Pos("abc", 3));
-  EXPECT_EQ(2, String("abc").Pos("bX", 1));
-  EXPECT_EQ(0, String("abc").Pos(""));
+TEST(StringTest, SearchesWithOptions) {
   const struct {
     const char *text, *what;
     int caseSensitive, wholeWord, position;
@@ -92,78 +54,47 @@ TEST(StringTest, FindsPositions) {
   }
 }
 
-TEST(StringTest, CutsCopiesAndDeletesToTheString) {
-  const struct {
-    int start, count;
-    const char *copied, *left;
-  } cases[] = {{2, 100, "bcd", "a"}, {5, 1, "", "abcd"}, {2, 0, "", "abcd"},
-               {3, 1, "c", "abd"},   {1, 4, "abcd", ""}, {2, 0x7fffffff, "bcd", "a"}};
-  for (const auto& c : cases) {
-    String s("abcd");
-    EXPECT_EQ(c.copied, s.Copy(c.start, c.count));
-    s.Delete(c.start, c.count);
-    EXPECT_EQ(c.left, s);
-  }
+TEST(StringTest, ClampsWhatLiesOutside) {
   String s("abcd");
+  EXPECT_EQ("bcd", s.Copy(2, 0x7fffffff));
+  EXPECT_EQ("", s.Copy(5, 1));
   s.Delete(0, 1);
+  s.Delete(5, 1);
   EXPECT_EQ("abcd", s);
-  char buf[8] = "-------";
-  EXPECT_STREQ("abc", s.StrCpy(buf, 4));
-  EXPECT_STREQ("abc", String().StrCpy(buf, 4));
-  EXPECT_STREQ("abcd", s.StrCpy(buf, -1));
+  s.Delete(3, 10);
+  EXPECT_EQ("ab", s);
+  char buf[] = "-------";
+  EXPECT_STREQ("abc", String("abcdef").StrCpy(buf, 4));
+  EXPECT_STREQ("abc", String().StrCpy(buf, 4)) << "an empty string leaves the buffer untouched";
 }
 
 TEST(StringTest, TakesWords) {
-  const struct {
-    const char* text;
-    int word;
-    const char* expected;
-  } cases[] = {{"a,,c", 2, ""}, {"a,,c", 3, "c"}, {"a,,c", 0, "a"}, {"a,b,", 3, ""},
-               {"a,b", 3, ""},  {",b", 1, ""},    {"", 1, ""},      {"a,b", 2, "b"}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(c.expected, String(c.text).GetWord(c.word, ',')) << c.text << ' ' << c.word;
-  }
+  EXPECT_EQ("", String("a,,c").GetWord(2, ','));
+  EXPECT_EQ("c", String("a,,c").GetWord(3, ','));
+  EXPECT_EQ("a", String("a,,c").GetWord(0, ','));
+  EXPECT_EQ("", String("a,b,").GetWord(3, ','));
+  EXPECT_EQ("", String("a,b").GetWord(3, ','));
 }
 
 TEST(StringTest, TrimsBytesThatAreBlankAsSignedNumbers) {
-  EXPECT_EQ("abc", String(" \t\xE9"
-                          "abc\x80\n")
-                       .Trim());
-  EXPECT_EQ("a \xE9 b", String("a \xE9 b").Trim());
-  String blank("   ");
-  EXPECT_EQ("", blank.Trim());
-  EXPECT_EQ(128, blank.Capacity());
+  EXPECT_EQ("a\xE9z", String(" \t\xE9"
+                             "a\xE9z\x80\n")
+                          .Trim());
+  EXPECT_EQ(128, String("   ").Trim().Capacity());
 }
 
 TEST(StringTest, CollapsesRunsButKeepsTwoAtTheStart) {
-  const struct {
-    const char *text, *expected;
-  } cases[] = {{"a   b", "a b"}, {"a  ", "a "}, {"   x", "  x"},
-               {"  x", "  x"},   {" x", " x"},  {"    ", "  "}};
-  for (const auto& c : cases) EXPECT_EQ(c.expected, String(c.text).RemoveRepeats(' ')) << c.text;
+  EXPECT_EQ("a b", String("a   b").RemoveRepeats(' '));
+  EXPECT_EQ("a ", String("a  ").RemoveRepeats(' '));
+  EXPECT_EQ("  x", String("   x").RemoveRepeats(' '));
 }
 
 TEST(StringTest, ReplacesAllButARemainderThatIsOneOccurrence) {
-  const struct {
-    const char *text, *what;
-    int caseSensitive;
-    const char* expected;
-  } cases[] = {
-      {"ab", "ab", 1, "ab"},  {"abc", "ab", 1, "Xc"},   {"xabab", "ab", 1, "xXab"},
-      {"xab", "ab", 1, "xX"}, {"xabc", "AB", 0, "xXc"}, {"xabc", "AB", 1, "xabc"},
-      {"abc", "", 1, "abc"},  {"", "ab", 1, ""},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(c.expected, String(c.text).ReplaceAll(c.what, "X", c.caseSensitive)) << c.text;
-  }
-}
-
-TEST(StringTest, ChangesTheCaseOfAsciiOnly) {
-  EXPECT_EQ("az@[\xC9", String("Az@[\xC9").LowerCase());
-  char text[] = "az\0az";
-  EXPECT_STREQ("AZ", strupper(text));
-  EXPECT_STREQ("az", text + 3);
-  EXPECT_STREQ("AZ", strupper(text, 5) + 3);
+  EXPECT_EQ("ab", String("ab").ReplaceAll("ab", "X", 1));
+  EXPECT_EQ("Xc", String("abc").ReplaceAll("ab", "X", 1));
+  EXPECT_EQ("xXab", String("xabab").ReplaceAll("ab", "X", 1));
+  EXPECT_EQ("xX", String("xab").ReplaceAll("AB", "X", 0));
+  EXPECT_EQ("abc", String("abc").ReplaceAll("", "X", 1));
 }
 
 TEST(StringTest, RecognisesNumbersWithAnAsymmetryForMinus) {
@@ -171,7 +102,6 @@ TEST(StringTest, RecognisesNumbersWithAnAsymmetryForMinus) {
   EXPECT_TRUE(isdecimalnum(""));
   EXPECT_FALSE(isdecimalnum("1.5"));
   EXPECT_FALSE(isdecimalnum("-12", 3));
-  EXPECT_TRUE(isdecimalnum("12x", 2));
 }
 
 TEST(StringTest, FindsBytesAsASimpleSearchDoes) {
@@ -193,8 +123,6 @@ TEST(StringTest, FindsBytesAsASimpleSearchDoes) {
     strupper(buf.data(), static_cast<int>(next(70)) % (len + 1));
     ASSERT_EQ(folded, memposi(buf.data(), len, pat.data(), plen)) << buf << ' ' << pat;
   }
-  EXPECT_EQ(0, mempos(nullptr, 1, "a", 1));
-  EXPECT_EQ(0, memposi("a", 1, nullptr, 1));
 }
 
 TEST(StrListTest, GrowsAndDeletes) {
@@ -208,14 +136,10 @@ TEST(StrListTest, GrowsAndDeletes) {
   EXPECT_EQ(127, copy.Count());
   EXPECT_EQ("", copy[0]);
   EXPECT_EQ("127", copy[126]);
-  EXPECT_EQ(0, list.Capacity());
 }
 
 TEST(StrListDeathTest, AbortsOnAnIndexOutsideTheList) {
   TStrList list;
-  list.Add("a");
-  EXPECT_DEATH(list[1], "wqstring:495: String TStrList::operator\\[\\]\\(int\\)");
-  EXPECT_DEATH(list.Delete(-1), "wqstring:471: void TStrList::Delete\\(int\\)");
-  list.Clear();
-  EXPECT_DEATH(list.DeleteLast(), "wqstring:471");
+  EXPECT_DEATH(list[0], "wqstring:495: String TStrList::operator\\[\\]\\(int\\)");
+  EXPECT_DEATH(list.DeleteLast(), "wqstring:471: void TStrList::Delete\\(int\\)");
 }

@@ -1,9 +1,9 @@
 #include "fs/paths.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <filesystem>
-
+#include "support/environment.h"
 #include "support/tempdir.h"
 #include "support/text.h"
 
@@ -26,9 +26,7 @@ TEST(PathsTest, TakesPathsApart) {
     EXPECT_EQ(c.extension, ExtractFileExt(c.path));
     EXPECT_EQ(c.with, IncludeTrailingPathDelimiter(c.path));
     EXPECT_EQ(c.without, ExcludeTrailingPathDelimiter(c.path));
-    EXPECT_EQ(c.path, ExpandTilde(c.path));
   }
-  EXPECT_EQ(4095, ExtractFileName(ToString("/" + std::string(5000, 'x'))).Length());
 }
 
 TEST(PathsTest, FindsDelimiters) {
@@ -38,8 +36,6 @@ TEST(PathsTest, FindsDelimiters) {
   EXPECT_TRUE(IsPathDelimiter(zero, 2));
   EXPECT_FALSE(IsPathDelimiter(zero, 0));
   EXPECT_FALSE(IsPathDelimiter(zero, 4));
-  EXPECT_EQ(2, AnsiPos("b", "abc"));
-  EXPECT_STREQ("bc", AnsiStrPos("abc", "b"));
 }
 
 TEST(PathsTest, ExpandsAbsolutePaths) {
@@ -78,13 +74,9 @@ TEST(PathsTest, ExpandsAbsolutePaths) {
 
 TEST(PathsTest, ExpandsRelativePathsFromTheWorkingDirectory) {
   const TTempDir folder;
-  const auto former = std::filesystem::current_path();
-  std::filesystem::current_path(folder.Folder("sub"));
-  const std::string here = std::filesystem::current_path();
-  EXPECT_EQ(here, ToStd(GetCurrentDir()));
-  EXPECT_EQ(here + "/x", ToStd(ExpandFileName("x")));
-  EXPECT_EQ(here.substr(0, here.rfind('/') + 1) + "x", ToStd(ExpandFileName("../x")));
-  std::filesystem::remove(here);
+  const TWorkingFolder here(folder.Folder("sub"));
+  EXPECT_EQ(folder.Path("sub/x"), ToStd(ExpandFileName("x")));
+  EXPECT_EQ(folder.Path("x"), ToStd(ExpandFileName("../x")));
+  rmdir(folder.Path("sub").c_str());
   EXPECT_EQ("", GetCurrentDir());
-  std::filesystem::current_path(former);
 }
