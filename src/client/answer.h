@@ -11,7 +11,7 @@
 /// A reply as it came: the code and the lines behind it, still in their wire forms.
 struct TAnswer {
   std::string code;
-  std::vector<std::string> lines;
+  std::vector<std::string> lines = {};
   double elapsedMs = 0;  ///< from the connect to the reply's last byte
 
   bool Done() const { return code == "200"; }

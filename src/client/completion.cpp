@@ -42,6 +42,22 @@ static std::string Words(const CLI::App& app) {
   return words;
 }
 
+/// Names of all options whose value is a file, as a pattern of `case`.
+static std::string FileOptionPattern(const CLI::App& app) {
+  std::string pattern;
+  for (const CLI::Option* option : Options(app)) {
+    for (const std::string& name : Names(*option)) {
+      if (TakesFile(*option)) pattern += (pattern.empty() ? "" : " | ") + name;
+    }
+  }
+  for (const CLI::App* sub : Subcommands(app)) {
+    const std::string inner = FileOptionPattern(*sub);
+    const bool known = inner.empty() || pattern.find(inner) != std::string::npos;
+    if (!known) pattern += (pattern.empty() ? "" : " | ") + inner;
+  }
+  return pattern;
+}
+
 std::string BashCompletion(const CLI::App& app) {
   std::string commands, common, cases;
   for (const CLI::App* sub : Subcommands(app)) {
@@ -68,6 +84,11 @@ std::string BashCompletion(const CLI::App& app) {
          "      break\n"
          "    fi\n"
          "  done\n"
+         "  case ${COMP_WORDS[COMP_CWORD - 1]} in\n"
+         "    " +
+         FileOptionPattern(app) +
+         ") return ;;  # leaves it to the names of files\n"
+         "  esac\n"
          "  case $command in\n"
          "    '') words=$commands ;;\n" +
          cases +

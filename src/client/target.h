@@ -4,18 +4,18 @@
 
 /// The agent to ask.
 struct TTarget {
-  std::string host;
+  std::string host = {};
   int port = 0;
-  std::string password;
+  std::string password = {};
   int timeoutMs = 0;  ///< limit of one exchange, connecting included
 };
 
 /// What the command line says about the agent; empty texts and 0 mean "not given".
 struct TTargetOptions {
-  std::string host;
+  std::string host = {};
   int port = 0;
-  std::string passwordFile;
-  std::string configFile;  ///< the agent's own file
+  std::string passwordFile = {};
+  std::string configFile = {};  ///< the agent's own file
   double timeoutSec = 60;
 };
 
