@@ -73,6 +73,7 @@ struct TQovSettings {
   /// Sets the defaults, reads `configfile`, normalises and checks.
   /// @return 1 when all mandatory settings are valid (`err` may hold a warning), else 0 with the
   ///         reasons in `err` and the record left with the defaults and what the file set
+  /// Deliberate: a "qovpath" in the file goes into QovSettings too, whichever record is loaded.
   int LoadOptions_(String& err);
   /// Rewrites `configfile` in place, keeping comments, order and unknown lines.
   /// @return 1, or 0 with the reason in `err` and the file as it was

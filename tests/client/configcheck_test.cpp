@@ -47,7 +47,7 @@ TEST_F(ConfigCheckTest, GivesEachFaultItsLine) {
   const std::string x(1100, 'x');
   const std::string there = folder.Path();
   const std::string cases[][2] = {
-      {"comment=\n", ""},
+      {";comment=\n#comment=\n", ""},
       {"port=0\n", "2E TCP post is not specified!\n"},
       {"password=\n", "4E Password is not specified!\n"},
       {"password=eleven byte\n", "4W the password is shorter than 12 characters\n"},

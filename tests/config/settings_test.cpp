@@ -32,6 +32,7 @@ TEST_F(SettingsTest, ReadsTheSyntax) {
       {"port=0\nport= +7x\nport=8", "port", "7 "},
       {"timeout=99999999999", "timeout", "2147483647 "},
       {"timeout=x", "timeout", "4000 "},
+      {"", "delayforscripts", "90000 "},
       {"delayforscripts=-99999999999", "delayforscripts", "-2147483648 "},
       {"unc=true", "unc", "0 "},
       {"unc=", "unc", "0 "},
