@@ -23,8 +23,12 @@ namespace {
 
 constexpr char kEveryName[] = "*";
 
+/// Deliberate: a symbolic link is not followed.
+TFd OpenFolderAt(int base, const char* path) {
+  return TFd(openat(base, path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
 /// Opens a folder whose path may be longer than the system takes in one piece.
-/// Deliberate: a symbolic link as the last component is not followed.
 TFd OpenSubfolder(const std::string& path) {
   const char* rest = path.c_str();
   size_t left = path.size();
@@ -40,7 +44,7 @@ TFd OpenSubfolder(const std::string& path) {
     rest += head.size() + 1;
     left -= head.size() + 1;
   }
-  return TFd(openat(at, rest, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  return OpenFolderAt(at, rest);
 }
 
 bool IsFolderAt(int folder, const char* name) {
@@ -48,7 +52,7 @@ bool IsFolderAt(int folder, const char* name) {
   return fstatat(folder, name, &facts, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(facts.st_mode);
 }
 
-/// Adds up the files below one folder. Each listing is read to its end before its subfolders are
+/// Adds up the files below one folder. Each listing is read to its end before a subfolder is
 /// entered, so that depth costs neither descriptors nor stack.
 class TFolderWalk {
  public:
@@ -64,11 +68,13 @@ class TFolderWalk {
         levels_.pop_back();
         continue;
       }
+      const bool parentIsOpen = level.next == 0;
       const char* name = level.subfolders.c_str() + level.next;
       level.next += strlen(name) + 1;
       path_.resize(level.pathLength);
       Descend(name);
-      Enter(level.mask);
+      Enter(parentIsOpen ? OpenFolderAt(dirfd(listing_.get()), name) : OpenSubfolder(path_),
+            level.mask);
     }
     return total_;
   }
@@ -86,14 +92,13 @@ class TFolderWalk {
     path_ += name;
   }
 
-  void Enter(const char* mask) {
-    TFd folder = OpenSubfolder(path_);
+  void Enter(TFd folder, const char* mask) {
     if (!folder) return;
     // Deliberate: folder and mask are one path again, so a subfolder that holds a folder with the
     // mask as its name is measured as that folder, and nothing beside it.
     if (IsFolderAt(folder.Get(), mask)) {
       Descend(mask);
-      folder = TFd(openat(folder.Get(), mask, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+      folder = OpenFolderAt(folder.Get(), mask);
       if (!folder) return;
       mask = kEveryName;
     }
@@ -104,11 +109,11 @@ class TFolderWalk {
   bool List(TFd folder, const char* mask) {
     struct stat facts;
     if (fstatat(folder.Get(), ".", &facts, 0) != 0) return false;
-    const TDir listing(fdopendir(folder.Get()));
-    if (listing == nullptr) return false;
-    folder.Release();
+    listing_.reset(fdopendir(folder.Get()));
+    if (listing_ == nullptr) return false;
+    const int descriptor = folder.Release();
     TLevel level{path_.size(), mask, {}};
-    while (const dirent* entry = readdir(listing.get())) Take(dirfd(listing.get()), *entry, level);
+    while (const dirent* entry = readdir(listing_.get())) Take(descriptor, *entry, level);
     if (!level.subfolders.empty()) levels_.push_back(std::move(level));
     return true;
   }
@@ -135,6 +140,7 @@ class TFolderWalk {
   bool recurse_;
   double total_ = 0;
   std::vector<TLevel> levels_;
+  TDir listing_;  // of the folder listed last
 };
 
 }  // namespace

@@ -68,11 +68,13 @@ bool TLineSearch::Next(TFoundLine& line) {
     const char* inLine = filter_.MatchesBareLines() ? at_ : hit;
     while (inLine < end_ && IsLineEnd(*inLine)) ++inLine;
     if (inLine == end_) return false;
-    line.begin = FindLineStart(at_, inLine);
-    line.end = FindLineEnd(inLine, end_);
-    line.matchValue = filter_.IsExpression() ? 1 : static_cast<double>(hit - line.begin + 1);
-    for (size_t i = 0; i < hits_.size(); ++i) found_[i] = hits_[i] < line.end;
-    at_ = line.end + 1;
-    if (filter_.Matches(found_)) return true;
+    const char* lineBegin = FindLineStart(at_, inLine);
+    const char* lineEnd = FindLineEnd(inLine, end_);
+    for (size_t i = 0; i < hits_.size(); ++i) found_[i] = hits_[i] < lineEnd;
+    at_ = lineEnd + 1;
+    if (!filter_.Matches(found_)) continue;
+    const double matchValue = filter_.IsExpression() ? 1 : static_cast<double>(hit - lineBegin + 1);
+    line = {lineBegin, lineEnd, matchValue};
+    return true;
   }
 }

@@ -50,7 +50,8 @@ class TLineSearch {
   /// Filter and bytes must outlive the search.
   TLineSearch(const TLineFilter& filter, const char* begin, const char* end);
 
-  /// The next matching line; empty lines never match. False when there is none.
+  /// The next matching line; empty lines never match. False, with `line` untouched, when there is
+  /// none.
   bool Next(TFoundLine& line);
 
  private:

@@ -31,32 +31,41 @@ class TDescriptorLimit {
   rlimit former_;
 };
 
-/// A chain of folders "d/d/...", each with a file "f" of 3 bytes; removed again level by level.
+/// A chain of folders "deep/deep/...", every tenth with a folder "side" beside the next that holds
+/// a file "f" of 3 bytes. Removed again from its end.
 class TFolderChain {
  public:
-  TFolderChain(const std::string& folder, int levels)
-      : base_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    TFd at(dup(base_.Get()));
-    for (int i = 0; i < levels; ++i) {
-      mkdirat(at.Get(), "d", 0700);
-      at = TFd(openat(at.Get(), "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-      const TFd file(openat(at.Get(), "f", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-      complete_ = complete_ && write(file.Get(), "abc", 3) == 3;
+  TFolderChain(const std::string& folder, int levels) : last_(Open(AT_FDCWD, folder.c_str())) {
+    while (levels_ < levels) {
+      if (levels_ % 10 == 0) {
+        mkdirat(last_.Get(), "side", 0700);
+        const TFd file(openat(last_.Get(), "side/f", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+        if (write(file.Get(), "abc", 3) != 3) return;
+      }
+      if (mkdirat(last_.Get(), "deep", 0700) != 0) return;
+      ++levels_;
+      last_ = Open(last_.Get(), "deep");
     }
+    complete_ = true;
   }
   ~TFolderChain() {
-    while (true) {
-      unlinkat(base_.Get(), "d/f", 0);
-      const bool deeper = renameat(base_.Get(), "d/d", base_.Get(), "next") == 0;
-      unlinkat(base_.Get(), "d", AT_REMOVEDIR);
-      if (!deeper || renameat(base_.Get(), "next", base_.Get(), "d") != 0) break;
+    for (; levels_ > 0; --levels_) {
+      last_ = Open(last_.Get(), "..");
+      unlinkat(last_.Get(), "deep", AT_REMOVEDIR);
+      unlinkat(last_.Get(), "side/f", 0);
+      unlinkat(last_.Get(), "side", AT_REMOVEDIR);
     }
   }
   bool Complete() const { return complete_; }
 
  private:
-  TFd base_;
-  bool complete_ = true;
+  static TFd Open(int at, const char* path) {
+    return TFd(openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  }
+
+  TFd last_;
+  int levels_ = 0;
+  bool complete_ = false;
 };
 
 std::string Bytes(double size) {
@@ -138,14 +147,14 @@ TEST(DiskFolder, MeasuresSizesAbove32Bits) {
   EXPECT_EQ(5'000'000'001.0, GetFolderSize(ToString(dir.Path()), 0));
 }
 
-/// Four thousand levels are twice as deep as one path can name.
+/// The last folders lie deeper than one path can name.
 TEST(DiskFolder, DepthCostsNeitherDescriptorsNorBytes) {
   const TTempDir dir;
-  const TFolderChain chain(dir.Path(), 4000);
+  const TFolderChain chain(dir.Path(), 1300);
   ASSERT_TRUE(chain.Complete());
   const TDescriptorLimit limit(32);
-  EXPECT_EQ(12'000.0, GetFolderSize(ToString(dir.Path()), 1));
-  EXPECT_EQ(12'000.0, GetFolderSize(ToString(dir.Path("f*")), 1));
+  EXPECT_EQ(390.0, GetFolderSize(ToString(dir.Path()), 1));
+  EXPECT_EQ(390.0, GetFolderSize(ToString(dir.Path("f*")), 1));
 }
 
 }  // namespace
