@@ -6,7 +6,7 @@ constinit TAgentStatus AgentStatus = {
     0,
     "WQ Orvane",
     "Linux (Red Hat, Mandrake, SuSE)",
-    "1.29j",
+    QOV_RELEASE,
     "The qov developers (https://qov.invalid)",
     0,
     0,
