@@ -4,7 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "checks/tempfile.h"
 #include "config/settings.h"
@@ -202,6 +205,22 @@ TEST_F(ProcTest, ReturnsMegabytesWhole) {
       "head -c " + std::to_string(kBytes) + " /dev/zero | tr '\\0' x | fold -w 64", "99999999");
   constexpr size_t kEscapedLine = 64 + 6;
   EXPECT_EQ(4 + 64 + 1 + kBytes / 64 * kEscapedLine + 1, reply.size());
+}
+
+TEST_F(ProcTest, AnswersManyThreadsAtOnce) {
+  std::atomic<int> right = 0;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t) {
+    threads.emplace_back([&right, t] {
+      for (int i = 0; i < 25; ++i) {
+        const std::string word = std::to_string(t) + "." + std::to_string(i);
+        right += Script("#!/bin/sh%0Aecho $1", "1", "%script% %params%", "60", word) ==
+                 "200\n" + word + "\n" + word + "%0D%0A\n";
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(200, right);
 }
 
 }  // namespace
