@@ -30,7 +30,7 @@ namespace {
 constexpr char kTimeoutText[] = "Timeout";
 constexpr int kListenBacklog = 512;
 constexpr size_t kLookUpBytes = 2048;
-constexpr size_t kMaxLookUpBytes = 1024 * 1024;
+constexpr size_t kMaxLookUpBytes = 512 * kLookUpBytes;
 constexpr int64_t kForeverMs = int64_t{50} * 365 * 24 * 3600 * 1000;
 
 using TClock = std::chrono::steady_clock;

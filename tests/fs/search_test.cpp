@@ -32,9 +32,9 @@ class SearchTest : public testing::Test {
     folder.Folder("dir");
     folder.Folder(".hidden");
     mkfifo(folder.Path("pipe").c_str(), 0600);
-    symlink("dir", folder.Path("dirlink").c_str());
-    symlink("a.log", folder.Path("link.log").c_str());
-    symlink("nowhere", folder.Path("broken").c_str());
+    std::filesystem::create_symlink("dir", folder.Path("dirlink"));
+    std::filesystem::create_symlink("a.log", folder.Path("link.log"));
+    std::filesystem::create_symlink("nowhere", folder.Path("broken"));
   }
 
   std::vector<std::string> Find(const std::string& mask, int attr) {
