@@ -13,6 +13,8 @@
 #include <mutex>
 #include <vector>
 
+#include "checks/runner.h"
+
 namespace {
 
 constexpr int64_t kFallbackPollMs = 10;
@@ -92,5 +94,7 @@ void PrepareToWaitForChildren() {
   snprintf(path, sizeof(path), "/proc/self/task/%d/children", getpid());
   const TFile children(fopen(path, "re"));
   int pid;
-  while (children && fscanf(children.get(), "%d", &pid) == 1) LeaveInBackground(pid);
+  while (children && fscanf(children.get(), "%d", &pid) == 1) {  // NOLINT(cert-err34-c)
+    LeaveInBackground(pid);
+  }
 }

@@ -30,7 +30,3 @@ class TChild {
   pid_t pid_;    ///< -1 once collected
   TFd process_;  ///< readable when the child has ended; none on old kernels
 };
-
-/// See checks/runner.h.
-void PrepareToWaitForChildren();
-void ReapBackgroundChildren();

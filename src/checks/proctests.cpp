@@ -155,7 +155,8 @@ void ProcessTest_Process(const VxRequest& params, QovReply& reply) {
   if (!ChooseOutput('P', output, reply)) return;
   const TFile file = RunForOutput(settings->proccntscript + " " + name, output, reply);
   if (!file) return;
-  long long count;
+  long long count;  // too large a number is read as the largest
+  // NOLINTNEXTLINE(cert-err34-c)
   if (fscanf(file.get(), "%lld", &count) != 1) return Refuse(reply, "Script error");
   reply.SetResult(kResultDone).AddIntParam(Saturated(count));
 }
@@ -175,6 +176,7 @@ void ProcessTest_CPU(const VxRequest&, QovReply& reply) {
   const TFile file = output.OpenText();
   if (!file) return Refuse(reply, "Cannot get script results");
   float usage;
+  // NOLINTNEXTLINE(cert-err34-c)
   if (fscanf(file.get(), "%f", &usage) != 1) return Refuse(reply, "Script error");
   reply.SetResult(kResultDone).AddRealParam(usage);
 }

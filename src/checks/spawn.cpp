@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "checks/runner.h"
 #include "checks/tempfile.h"
 #include "config/settings.h"
 #include "core/owned.h"
@@ -33,7 +34,7 @@ extern "C" int __clone(int (*run)(void*), void* stack, int flags, void* arg,  //
 
 namespace {
 
-constexpr size_t kStackBytes = 16 * 1024;
+constexpr size_t kStackBytes = 16384;
 constexpr int kHighestSignal = 64;
 constexpr size_t kSignalSetBytes = kHighestSignal / 8;
 constexpr int kFallbackHighestFd = 65536;
@@ -248,6 +249,7 @@ pid_t SpawnChild(const TSpawnPlan& plan, int failureStatus) {
   const std::vector<std::string> paths =
       CandidatePaths(plan.program != nullptr ? plan.program : plan.argv[0]);
   std::vector<const char*> candidates;
+  candidates.reserve(paths.size() + 1);
   for (const std::string& path : paths) candidates.push_back(path.c_str());
   candidates.push_back(nullptr);
   std::string tmpdirEntry;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <stddef.h>
-#include <sys/resource.h>
 #include <sys/types.h>
 
 #include "core/wqstring.h"
@@ -45,6 +44,3 @@ struct TSpawnPlan {
 /// the agent. (So a program or folder on a file system that hangs holds the calling thread.)
 /// @return the process id, or -1 when no process could be made
 pid_t SpawnChild(const TSpawnPlan& plan, int failureStatus);
-
-/// See checks/runner.h.
-void SetChildDescriptorLimit(const rlimit& original);

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <stdlib.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -19,31 +17,10 @@ class TEnvironment {
   TEnvironment& operator=(const TEnvironment&) = delete;
 
  private:
-  void Put(const char* value) {
-    if (value == nullptr) {
-      unsetenv(name_);
-    } else {
-      setenv(name_, value, 1);
-    }
+  void Put(const char* value) const {
+    value == nullptr ? unsetenv(name_) : setenv(name_, value, 1);
   }
 
   const char* name_;
   std::optional<std::string> old_;
-};
-
-/// Changes the working folder and goes back at the end.
-class TWorkingFolder {
- public:
-  explicit TWorkingFolder(const std::string& path) : old_(std::filesystem::current_path()) {
-    std::filesystem::current_path(path);
-  }
-  ~TWorkingFolder() {
-    std::error_code error;
-    std::filesystem::current_path(old_, error);
-  }
-  TWorkingFolder(const TWorkingFolder&) = delete;
-  TWorkingFolder& operator=(const TWorkingFolder&) = delete;
-
- private:
-  std::filesystem::path old_;
 };

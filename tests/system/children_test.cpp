@@ -7,19 +7,14 @@
 #include <thread>
 
 #include "support/agentprocess.h"
-#include "support/rawpeer.h"
 
 namespace {
 
-/// Repeats `done` until it holds, for at most ten seconds.
+/// Repeats `done` until it holds, for some ten seconds.
 template <class TCondition>
 bool Await(TCondition done) {
-  const long long end = NowMs() + 10000;
-  while (!done()) {
-    if (NowMs() >= end) return false;
-    usleep(10000);
-  }
-  return true;
+  for (int tries = 0; tries < 1000 && !done(); ++tries) usleep(10000);
+  return done();
 }
 
 /// Starts a program in the background; it writes its process id into the agent's folder.

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "support/agentprocess.h"
 
@@ -22,33 +23,23 @@ TAgentOptions WithHelpers() {
   return options;
 }
 
-/// A program that sleeps, called `argv0`, until the end.
-class TSleeper {
- public:
-  TSleeper(const std::string& program, const std::string& argv0) {
-    char minute[] = "60";
-    char* const argv[] = {const_cast<char*>(argv0.c_str()), minute, nullptr};
-    EXPECT_EQ(0, posix_spawn(&pid_, program.c_str(), nullptr, nullptr, argv, environ));
-  }
-  ~TSleeper() {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  TSleeper(const TSleeper&) = delete;
-  TSleeper& operator=(const TSleeper&) = delete;
-
- private:
-  pid_t pid_ = -1;
-};
-
 TEST(HelpersTest, CountAndListProcesses) {
   const TAgentProcess agent(WithHelpers());
   const std::string name = "q." + std::to_string(getpid());
   const std::string program = agent.Folder().File(name);
   ASSERT_EQ(0, system(("cp /bin/sleep " + program).c_str()));
   ASSERT_EQ(0, chmod(program.c_str(), 0755));
-  const TSleeper one(program, program), two(program, "other"), called("/bin/sleep", "/x/" + name);
-  const TSleeper longer(program, "/" + name + "-longer than fifteen bytes");
+  std::vector<pid_t> sleepers;
+  const auto start = [&](const std::string& path, std::string argv0) {
+    char minute[] = "60";
+    char* const argv[] = {argv0.data(), minute, nullptr};
+    sleepers.push_back(-1);
+    EXPECT_EQ(0, posix_spawn(&sleepers.back(), path.c_str(), nullptr, nullptr, argv, environ));
+  };
+  start(program, program);
+  start(program, "other");
+  start("/bin/sleep", "/x/" + name);
+  start(program, "/" + name + "-longer than fifteen bytes");
 
   const auto count = [&](const std::string& wanted) {
     const TReply reply = agent.Ask("TEST-Process", {"", wanted});
@@ -60,9 +51,12 @@ TEST(HelpersTest, CountAndListProcesses) {
   EXPECT_EQ("200 0", count("proccount"));
   EXPECT_EQ("301 Script error", count("' '; exit"));
 
-  const TReply list = agent.Ask("GetProcessesList");
-  ASSERT_EQ("200", list.code);
-  EXPECT_THAT(list.values[0], testing::HasSubstr("%0D%0A" + name + "%0D%0A" + name + "%0D%0A"));
+  EXPECT_THAT(agent.Ask("GetProcessesList").text,
+              testing::HasSubstr("%0D%0A" + name + "%0D%0A" + name + "%0D%0A"));
+  for (const pid_t pid : sleepers) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+  }
 }
 
 TEST(HelpersTest, MeasureCpuUsage) {
