@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "checks/bytelanes.h"
+#include "core/bytelanes.h"
 
 namespace {
 

@@ -13,27 +13,19 @@ class TTextFinder {
   /// @param wholeWord      not 0: neither neighbour of an occurrence may be a letter or digit
   TTextFinder(const String& text, int caseSensitive, int wholeWord);
 
-  int Length() const { return text_.Length(); }
   /// False when the text is empty or holds a line end, so that no line can hold it.
   bool FitsInLine() const { return fitsInLine_; }
 
   /// The first occurrence in [from, end) that satisfies the options, null for none. Its neighbours
   /// are looked at where they lie in [begin, end); begin <= from.
-  /// One pass over the bytes, whatever is refused on the way.
+  /// One pass over the bytes, however many occurrences are refused on the way.
   const char* Find(const char* begin, const char* from, const char* end) const;
   /// The same without regard to neighbours.
   const char* FindAny(const char* from, const char* end) const;
 
  private:
-  struct TRange;
-
-  const char* FindIn(const TRange& range) const;
-  bool Accepts(const TRange& range, const char* start) const;
-
-  String text_;  // lower case unless caseSensitive_
+  String text_;
   bool caseSensitive_;
   bool wholeWord_;
   bool fitsInLine_;
-  /// Offset of a second byte that is compared before the whole text is.
-  int probe_ = 0;
 };

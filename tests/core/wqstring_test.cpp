@@ -111,7 +111,7 @@ TEST(StringTest, FindsBytesAsASimpleSearchDoes) {
     return (seed >> 16) % bound;
   };
   for (int round = 0; round < 5000; ++round) {
-    std::string buf(next(70), '\0'), pat(next(4), '\0');
+    std::string buf(next(200), '\0'), pat(next(4), '\0');
     for (char& c : buf) c = "aAbB\xC9"[next(5)];
     for (char& c : pat) c = "aAbB\xE9"[next(5)];
     const int len = static_cast<int>(buf.size()), plen = static_cast<int>(pat.size());
@@ -120,7 +120,7 @@ TEST(StringTest, FindsBytesAsASimpleSearchDoes) {
     strlower(buf.data(), len);
     const std::string lower = ToStd(ToString(pat).LowerCase());
     const auto folded = pat.empty() ? 0 : static_cast<int>(buf.find(lower) + 1);
-    strupper(buf.data(), static_cast<int>(next(70)) % (len + 1));
+    strupper(buf.data(), static_cast<int>(next(200)) % (len + 1));
     ASSERT_EQ(folded, memposi(buf.data(), len, pat.data(), plen)) << buf << ' ' << pat;
   }
 }
