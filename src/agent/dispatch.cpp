@@ -5,8 +5,11 @@
 #include "agent/unsupported.h"
 #include "checks/actions.h"
 #include "checks/diskfolder.h"
+#include "checks/filelist.h"
+#include "checks/filetests.h"
 #include "checks/nettests.h"
 #include "checks/proctests.h"
+#include "checks/textlog.h"
 #include "config/addrfilter.h"
 #include "config/info.h"
 #include "config/settings.h"
@@ -27,6 +30,10 @@ constexpr TCommand kCommands[] = {
     {"TEST-UNC", ProcessTest_UNC},
     {"TEST-DiskSpace", ProcessNotApplicable},  // "TEST-UNC" measures disks here
     {"TEST-FolderSize", ProcessTest_FolderSize},
+    {"TEST-FileExists", ProcessTest_FileExists},
+    {"TEST-FileCompare", ProcessTest_FileCompare},
+    {"TEST-FileCRC", ProcessTest_FileCRC},
+    {"TEST-CountFiles", ProcessTest_CountFiles},
     {"TEST-Service", ProcessNotApplicable},
     {"TEST-NTLog", ProcessNotApplicable},
     {"TEST-PerfCounter", ProcessNotApplicable},
@@ -36,6 +43,8 @@ constexpr TCommand kCommands[] = {
     {"TEST-Process", ProcessTest_Process},
     {"TEST-CPU", ProcessTest_CPU},
     {"TEST-ExternalPrg", ProcessTest_External},
+    {"TEST-TextLog", ProcessTest_TextLog},
+    {"TEST-TextLog2", ProcessTest_TextLog2},
     {"TEST-ShellScript", ProcessTest_ShellScript},
     {"TEST-TCP", ProcessTest_TCP},
     {"TEST-UDP", ProcessTest_UDP},
@@ -46,6 +55,7 @@ constexpr TCommand kCommands[] = {
     {"GetServicesList", ProcessNotApplicable},
     {"GetEventLogFiles", ProcessNotApplicable},
     {"GetEventLogSources", ProcessNotApplicable},
+    {"GetFilesList", ProcessInfo_GetFileList},
     {"GetDriveList", ProcessNotImplemented},
     {"GetInfo", GetAgentStatus},
 };
