@@ -153,8 +153,8 @@ TEST_F(ProcTest, FillsInAndRunsTheCommandLine) {
   const std::string failed = "301\nScript execution error: ";
   EXPECT_EQ(failed + "exec error: No such file or directory", Script("", "", "%script%"))
       << "a command line of nothing else is left as it is";
-  EXPECT_EQ(failed + "abnormal termination", Script("sleep 60", "", "/bin/sh %script%", "1"));
-  EXPECT_EQ(failed + "abnormal termination", Script("sleep 60", "", "/bin/sh %script%", "-1"));
+  EXPECT_EQ(failed + "abnormal termination", Script("exec sleep 60", "", "/bin/sh %script%", "1"));
+  EXPECT_EQ(failed + "abnormal termination", Script("exec sleep 60", "", "/bin/sh %script%", "-1"));
   EXPECT_EQ("301\nCannot get script results", Script(kRemoveOutput));
 }
 
