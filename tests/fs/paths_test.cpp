@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "support/environment.h"
 #include "support/tempdir.h"
 #include "support/text.h"
+#include "support/workingfolder.h"
 
 TEST(PathsTest, TakesPathsApart) {
   const struct {

@@ -15,9 +15,9 @@
 
 #include "core/owned.h"
 #include "fs/filefacts.h"
-#include "support/environment.h"
 #include "support/tempdir.h"
 #include "support/text.h"
+#include "support/workingfolder.h"
 
 using testing::UnorderedElementsAre;
 
