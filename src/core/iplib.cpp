@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <stdio.h>
 #include <string.h>
@@ -129,6 +130,9 @@ using TAddressList = std::unique_ptr<addrinfo, TAddressListFree>;
 TFd Bind(const addrinfo& entry) {
   TFd sock(socket(entry.ai_family, entry.ai_socktype | SOCK_CLOEXEC, entry.ai_protocol));
   if (!sock) return sock;
+  // A starter may have closed standard input, and 0 would mean failure to the caller.
+  constexpr int kFirstOther = STDERR_FILENO + 1;
+  if (sock.Get() < kFirstOther) sock.Reset(fcntl(sock.Get(), F_DUPFD_CLOEXEC, kFirstOther));
   const int on = 1;
   setsockopt(sock.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   if (bind(sock.Get(), entry.ai_addr, entry.ai_addrlen) == -1) sock.Reset();

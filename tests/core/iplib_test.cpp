@@ -94,6 +94,16 @@ TEST(ListenTest, ListensOnceAPortAndLeavesNothingOpenAfterwards) {
   EXPECT_EQ(gai_strerror(EAI_SERVICE), ToStd(err));
 }
 
+TEST(ListenTest, NeverReturnsAStandardStream) {
+  const TFd input(dup(STDIN_FILENO));
+  close(STDIN_FILENO);
+  String err;
+  const int listener = TcpListen(kHost, FindFreePort(), nullptr, err);
+  dup2(input.Get(), STDIN_FILENO);
+  const TFd closer(listener);
+  EXPECT_GT(listener, STDERR_FILENO) << ToStd(err);
+}
+
 TEST(ExchangeTest, TellsTcpOutcomesApart) {
   const TLoopbackPeer silent(TLoopbackPeer::kTcp);
   const TLoopbackPeer closing(TLoopbackPeer::kTcp, {"", 0, true});
