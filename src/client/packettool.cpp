@@ -51,7 +51,7 @@ void AddPacket(CLI::App& app, TControlRun& run) {
   auto arguments = std::make_shared<TPacketArguments>();
 
   CLI::App* build = sub->add_subcommand("build", "the request packet of COMMAND [PARAM...]");
-  build->prefix_command()->footer("");
+  build->prefix_command()->fallthrough(false)->footer("");
   build->add_option("--key", arguments->key, "session key (a random one)")->type_name("TEXT");
   build->callback([&run, arguments, build] {
     run.action = [&run, arguments, build] { return Build(run, *arguments, build->remaining()); };
