@@ -94,11 +94,14 @@ static void PutFiles(const TAnswer& answer, TJson& out) {
   out["values"] = {{"folder", list.folder}, {"entries", entries}};
 }
 
+/// Milliseconds to three decimals.
+static double Microseconds(double ms) { return round(ms * 1000) / 1000; }
+
 static TJson Head(const std::string& command, const TAnswer& answer) {
   return {{"command", command},
           {"code", answer.code},
           {"ok", answer.Done()},
-          {"elapsed_ms", round(answer.elapsedMs * 1000) / 1000}};
+          {"elapsed_ms", Microseconds(answer.elapsedMs)}};
 }
 
 /// Bytes that are no UTF-8 are replaced, so that every reply gives valid JSON.
@@ -134,4 +137,10 @@ std::string JsonRaw(const std::string& command, const TAnswer& answer) {
   TJson out = Head(command, answer);
   out["lines"] = answer.lines;
   return Dump(out);
+}
+
+std::string JsonTimes(const std::string& host, int port, const std::vector<double>& timesMs) {
+  TJson times = TJson::array();
+  for (const double ms : timesMs) times.push_back(Microseconds(ms));
+  return Dump({{"host", host}, {"port", port}, {"times_ms", times}});
 }

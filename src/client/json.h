@@ -9,3 +9,5 @@
 std::string JsonAnswer(const TCommand& command, const TAnswer& answer, bool showPassword);
 /// The same for a command that is not in the table: the lines as they came, in "lines".
 std::string JsonRaw(const std::string& command, const TAnswer& answer);
+/// How long an agent took to answer, milliseconds each.
+std::string JsonTimes(const std::string& host, int port, const std::vector<double>& timesMs);

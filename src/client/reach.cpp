@@ -20,8 +20,14 @@ static int Ping(const TControlRun& run, int count) {
       return CodeExitStatus(answer.code);
     }
     times.push_back(answer.elapsedMs);
-    Print(target.host + " port " + std::to_string(target.port) + " answered in " +
-          Milliseconds(answer.elapsedMs) + '\n');
+    if (!run.json) {
+      Print(target.host + " port " + std::to_string(target.port) + " answered in " +
+            Milliseconds(answer.elapsedMs) + '\n');
+    }
+  }
+  if (run.json) {
+    Print(JsonTimes(target.host, target.port, times));
+    return kExitDone;
   }
   std::sort(times.begin(), times.end());
   if (count > 1) {
@@ -89,8 +95,10 @@ static int All(const TControlRun& run) {
   const TAnswer first = Ask(target, info.agent, {});
   const auto show = [&](const TCommand& row, const TAnswer& answer) {
     if (!run.json) Print(std::string("== ") + row.name + '\n');
+    if (run.json && &row != &info) Print(",");
     Print(run.json ? JsonAnswer(row, answer, false) : FormatAnswer(row, answer, false));
   };
+  if (run.json) Print("[");  // one array of the answers
   show(info, first);
   int status = CodeExitStatus(first.code);
   for (const TCommand* row : EnabledChecks(first)) {
@@ -98,6 +106,7 @@ static int All(const TControlRun& run) {
     show(*row, answer);
     if (status == kExitDone) status = CodeExitStatus(answer.code);
   }
+  if (run.json) Print("]\n");
   return status;
 }
 

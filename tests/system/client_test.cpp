@@ -151,12 +151,13 @@ TEST_F(ClientTest, JsonHoldsTypedValues) {
   const nlohmann::json files = ask({"files", agent.Folder().Path(), "qov.cfg"})["values"];
   EXPECT_EQ("qov.cfg", files["entries"].back()["name"]);
   EXPECT_FALSE(files["entries"].back()["folder"].get<bool>());
-  EXPECT_EQ("600", ask({"set", "UNC=0"})["code"].get<std::string>() == "200"
-                       ? ask({"disk", "/"})["code"]
-                       : nlohmann::json());
+  EXPECT_EQ("200", ask({"set", "UNC=off"})["code"]);
+  EXPECT_EQ("test is not allowed", ask({"disk", "/"})["text"]);
   EXPECT_EQ("200", ask({"GetInfo"})["code"]);
   EXPECT_TRUE(ask({"check-config", agent.ConfigPath()})["findings"].is_array());
   EXPECT_TRUE(ask({"processes"})["values"].is_array());
+  EXPECT_EQ(2u, ask({"ping", "-n", "2"})["times_ms"].size());
+  EXPECT_EQ("TEST-CPU", ask({"all"}).back()["command"]);
 }
 
 TEST_F(ClientTest, SilenceIsPutIntoWords) {
