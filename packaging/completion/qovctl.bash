@@ -35,7 +35,7 @@ _qovctl() {
     execute) words="-h --help --directory --time-limit" ;;
     send) words="-h --help --udp --delay --then" ;;
     syslog) words="-h --help --syslog-port --facility --severity" ;;
-    info) words="-h --help --show-password" ;;
+    info) words="-h --help" ;;
     settings) words="-h --help --show-password" ;;
     reload) words="-h --help" ;;
     restart) words="-h --help" ;;

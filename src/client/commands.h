@@ -90,6 +90,7 @@ struct TCommand {
   const char* enabledBy = "";  ///< the name under which "GetInfo" lists it; "" when it does not
   std::vector<TMetric> metrics = {};  ///< empty: no plugin check; the first is the default metric
   TVerdict verdict = verdictNone;
+  bool hasPassword = false;  ///< the reply holds the agent's password
   int stateParam = 0;  ///< position of the first of three scan-state parameters; 0: keeps no state
 
   /// True when check_qov offers it.

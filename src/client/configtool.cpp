@@ -15,6 +15,10 @@ static std::string Text(const String& text) {
   return std::string(text.CStr(), static_cast<size_t>(text.Length()));
 }
 
+static std::string Counted(int count, const char* noun) {
+  return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
+}
+
 static void PrintFinding(const std::string& path, const TConfigFinding& finding) {
   std::string place = path + ':';
   if (finding.line > 0) place += std::to_string(finding.line) + ':';
@@ -38,8 +42,7 @@ static int CheckConfigFile(const TControlRun& run, const std::string& path, bool
               .dump(2, ' ', false, TJson::error_handler_t::replace) +
           '\n');
   } else {
-    Print(path + ": " + std::to_string(errors) + " errors, " + std::to_string(warnings) +
-          " warnings\n");
+    Print(path + ": " + Counted(errors, "error") + ", " + Counted(warnings, "warning") + '\n');
   }
   return errors > 0 || (strict && warnings > 0) ? kExitFailed : kExitDone;
 }
@@ -88,7 +91,7 @@ static int ShowConfig(const TControlRun& run, const std::string& path) {
     }
   }
   if (run.json) Print(json.dump(2, ' ', false, TJson::error_handler_t::replace) + '\n');
-  if (!error.Empty()) Warn(path + ": " + Text(error));
+  if (!error.Trim().Empty()) Warn(path + ": " + Text(error.ReplaceAll("\n", ";", 1)));
   return usable ? kExitDone : kExitFailed;
 }
 

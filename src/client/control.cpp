@@ -32,10 +32,18 @@ static int AskRow(const TControlRun& run, const TCommand& row, const TGiven& giv
   return CodeExitStatus(answer.code);
 }
 
-static int AskRaw(const TControlRun& run, std::vector<std::string> words) {
+std::string TakeCommand(std::vector<std::string>& words) {
   if (words.empty()) throw TUsageFailure("no command given, see qovctl --help");
   const std::string command = words.front();
+  if (command.starts_with('-')) {
+    throw TUsageFailure(command + ": options of qovctl stand before the command here");
+  }
   words.erase(words.begin());
+  return command;
+}
+
+static int AskRaw(const TControlRun& run, std::vector<std::string> words) {
+  const std::string command = TakeCommand(words);
   const TAnswer answer = Ask(run.Target(), command, words);
   Print(run.json ? JsonRaw(command, answer) : FormatRaw(answer));
   return CodeExitStatus(answer.code);
@@ -44,7 +52,7 @@ static int AskRaw(const TControlRun& run, std::vector<std::string> words) {
 static void AddRows(CLI::App& app, TControlRun& run) {
   for (const TCommand& row : Commands()) {
     CLI::App* sub = AddCommand(app, row);
-    if (row.shape == shapeKeys) {
+    if (row.hasPassword) {
       sub->add_flag("--show-password", run.showPassword, "do not mask the password");
     }
     if (row.stateParam != 0) {

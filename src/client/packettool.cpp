@@ -23,9 +23,7 @@ static std::string Password(const TControlRun& run) {
 
 static int Build(const TControlRun& run, const TPacketArguments& arguments,
                  std::vector<std::string> words) {
-  if (words.empty()) throw TUsageFailure("no command given to build a packet of");
-  const std::string command = words.front();
-  words.erase(words.begin());
+  const std::string command = TakeCommand(words);
   const std::string key = arguments.key.empty() ? NewSessionKey() : arguments.key;
   const std::string packet = BuildRequest(Password(run), key, MakeRequestText(command, words));
   Print("# request " + command + ", " + std::to_string(packet.size()) + " bytes, session key " +

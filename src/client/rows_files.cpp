@@ -166,7 +166,7 @@ static TCommand TextLog2() {
   TCommand row = TextLog();
   row.name = "text-log2";
   row.agent = "TEST-TextLog2";
-  row.summary = "the same with a second filter and path macros";
+  row.summary = "new lines of a log that match one of two filters";
   row.fields.push_back({"first_filter", fieldBool});
   row.fields.push_back({"file", fieldLines});
   row.stateParam = 2;

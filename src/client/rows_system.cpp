@@ -140,8 +140,9 @@ static TCommand Info() {
 static TCommand Settings() {
   return {.name = "settings",
           .agent = "GetSettings",
-          .summary = "the same and the settings that a server may change",
-          .shape = shapeKeys};
+          .summary = "what info tells, and the settings that a server may change",
+          .shape = shapeKeys,
+          .hasPassword = true};
 }
 
 /// A command of administration: nothing in, a word out.

@@ -19,3 +19,6 @@ void AddCompletion(CLI::App& app, TControlRun& run);
 void Print(const std::string& text);
 /// A line for the administrator on standard error; nothing for an empty text.
 void Warn(const std::string& text);
+/// Takes the agent's command off the front of the words behind "raw" or "packet build"; what is
+/// left are its parameters. Throws TUsageFailure when there is none.
+std::string TakeCommand(std::vector<std::string>& words);

@@ -82,7 +82,7 @@ TEST_F(ClientTest, EverySubcommandGetsItsAnswer) {
        0,
        "first filter  no\n"},
       {{"text-log2", file, "--find", "cat", "--state-file", state}, 0, "match         0\n"},
-      {{"files", folder, "o*"}, 0, "one\n3 entries\n"},  // ".." and "one" and no "two"
+      {{"files", folder, "o*"}, 0, "one\n2 entries\n"},  // with ".."
       {{"process", "qov"}, 0, "count  "},
       {{"processes"}, 0, "\n"},
       {{"cpu"}, 0, " %\n"},
@@ -195,6 +195,7 @@ TEST_F(ClientTest, SilenceIsPutIntoWords) {
       {{"folder-size"}, 2, "FOLDER is required"},
       {{"-p", "70000", "info"}, 2, "--port"},
       {{"check-config"}, 2, "FILE is required"},
+      {{"raw", "--json", "GetInfo"}, 2, "--json: options of qovctl stand before the command"},
       {{}, 2, "no command given"},
   };
   for (const auto& c : cases) {
