@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "client/vxwire.h"
+#include "core/iplib.h"
 
 namespace {
 
@@ -30,17 +31,11 @@ TExchange SystemError(const char* what, int code) {
   return Failed(TExchangeResult::systemError, std::string(what) + ": " + strerror(code));
 }
 
-/// Waits for an event on the socket. Returns 1, 0 at the deadline, -1 with errno set.
+/// Returns 1 when one of the events showed, 0 at the deadline, -1 with errno set.
 int WaitFor(int fd, short events, TDeadline deadline) {
-  for (;;) {
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    pollfd entry = {fd, events, 0};
-    const int timeoutMs = static_cast<int>(std::clamp<int64_t>(left.count(), 0, 1 << 30));
-    const int ready = poll(&entry, 1, timeoutMs);
-    if (ready > 0 || (ready == 0 && left.count() <= 0)) return ready;
-    if (ready == -1 && errno != EINTR) return -1;
-  }
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+  return WaitForSocket(fd, events, std::max<int64_t>(left.count(), 0));
 }
 
 bool PeerIsGone(int code) { return code == EPIPE || code == ECONNRESET; }

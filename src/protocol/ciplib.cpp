@@ -34,8 +34,8 @@ constexpr TTables kTables = MakeTables();
 /// What the four bytes of a word add to the register, the last of them `behind` bytes before the
 /// end of the slice.
 uint32_t WordSum(uint32_t word, size_t behind) {
-  return kTables[behind + 3][word & 0xFF] ^ kTables[behind + 2][(word >> 8) & 0xFF] ^
-         kTables[behind + 1][(word >> 16) & 0xFF] ^ kTables[behind][word >> 24];
+  return (kTables[behind + 3][word & 0xFF] ^ kTables[behind + 2][(word >> 8) & 0xFF]) ^
+         (kTables[behind + 1][(word >> 16) & 0xFF] ^ kTables[behind][word >> 24]);
 }
 
 uint32_t Step(uint32_t crc, unsigned char c) { return kTables[0][(crc ^ c) & 0xFF] ^ (crc >> 8); }
@@ -51,8 +51,9 @@ void TCRC32::UpdateCRC(const char* p, int len) {
   for (; left >= kSlices; left -= kSlices, p += kSlices) {
     uint32_t words[4];
     memcpy(words, p, kSlices);
-    crc = WordSum(words[0] ^ crc, 12) ^ WordSum(words[1], 8) ^ WordSum(words[2], 4) ^
-          WordSum(words[3], 0);
+    // The register comes in last, so that the rest of the next slice need not wait for this one.
+    const uint32_t rest = WordSum(words[1], 8) ^ WordSum(words[2], 4) ^ WordSum(words[3], 0);
+    crc = rest ^ WordSum(words[0] ^ crc, 12);
   }
   for (; left > 0; --left) crc = Step(crc, static_cast<unsigned char>(*p++));
   register_ = crc;

@@ -32,24 +32,19 @@ TEST(VxWire, ReadsARequestOrSaysWhatIsWrong) {
   EXPECT_EQ("k1", request.sessionKey);
   EXPECT_EQ(kText, request.text);
 
-  const struct {
-    const char* error;
-    size_t at;
-    char byte;
-  } cases[] = {
-      {"packet length field says 53 bytes, there are 52", 0, 0x31},
-      {"password proof reaches past the end", 6, 0x27},
-      {"session key reaches past the end", 24, 0x17},
-      {"request length is negative", 31, '\xff'},
-      {"request text reaches past the end", 28, 0x15},
-      {"protocol marker is not 03 12", 5, 0x13},
-      {"password proof does not match", 8, 0},
-  };
-  for (const auto& c : cases) {
+  const std::map<std::string, std::pair<size_t, char>> damages = {
+      {"packet length field says 53 bytes, there are 52", {0, 0x31}},
+      {"password proof reaches past the end", {6, 0x27}},
+      {"session key reaches past the end", {24, 0x17}},
+      {"request length is negative", {31, '\xff'}},
+      {"request text reaches past the end", {28, 0x15}},
+      {"protocol marker is not 03 12", {5, 0x13}},
+      {"password proof does not match", {8, 0}}};
+  for (const auto& [expected, damage] : damages) {
     std::string bytes = good;
-    bytes[c.at] = c.byte;
+    bytes[damage.first] = damage.second;
     EXPECT_FALSE(ParseRequest(bytes, "pw", request, error));
-    EXPECT_EQ(c.error, error);
+    EXPECT_EQ(expected, error);
   }
   EXPECT_FALSE(ParseRequest(good.substr(0, 13), "pw", request, error));
   EXPECT_EQ("shorter than the 14 bytes of the fixed fields", error);
@@ -71,28 +66,21 @@ TEST(VxWire, SplitsAReply) {
 
 TEST(VxWire, TellsIncompleteFromDamaged) {
   const std::string good = BuildReply("k1", "200\nOk\n\r");
-  const struct {
-    const char* name;
-    std::string bytes;
-    const char* key;
-    TReplyState state;
-    size_t want;
-  } cases[] = {
-      {"nothing", "", "k1", TReplyState::incomplete, 4},
-      {"half a length", good.substr(0, 2), "k1", TReplyState::incomplete, 4},
-      {"one byte short", good.substr(0, 11), "k1", TReplyState::incomplete, 12},
-      {"one byte more", good + 'x', "k1", TReplyState::damaged, 12},
-      {"another key", good, "k2", TReplyState::damaged, 12},
-      {"negative length", "\xff\xff\xff\xff", "k1", TReplyState::damaged, 0},
-      {"length zero", std::string(4, '\0'), "k1", TReplyState::damaged, 0},
-      {"no code", BuildReply("k1", "20x\nOk\n\r"), "k1", TReplyState::damaged, 12},
-      {"no end mark", BuildReply("k1", "200\nOk\n"), "k1", TReplyState::damaged, 11},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const TReply reply = DecodeReply(c.bytes, c.key);
-    EXPECT_EQ(c.state, reply.state);
-    EXPECT_EQ(c.bytes.size(), reply.haveBytes);
-    EXPECT_EQ(c.want, reply.wantBytes);
+  const std::map<std::string, TReply> cases = {
+      {"", {TReplyState::incomplete, 0, 4}},
+      {good.substr(0, 2), {TReplyState::incomplete, 2, 4}},
+      {good.substr(0, 11), {TReplyState::incomplete, 11, 12}},
+      {good, {TReplyState::complete, 12, 12}},
+      {good + 'x', {TReplyState::damaged, 13, 12}},
+      {"\xff\xff\xff\xff", {TReplyState::damaged, 4, 0}},
+      {std::string(4, '\0'), {TReplyState::damaged, 4, 0}},
+      {BuildReply("k1", "20x\nOk\n\r"), {TReplyState::damaged, 12, 12}},
+      {BuildReply("k1", "200\nOk\n"), {TReplyState::damaged, 11, 11}},
+      {BuildReply("other key", "200\nOk\n\r"), {TReplyState::damaged, 12, 12}}};
+  for (const auto& [bytes, expected] : cases) {
+    const TReply reply = DecodeReply(bytes, "k1");
+    EXPECT_EQ(expected.state, reply.state);
+    EXPECT_EQ(expected.haveBytes, reply.haveBytes);
+    EXPECT_EQ(expected.wantBytes, reply.wantBytes);
   }
 }

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <map>
+#include <thread>
 
 #include "client/vxwire.h"
 #include "support/messagecapture.h"
@@ -101,6 +102,20 @@ TEST_F(RequestTest, FollowsTheConfiguredPassword) {
     EXPECT_EQ(0, request.ParseInitRequest(password, in_addr{})) << "no packet any more";
     EXPECT_EQ(nullptr, request.SessionCipher());
   }
+}
+
+TEST_F(RequestTest, ServesThreadsUnderDifferentPasswords) {
+  const auto parse = [](const char* password) {
+    for (int i = 0; i < 50; ++i) {
+      VxRequest mine;
+      mine = ToString(BuildRequest(password, "key", kText));
+      EXPECT_EQ(1, mine.ParseInitRequest(password, in_addr{}));
+      EXPECT_EQ(kText, ToStd(mine));
+    }
+  };
+  std::thread other(parse, "old");
+  parse("new");
+  other.join();
 }
 
 TEST_F(RequestTest, IsWholeWhenNothingMoreIsWorthWaitingFor) {
