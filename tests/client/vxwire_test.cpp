@@ -66,7 +66,7 @@ TEST(VxWire, SplitsAReply) {
 
 TEST(VxWire, TellsIncompleteFromDamaged) {
   const std::string good = BuildReply("k1", "200\nOk\n\r");
-  const std::map<std::string, TReply> cases = {
+  const std::map<std::string, std::tuple<TReplyState, size_t, size_t>> cases = {
       {"", {TReplyState::incomplete, 0, 4}},
       {good.substr(0, 2), {TReplyState::incomplete, 2, 4}},
       {good.substr(0, 11), {TReplyState::incomplete, 11, 12}},
@@ -79,8 +79,6 @@ TEST(VxWire, TellsIncompleteFromDamaged) {
       {BuildReply("other key", "200\nOk\n\r"), {TReplyState::damaged, 12, 12}}};
   for (const auto& [bytes, expected] : cases) {
     const TReply reply = DecodeReply(bytes, "k1");
-    EXPECT_EQ(expected.state, reply.state);
-    EXPECT_EQ(expected.haveBytes, reply.haveBytes);
-    EXPECT_EQ(expected.wantBytes, reply.wantBytes);
+    EXPECT_EQ(expected, std::tuple(reply.state, reply.haveBytes, reply.wantBytes));
   }
 }
