@@ -93,7 +93,7 @@ static void DescribeApp(CLI::App& app, TControlRun& run) {
   AddTargetOptions(app, run.options);
   app.add_option("-t,--timeout", run.options.timeoutSec, "seconds to wait for a reply (60)")
       ->type_name("SECONDS")
-      ->check(CLI::PositiveNumber.description(""));
+      ->check(CLI::Range(0.001, 1e6).description(""));
   app.add_flag("--json", run.json, "one JSON object for machines");
   app.prefix_command();
   app.require_subcommand(0, 1);
@@ -104,7 +104,9 @@ static int RunSession(CLI::App& app, TControlRun& run, int argc, const char* con
   try {
     app.parse(argc, argv);
     TakePlainCommand(app, run);
-    return run.action();
+    const int status = run.action();
+    if (fflush(stdout) != 0) throw TUsageFailure("standard output cannot be written");
+    return status;
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kExitDone : kExitUsage;
   } catch (const TUsageFailure& failure) {

@@ -194,6 +194,7 @@ TEST_F(ClientTest, SilenceIsPutIntoWords) {
       {{"disk", "--nonsense"}, 2, "unexpected argument: --nonsense\n"},
       {{"folder-size"}, 2, "FOLDER is required"},
       {{"-p", "70000", "info"}, 2, "--port"},
+      {{"-t", "0", "info"}, 2, "--timeout"},
       {{"check-config"}, 2, "FILE is required"},
       {{"raw", "--json", "GetInfo"}, 2, "--json: options of qovctl stand before the command"},
       {{}, 2, "no command given"},

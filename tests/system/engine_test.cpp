@@ -43,7 +43,11 @@ class TEngine {
   ~TEngine() {
     if (pid_ <= 0) return;
     kill(pid_, SIGTERM);  // lets it end its own workers
-    waitpid(pid_, nullptr, 0);
+    const long long end = NowMs() + 20000;
+    while (waitpid(pid_, nullptr, WNOHANG) == 0) {
+      if (NowMs() > end) kill(pid_, SIGKILL);
+      usleep(10000);
+    }
   }
 
   /// The first service results that it wrote, "" when none came in time.
