@@ -94,12 +94,14 @@ constexpr TCompareMode kCompareModes[] = {
     {"4", 12, nullptr},  // takes its file as the others do, then is refused
 };
 
+bool IsSubfolder(const TSearchRec& rec) {
+  return (rec.Attributes & AttrDirectory) != 0 && strcmp(rec.EntryName, ".") != 0 &&
+         strcmp(rec.EntryName, "..") != 0;
+}
+
 /// Whether CountFiles counts the entry found.
 bool Counts(const TSearchRec& rec, TCountFilesMode mode, int value) {
-  if ((rec.Attributes & AttrDirectory) != 0) {
-    return mode == cfSubFolders && strcmp(rec.EntryName, ".") != 0 &&
-           strcmp(rec.EntryName, "..") != 0;
-  }
+  if ((rec.Attributes & AttrDirectory) != 0) return mode == cfSubFolders && IsSubfolder(rec);
   const int64_t minute = sec2min(static_cast<int>(rec.ModifiedTime));
   switch (mode) {
     case cfAllFiles:
@@ -118,14 +120,13 @@ bool Counts(const TSearchRec& rec, TCountFilesMode mode, int value) {
   return false;
 }
 
-/// Lists a folder's subfolders, in full and without "." and ".."; false when it shows no folder.
+/// Adds a folder's subfolders, in full; false when nothing in the folder passes the search.
 bool ListSubfolders(const String& folder, std::vector<std::string>& subfolders) {
   TSearchRec rec;
   const TSearchCloser closer(rec);
   if (FindFirst(folder, "*", AttrDirectory, rec) != 0) return false;
   do {
-    if (strcmp(rec.EntryName, ".") == 0 || strcmp(rec.EntryName, "..") == 0) continue;
-    subfolders.push_back(std::string(folder.CStr()) + rec.EntryName + '/');
+    if (IsSubfolder(rec)) subfolders.push_back(std::string(folder.CStr()) + rec.EntryName + '/');
   } while (FindNext(rec) == 0);
   return true;
 }
@@ -144,8 +145,9 @@ int64_t CountInFolder(const String& folder, const String& mask, TCountFilesMode 
   }
   FindClose(rec);
   if (waiting != nullptr) return ListSubfolders(folder, *waiting) ? count : -1;
-  std::vector<std::string> unused;
-  return matched || ListSubfolders(folder, unused) ? count : -1;
+  if (matched) return count;
+  const TSearchCloser closer(rec);
+  return FindFirst(folder, "*", AttrDirectory, rec) == 0 ? 0 : -1;
 }
 
 }  // namespace

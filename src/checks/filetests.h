@@ -44,9 +44,9 @@ extern const char* const CountFilesModeName[6];
 int GetFileInfo(const char* path, long& size, long& ctime, long& mtime);
 
 /// Counts the entries of a folder whose names match the mask and that the mode asks for.
-/// @param recurse  not 0: those of the subfolders too. Deliberate: hidden subfolders and those the
-///                 process may not write are left out, and one that holds no folder at all in this
-///                 sense, not even "." or "..", counts as unreadable.
+/// Deliberate: of the subfolders, those that are hidden or that the process may not write are left
+/// out, and a folder in which not even "." is writable may count as unreadable.
+/// @param recurse  not 0: the entries of the subfolders too
 /// @param value    minutes or bytes, as the mode says
-/// @return the count, or -1 when the folder cannot be listed. Any depth, any thread.
+/// @return the count, or -1 when the folder cannot be listed. Any thread.
 int CountFiles(String folder, const String& mask, int recurse, TCountFilesMode mode, int value);
