@@ -26,6 +26,13 @@ bool LockWhole(FILE* file) {
 
 }  // namespace
 
+void OpenMissingStreams() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    // The lowest free number is taken, which is this one.
+    if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDWR) != fd) return;
+  }
+}
+
 int daemon_init() {
   fflush(stdout);
   const pid_t child = fork();

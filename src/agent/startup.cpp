@@ -59,6 +59,7 @@ bool CheckSocket() {
 }  // namespace
 
 int RunAgent(int argc, char** argv, char** envp) {
+  OpenMissingStreams();
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   RememberStart(argv, envp);
   RaiseDescriptorLimit();

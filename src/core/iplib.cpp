@@ -24,8 +24,6 @@ const char* const ipErrMsg[8] = {
     "Cannot init WinSock",  "Timeout",
 };
 
-std::mutex iplib_mutex;
-
 namespace {
 
 constexpr char kTimeoutText[] = "Timeout";

@@ -5,8 +5,6 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include <mutex>
-
 #include "core/wqstring.h"
 
 /// Blocking IPv4 socket helpers. Each reports failure by one of these results and a text in the
@@ -21,9 +19,6 @@ inline constexpr int kIpNotConnected = -6;
 
 /// Generic texts for callers that want one; the helpers put their own into the caller's String.
 extern const char* const ipErrMsg[8];
-
-/// For conversions that are not re-entrant. The ones of this module all are, so none takes it.
-extern std::mutex iplib_mutex;
 
 /// Text of a system error number. Deliberate: always empty with the GNU C library, whose
 /// strerror_r returns a pointer, so that texts from system error numbers stay empty in replies.
