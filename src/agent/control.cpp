@@ -43,7 +43,7 @@ void Execute(const char* path) {
   closepidfile(std::exchange(pidFile, nullptr));
   fflush(stdout);
   RemoveTempFiles();  // the sessions that use them end here
-  alarm(0);  // the limit of a crash report would go on in the new image
+  alarm(0);           // the limit of a crash report would go on in the new image
   sigset_t blocked;
   pthread_sigmask(SIG_SETMASK, &OriginalSignalMask(), &blocked);
   RestoreDescriptorLimit();
