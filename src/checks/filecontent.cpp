@@ -84,8 +84,8 @@ class TFileSearch {
 
   bool IsBounded(int64_t at) const {
     const int64_t after = at + length_;
-    const bool wordBefore = at > 0 && IsWordByte(buffer_[at - 1]);
-    const bool wordAfter = after < filled_ && IsWordByte(buffer_[after]);
+    const bool wordBefore = at > 0 && IsWordByte(buffer_.get()[at - 1]);
+    const bool wordAfter = after < filled_ && IsWordByte(buffer_.get()[after]);
     const int64_t offset = base_ + at;
     const int64_t step = 2 * length_;
     // Windows of three lengths that overlap by one: an occurrence in the overlap is seen at the
