@@ -21,7 +21,6 @@ namespace {
 constexpr int kLimitMs = 20000;
 constexpr int kPauseMs = 5;
 constexpr char kSanitizerLog[] = "sanitizer";
-constexpr char kSessionKey[] = "session key";
 
 /// Repeats `done` until it holds or the limit has passed.
 template <class TCondition>
@@ -45,6 +44,18 @@ bool HasSwitch(const TAgentOptions& options, const char* name) {
          options.switches.end();
 }
 
+/// The running processes with `part` in their command lines.
+std::vector<pid_t> ProcessesWith(const std::string& part) {
+  std::vector<pid_t> found;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const pid_t pid = atoi(entry.path().filename().c_str());
+    if (pid > 1 && ReadFile(entry.path() / "cmdline").find(part) != std::string::npos) {
+      found.push_back(pid);
+    }
+  }
+  return found;
+}
+
 }  // namespace
 
 TAgentProcess::TAgentProcess(TAgentOptions options) : port_(FindFreePort()) {
@@ -65,7 +76,12 @@ TAgentProcess::~TAgentProcess() {
     kill(child_, SIGKILL);
     Wait();
   }
-  if (pid_ > 1 && pid_ != child_) kill(pid_, SIGKILL);
+  // What the agent became: a detached process, or the one that an upgrade started.
+  Await([this] {
+    const std::vector<pid_t> left = ProcessesWith(ConfigPath());
+    for (const pid_t pid : left) kill(pid, SIGKILL);
+    return left.empty();
+  });
   for (const auto& entry : std::filesystem::directory_iterator(folder_.Path())) {
     const std::string name = entry.path().filename();
     if (name.rfind(kSanitizerLog, 0) == 0) ADD_FAILURE() << ReadFile(name);
@@ -73,10 +89,13 @@ TAgentProcess::~TAgentProcess() {
 }
 
 void TAgentProcess::WriteConfig(const std::string& config) {
-  folder_.File("qov.cfg", "host=127.0.0.1\nport=" + std::to_string(port_) +
+  // Put in place whole: an agent may be loading it.
+  const std::string fresh =
+      folder_.File("qov.cfg.fresh", "host=127.0.0.1\nport=" + std::to_string(port_) +
                               "\npassword=" + kPassword + "\nqovpath=" + QOV_AGENT + "\ntmpdir=" +
                               folder_.Folder("tmp") + "\npidfile=" + folder_.Path("pid") +
                               "\nfilterlist=127.0.0.1\nfiltermarks=1\nlogsuccess=1\n" + config);
+  std::filesystem::rename(fresh, ConfigPath());
 }
 
 void TAgentProcess::Start(const TAgentOptions& options) {
@@ -91,7 +110,7 @@ void TAgentProcess::Start(const TAgentOptions& options) {
   // console.
   const std::string log = "log_path=" + folder_.Path(kSanitizerLog);
   std::vector<std::string> added = options.environment;
-  added.push_back("ASAN_OPTIONS=detect_leaks=0:" + log);
+  added.push_back("ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0:" + log);
   added.push_back("UBSAN_OPTIONS=print_stacktrace=1:" + log);
   added.push_back("TSAN_OPTIONS=halt_on_error=1:" + log);
   std::vector<char*> environment;
@@ -133,6 +152,18 @@ int TAgentProcess::Wait(int limitMs) {
   if (!Await([&] { return waitpid(child_, &status, WNOHANG) == child_; }, limitMs)) return -1;
   child_ = pid_ = -1;
   return WIFSIGNALED(status) ? 1000 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+bool TAgentProcess::FindServer(const std::string& program) {
+  return Await([&] {
+    for (const pid_t pid : ProcessesWith(ConfigPath())) {
+      std::error_code error;
+      const auto link = std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", error);
+      if (link == program) pid_ = pid;
+      if (link == program) return true;
+    }
+    return false;
+  });
 }
 
 bool TAgentProcess::Signal(int signal) const { return pid_ > 1 && kill(pid_, signal) == 0; }

@@ -21,6 +21,7 @@ struct TAgentOptions {
 class TAgentProcess {
  public:
   static constexpr char kPassword[] = "test password";
+  static constexpr char kSessionKey[] = "session key";
 
   explicit TAgentProcess(TAgentOptions options = {});
   ~TAgentProcess();
@@ -33,6 +34,7 @@ class TAgentProcess {
   const TTempDir& Folder() const { return folder_; }
   std::string ConfigPath() const { return folder_.Path("qov.cfg"); }
   std::string ReadFile(const std::string& name) const;
+  /// Replaces the configuration file by the standard lines and `config`.
   void WriteConfig(const std::string& config);
 
   /// What the agent has printed so far.
@@ -44,6 +46,8 @@ class TAgentProcess {
   /// Exit status of the started process: 0 to 255, 1000 + signal, or -1 while it runs on.
   int Wait(int limitMs = 20000);
   bool Signal(int signal) const;
+  /// Waits for a process of this agent that runs `program`, which is the serving one from then on.
+  bool FindServer(const std::string& program);
 
   /// One request to the agent and its decoded reply; code "" when none came.
   TReply Ask(const std::string& command, const std::vector<std::string>& params = {}) const;

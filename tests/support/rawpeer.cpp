@@ -9,6 +9,8 @@
 
 #include <atomic>
 
+#include "client/vxwire.h"
+
 namespace {
 
 sockaddr_in Loopback(const char* address, int port) {
@@ -51,9 +53,20 @@ bool TRawPeer::Send(std::string_view bytes) {
 }
 
 std::string TRawPeer::ReceiveAll(int limitMs) {
+  return Receive(limitMs, [](const std::string&) { return false; });
+}
+
+std::string TRawPeer::ReceiveReply(int limitMs) {
+  return Receive(limitMs, [](const std::string& bytes) {
+    return ReplyBytes(bytes) <= static_cast<int64_t>(bytes.size());
+  });
+}
+
+template <class TWhole>
+std::string TRawPeer::Receive(int limitMs, TWhole isWhole) {
   std::string all;
   const long long end = NowMs() + limitMs;
-  while (!closed_) {
+  while (!closed_ && !isWhole(all)) {
     const long long left = end - NowMs();
     pollfd wait = {socket_.Get(), POLLIN, 0};
     if (left <= 0 || poll(&wait, 1, static_cast<int>(left)) <= 0) break;

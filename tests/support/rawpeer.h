@@ -14,11 +14,16 @@ class TRawPeer {
   bool Send(std::string_view bytes);
   /// Everything until the agent closes, or until `limitMs` have passed (Closed tells which).
   std::string ReceiveAll(int limitMs = 10000);
+  /// One reply packet, or what came until the agent closed or `limitMs` had passed.
+  std::string ReceiveReply(int limitMs = 10000);
   bool Closed() const { return closed_; }
   void ShutdownWrite();
   int Descriptor() const { return socket_.Get(); }
 
  private:
+  template <class TWhole>
+  std::string Receive(int limitMs, TWhole isWhole);
+
   TFd socket_;
   bool connected_ = false;
   bool closed_ = false;
