@@ -26,6 +26,10 @@
 namespace {
 
 constexpr timespec kSlice{1, 0};
+// A file that was written a moment ago is "busy" while a child that a session has just started
+// still holds a copy of the descriptor.
+constexpr int kBusyTries = 250;
+constexpr timespec kBusyPause{0, 20'000'000};
 constexpr int kExitDone = 0;
 constexpr int kExitListen = 4;
 constexpr int kGoOn = -1;
@@ -47,7 +51,11 @@ void Execute(const char* path) {
   sigset_t blocked;
   pthread_sigmask(SIG_SETMASK, &OriginalSignalMask(), &blocked);
   RestoreDescriptorLimit();
-  execve(path, startArguments, startEnvironment.data());
+  for (int i = 0; i < kBusyTries; ++i) {
+    execve(path, startArguments, startEnvironment.data());
+    if (errno != ETXTBSY) break;
+    nanosleep(&kBusyPause, nullptr);
+  }
   RaiseDescriptorLimit();
   pthread_sigmask(SIG_SETMASK, &blocked, nullptr);
 }
@@ -62,6 +70,7 @@ void RunUpgrade() {
   Execute(script.CStr());
   showmessage("Error: cannot start upgrading script\n", kNoPeer, msgFail, 0);
   QovFlags.upgrade = 0;
+  QovFlags.upgrading = 0;
 }
 
 /// Acts on what sessions and signals asked for.

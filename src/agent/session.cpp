@@ -75,6 +75,7 @@ TSession::~TSession() {
   --AgentStatus.ActiveConnections;
   if (raised_.terminate != 0) QovFlags.terminate = 1;
   if (raised_.reload != 0) QovFlags.reload = 1;
+  if (!upgrade_.script.Empty()) QovFlags.upgradeScript = upgrade_.script;
   if (!QovFlags.upgradeScript.Empty()) QovFlags.upgrade = 1;
   if (raised_.terminate != 0 || raised_.reload != 0 || QovFlags.upgrade != 0) WakeMainLoop();
 }

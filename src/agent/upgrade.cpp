@@ -11,7 +11,6 @@
 
 #include "agent/flags.h"
 #include "config/settings.h"
-#include "config/status.h"
 #include "fs/filefacts.h"
 #include "fs/paths.h"
 #include "protocol/qov_const.h"
@@ -45,7 +44,9 @@ TFile CreateFresh(const String& path) {
   unlink(path.CStr());
   TFd fd(open(path.CStr(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!fd) return nullptr;
-  return TFile(fdopen(fd.Release(), "w+"));
+  TFile file(fdopen(fd.Get(), "w+"));
+  if (file) fd.Release();
+  return file;
 }
 
 int Fail(UpgradeRec& rec, String& error, const char* text) {
@@ -58,6 +59,9 @@ int OpenTempFile(UpgradeRec& rec, String& error) {
   rec.tempPath = IncludeTrailingPathDelimiter(TempFolder()) + "qov__.upd";
   rec.file = CreateFresh(rec.tempPath);
   if (rec.file == nullptr) return Fail(rec, error, "Cannot create temp file");
+  // Unbuffered, so that a disk without room shows in the write and not in the close, where it would
+  // be too late: the script runs after a close that failed.
+  setvbuf(rec.file.get(), nullptr, _IONBF, 0);
   MD5Open(&rec.digest);
   return 1;
 }
@@ -93,14 +97,12 @@ bool IsDigestRight(UpgradeRec& rec, const char* trailer, int length) {
   return decoded.Length() == kDigestBytes && memcmp(decoded.Data(), digest, kDigestBytes) == 0;
 }
 
-/// Gives the new executable its mode and closes it. A write that only fails now spoils the file,
-/// so it counts as a failure here.
+/// Gives the new executable its mode and closes it.
 bool CloseExecutable(UpgradeRec& rec) {
   if (rec.file == nullptr) return false;
-  const bool flushed = fflush(rec.file.get()) == 0;
   const bool executable = fchmod(fileno(rec.file.get()), kExecutableMode) == 0;
   const bool closed = fclose(rec.file.release()) == 0;
-  return flushed && executable && closed;
+  return executable && closed;
 }
 
 int Complete(UpgradeRec& rec, const char* trailer, int length, String& error) {
@@ -116,9 +118,10 @@ int Complete(UpgradeRec& rec, const char* trailer, int length, String& error) {
   }
   const String script = TempFolder() + "/qovupd__.sh";
   if (WriteScript(script, rec.tempPath, error)) {
-    rec.ClearanceUpgrade();
-    const std::lock_guard<std::mutex> lock(thread_mutex);
-    QovFlags.upgradeScript = script;
+    // The claim stays with the two files until the script runs: another session would put its own
+    // in their place.
+    rec.active = 0;
+    rec.script = script;
     return 1;
   }
   DeleteFile(rec.tempPath.CStr());

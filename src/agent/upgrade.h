@@ -19,6 +19,9 @@ struct UpgradeRec {
   String tempPath;           ///< empty until the first DoUpgrading
   MD5 digest{};              ///< of the bytes written so far
   String sessionKey;
+  /// The script of a completed upgrade. The session hands it to QovFlags once its reply is out:
+  /// the end of any other session would have it executed.
+  String script;
 
   /// Takes the process-wide claim; false when another session holds it.
   /// Deliberate: a session that ends while receiving keeps the claim until the agent restarts.
@@ -28,8 +31,7 @@ struct UpgradeRec {
 };
 
 /// Opens the temporary file on the first call, then takes one received chunk (data may be null).
-/// When the transfer is complete and good, writes the script that swaps the executables and hands
-/// it to QovFlags.
+/// When the transfer is complete and good, writes the script that swaps the executables.
 /// @return 1 when all is well so far or the upgrade has completed, 0 with the reason in `error`.
 ///         Deliberate: a completed upgrade whose new file could not be made executable returns 1
 ///         and still carries an error.

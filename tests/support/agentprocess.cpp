@@ -90,11 +90,11 @@ TAgentProcess::~TAgentProcess() {
 
 void TAgentProcess::WriteConfig(const std::string& config) {
   // Put in place whole: an agent may be loading it.
-  const std::string fresh =
-      folder_.File("qov.cfg.fresh", "host=127.0.0.1\nport=" + std::to_string(port_) +
-                              "\npassword=" + kPassword + "\nqovpath=" + QOV_AGENT + "\ntmpdir=" +
-                              folder_.Folder("tmp") + "\npidfile=" + folder_.Path("pid") +
-                              "\nfilterlist=127.0.0.1\nfiltermarks=1\nlogsuccess=1\n" + config);
+  const std::string fresh = folder_.File(
+      "qov.cfg.fresh", "host=127.0.0.1\nport=" + std::to_string(port_) + "\npassword=" + kPassword +
+                           "\nqovpath=" + QOV_AGENT + "\ntmpdir=" + folder_.Folder("tmp") +
+                           "\npidfile=" + folder_.Path("pid") +
+                           "\nfilterlist=127.0.0.1\nfiltermarks=1\nlogsuccess=1\n" + config);
   std::filesystem::rename(fresh, ConfigPath());
 }
 
@@ -158,7 +158,8 @@ bool TAgentProcess::FindServer(const std::string& program) {
   return Await([&] {
     for (const pid_t pid : ProcessesWith(ConfigPath())) {
       std::error_code error;
-      const auto link = std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", error);
+      const auto link =
+          std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", error);
       if (link == program) pid_ = pid;
       if (link == program) return true;
     }

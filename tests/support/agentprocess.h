@@ -9,10 +9,10 @@
 #include "support/tempdir.h"
 
 struct TAgentOptions {
-  std::string config;                       ///< lines behind the standard ones (a key's last wins)
+  std::string config{};                     ///< lines behind the standard ones (a key's last wins)
   std::vector<std::string> switches{"-i"};  ///< in front of the configuration file
-  std::vector<std::string> environment;     ///< NAME=VALUE, added to the test's own
-  std::string program;                      ///< "": the built agent
+  std::vector<std::string> environment{};   ///< NAME=VALUE, added to the test's own
+  std::string program{};                    ///< "": the built agent
   bool waitForListening = true;
 };
 

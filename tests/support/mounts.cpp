@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 TPrivateMounts::TPrivateMounts() : former_(open("/proc/thread-self/ns/mnt", O_RDONLY | O_CLOEXEC)) {
-  usable_ = unshare(CLONE_NEWNS) == 0 &&
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  usable_ =
+      unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
 TPrivateMounts::~TPrivateMounts() {

@@ -1,6 +1,9 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
+
+#include <filesystem>
 
 #include "support/agentprocess.h"
 #include "support/rawpeer.h"
@@ -83,6 +86,20 @@ TEST(ControlTest, LivesOnWhenTheNewImageCannotStart) {
   ASSERT_TRUE(agent.WaitFor("Error: cannot start new instance\n"));
   EXPECT_TRUE(agent.WaitForPort(false));  // the listening socket stays closed
   EXPECT_EQ(-1, agent.Wait(1500));
+}
+
+TEST(ControlTest, WaitsForAProgramThatIsBusy) {
+  TAgentProcess agent;
+  const std::string program = agent.Folder().Path("program");
+  std::filesystem::copy_file(QOV_AGENT, program);
+  agent.WriteConfig("qovpath=" + program + "\n");
+  ASSERT_EQ("200", agent.Ask("ReloadCfg").code);
+  TFd writer(open(program.c_str(), O_WRONLY | O_CLOEXEC));
+  EXPECT_EQ("200", agent.Ask("ReloadApp").code);
+  ASSERT_TRUE(agent.WaitFor("Reload request received. Executing..\n"));
+  usleep(200000);
+  writer.Reset();
+  EXPECT_TRUE(agent.WaitFor("Listening...\n", 2));
 }
 
 TEST(ControlTest, AnswersSignals) {
