@@ -175,11 +175,11 @@ TEST(UpgradeTest, FollowsTheClient) {
 TEST(UpgradeTest, KeepsTheClaimOfACutTransfer) {
   TUpgradedAgent agent;
   const std::string whole = kSmall + Trailer(kSmall);
-  constexpr int kCuts = 20;
-  for (int i = 0; i < kCuts; ++i) {
+  const int cuts = Repeats(8, 20);
+  for (int i = 0; i < cuts; ++i) {
     // The last cuts fall behind the program, into its trailer or in front of it.
-    const size_t cut =
-        i < kCuts - 3 ? i * kSmall.size() / (kCuts - 4) : whole.size() - 16 + 5 * (i - kCuts + 3);
+    const auto cut =
+        i < cuts - 3 ? i * kSmall.size() / (cuts - 4) : whole.size() - 16 + 5 * (i - cuts + 3);
     SCOPED_TRACE(cut);
     {
       TTransfer transfer(agent, kSmall.size());
