@@ -3,7 +3,8 @@
 set -eu
 
 packages="g++ clang cmake ninja-build make pkg-config python3 nettle-dev libgtest-dev libgmock-dev
-  libbenchmark-dev libcli11-dev nlohmann-json3-dev zlib1g-dev clang-format procps iproute2"
+  libbenchmark-dev libcli11-dev nlohmann-json3-dev zlib1g-dev clang-format procps iproute2
+  dpkg-dev file lintian logrotate mandoc nftables shellcheck systemd"
 
 missing=""
 for package in $packages; do
