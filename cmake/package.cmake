@@ -22,8 +22,8 @@ function(install_compressed component file destination)
   set(result "${generated}/${component}-${name}.gz")
   add_custom_command(OUTPUT "${result}" DEPENDS "${CMAKE_SOURCE_DIR}/${file}" VERBATIM
                      COMMAND gzip -9nc "${CMAKE_SOURCE_DIR}/${file}" > "${result}")
-  set_property(GLOBAL APPEND PROPERTY QOV_GENERATED "${result}")
-  install(FILES "${result}" DESTINATION "${destination}" RENAME "${name}.gz" OPTIONAL
+  set_property(GLOBAL APPEND PROPERTY QOV_COMPRESSED "${result}")
+  install(FILES "${result}" DESTINATION "${destination}" RENAME "${name}.gz"
           COMPONENT "${component}")
 endfunction()
 
@@ -63,23 +63,16 @@ install(DIRECTORY packaging/examples/agent/ DESTINATION share/doc/qov/examples C
 install(FILES packaging/debian/qov/lintian-overrides DESTINATION share/lintian/overrides RENAME qov
         COMPONENT agent)
 
-# Writes what `qovctl completion SHELL` prints and installs it where that shell looks.
-function(install_completion shell folder name)
-  set(result "${generated}/completion-${shell}")
-  add_custom_command(OUTPUT "${result}" DEPENDS qovctl VERBATIM
-                     COMMAND qovctl completion ${shell} > "${result}")
-  set_property(GLOBAL APPEND PROPERTY QOV_GENERATED "${result}")
-  install(FILES "${result}" DESTINATION "share/${folder}" RENAME "${name}" OPTIONAL
-          COMPONENT plugin)
-endfunction()
-
 # --- qov-plugin ---
 install(TARGETS qovctl RUNTIME DESTINATION bin COMPONENT plugin)
 file(CREATE_LINK ../../../bin/qovctl "${generated}/check_qov" SYMBOLIC)
 install(FILES "${generated}/check_qov" DESTINATION lib/nagios/plugins COMPONENT plugin)
-install_completion(bash bash-completion/completions qovctl)
-install_completion(zsh zsh/vendor-completions _qovctl)
-install_completion(fish fish/vendor_completions.d qovctl.fish)
+install(FILES packaging/completion/qovctl.bash DESTINATION share/bash-completion/completions
+        RENAME qovctl COMPONENT plugin)
+install(FILES packaging/completion/_qovctl DESTINATION share/zsh/vendor-completions
+        COMPONENT plugin)
+install(FILES packaging/completion/qovctl.fish DESTINATION share/fish/vendor_completions.d
+        COMPONENT plugin)
 install_pages(plugin qovctl.1 check_qov.1)
 install_compressed(plugin packaging/debian/changelog share/doc/qov-plugin)
 install(FILES packaging/debian/copyright docs/commands.md DESTINATION share/doc/qov-plugin
@@ -96,8 +89,6 @@ function(write_package_settings result)
   set(CPACK_THREADS 1)
   set(CPACK_STRIP_FILES ON)
   set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-  set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${owner} GROUP_READ GROUP_EXECUTE WORLD_READ
-                                                  WORLD_EXECUTE)
   set(CPACK_COMPONENTS_ALL agent plugin)
   set(CPACK_PACKAGE_NAME qov)
   set(CPACK_PACKAGE_VERSION "${QOV_RELEASE}")
@@ -134,10 +125,11 @@ Nagios and other engines that run plugins.")
 endfunction()
 
 write_package_settings("${generated}/cpack.cmake")
-get_property(needed GLOBAL PROPERTY QOV_GENERATED)
-add_custom_target(package_files DEPENDS ${needed})
+get_property(compressed GLOBAL PROPERTY QOV_COMPRESSED)
+add_custom_target(package_files DEPENDS ${compressed})
 if(NOT QOV_SANITIZE)
-  add_custom_target(package COMMAND ${CMAKE_CPACK_COMMAND} --config "${generated}/cpack.cmake"
-                    USES_TERMINAL VERBATIM)
+  # The modes of the archive's members are those that the mask allows.
+  add_custom_target(package COMMAND sh -c "umask 022 && exec \"$0\" \"$@\"" ${CMAKE_CPACK_COMMAND}
+                                    --config "${generated}/cpack.cmake" USES_TERMINAL VERBATIM)
   add_dependencies(package qov qovctl package_files)
 endif()
