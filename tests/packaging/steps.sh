@@ -57,7 +57,7 @@ ask_every_check() {
   expect 0 ctl checksum /tmp/asked/one
   expect 0 ctl compare /tmp/asked/one /tmp/asked/one --contents
   expect 0 ctl find-text /tmp/asked/one words
-  expect 0 ctl text-log /tmp/asked/one words
+  expect 0 ctl text-log /tmp/asked/one --find words
   expect 0 ctl text-log2 /tmp/asked/one --find words
   expect 0 ctl process qov && says 1
   expect 0 ctl processes && says qov
