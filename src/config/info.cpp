@@ -1,9 +1,6 @@
 #include "config/info.h"
 
-#include <string.h>
 #include <sys/utsname.h>
-
-#include <vector>
 
 #include "config/settings.h"
 #include "config/status.h"
@@ -104,11 +101,6 @@ constexpr TRemoteKey kRemoteKeys[] = {
     Text("ManageAddr", &TQovSettings::manageaddr),
 };
 
-struct TAssignment {
-  const TRemoteKey* key;
-  String value;
-};
-
 const char* FlagText(int flag) { return flag != 0 ? "1" : "0"; }
 
 void AddText(QovReply& reply, const char* key, const String& value) {
@@ -185,32 +177,28 @@ const TRemoteKey* FindRemoteKey(const String& name) {
   return nullptr;
 }
 
-/// The parameters that set a known key, in their order.
-std::vector<TAssignment> ParseAssignments(const VxRequest& params) {
-  std::vector<TAssignment> assignments;
-  int done = 0;
-  // The lines are walked rather than asked for by number, so that many of them cost linear time.
-  // Deliberate: what stands behind the last line feed is no parameter.
-  while (const int length = mempos(params.CStr() + done, params.Length() - done, "\n", 1)) {
-    const String line = params.Copy(done + 1, length - 1);
-    done += length;
-    const int equals = line.Pos('=');
-    if (equals == 0) continue;
-    const TRemoteKey* key = FindRemoteKey(line.Copy(1, equals - 1).Trim());
-    if (key == nullptr) continue;
-    assignments.push_back({key, line.Copy(equals + 1, line.Length()).Trim()});
+void Assign(TQovSettings& settings, const String& parameter) {
+  const int equals = parameter.Pos('=');
+  if (equals == 0) return;
+  const TRemoteKey* key = FindRemoteKey(parameter.Copy(1, equals - 1).Trim());
+  if (key == nullptr) return;
+  const String value = parameter.Copy(equals + 1, parameter.Length()).Trim();
+  if (key->text != nullptr) {
+    settings.*key->text = key->decodeText(value);
+  } else {
+    settings.*key->number = key->decodeNumber(value);
   }
-  return assignments;
 }
 
-void Apply(TQovSettings& settings, const void* context) {
-  for (const TAssignment& item : *static_cast<const std::vector<TAssignment>*>(context)) {
-    const TRemoteKey& key = *item.key;
-    if (key.text != nullptr) {
-      settings.*key.text = key.decodeText(item.value);
-    } else {
-      settings.*key.number = key.decodeNumber(item.value);
-    }
+/// Assigns the parameters in their order. The lines are walked rather than asked for by number, and
+/// none is kept, so that many of them cost linear time and no memory.
+void AssignAll(TQovSettings& settings, const void* context) {
+  const VxRequest& params = *static_cast<const VxRequest*>(context);
+  int done = 0;
+  // Deliberate: what stands behind the last line feed is no parameter.
+  while (const int length = mempos(params.CStr() + done, params.Length() - done, "\n", 1)) {
+    Assign(settings, params.Copy(done + 1, length - 1));
+    done += length;
   }
 }
 
@@ -225,9 +213,8 @@ void GetAgentSettings(const VxRequest&, QovReply& reply) {
 }
 
 void SetAgentSettings(const VxRequest& params, QovReply& reply) {
-  const std::vector<TAssignment> assignments = ParseAssignments(params);
   String err;
-  if (ChangeAndSaveSettings(Apply, &assignments, err) != 0) {
+  if (ChangeAndSaveSettings(AssignAll, &params, err) != 0) {
     reply.SetResult(kResultDone);
   } else {
     reply.SetResult(kResultFailed) += err;
