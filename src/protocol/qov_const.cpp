@@ -97,7 +97,7 @@ String EncodeData(const String& data, const TCipherKey& key, int digits) {
   if (data.Empty()) return String();
   String result;
   result.Reserve(digits + data.Length());
-  if (digits != 0) result = EncodeLength(data, digits);
+  result += EncodeLength(data, digits);
   const int prefix = result.Length();
   result.SetLength(prefix + data.Length());
   unsigned char* out = reinterpret_cast<unsigned char*>(result.Data()) + prefix;
