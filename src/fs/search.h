@@ -26,9 +26,9 @@ struct TSearchRec {
   unsigned ModeBits = 0;
   DIR* DirStream = nullptr;  ///< null when closed
   unsigned ExcludeMask = 0;  ///< attribute bits that disqualify an entry
-  bool ReadOnlySeen = true;  ///< whether AttrReadOnly is looked up
   String SearchDir;          ///< ends in '/'
   String SearchMask;
+  bool ReadOnlySeen = true;  ///< whether AttrReadOnly is looked up
 };
 
 /// Starts a search for entries of `dir` (empty: the working directory) whose name matches `mask`
