@@ -1,6 +1,5 @@
 #include "agent/daemon.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>

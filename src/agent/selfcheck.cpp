@@ -1,7 +1,6 @@
 #include "agent/selfcheck.h"
 
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include "config/settings.h"

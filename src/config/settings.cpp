@@ -1,7 +1,6 @@
 #include "config/settings.h"
 
 #include <stdlib.h>
-#include <string.h>
 
 #include <atomic>
 #include <utility>

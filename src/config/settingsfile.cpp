@@ -1,11 +1,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <iterator>
 
 #include "config/settings.h"
 #include "config/settingslines.h"
