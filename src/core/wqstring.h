@@ -27,8 +27,8 @@ class String {
   /// Appends n bytes of src (n = -1: up to its terminator, null: nothing); returns the new length.
   int AddData(const char* src, int n);
   int AddChar(char c);
-  /// Makes room for n bytes in all, so that appending up to there moves nothing. A fixed string keeps
-  /// its size.
+  /// Makes room for n bytes in all, so that appending up to there moves nothing. A fixed string
+  /// keeps its size.
   void Reserve(int n);
   /// Sets the length and sizes the buffer for it; bytes newly obtained are zero.
   void SetLength(int n);
