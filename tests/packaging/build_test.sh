@@ -1,13 +1,15 @@
 #!/bin/sh
 # Builds both packages twice, in different places, under different circumstances, and compares them byte
-# for byte; then a second version. Usage: build_test.sh FOLDER (gets first/ and second/)
+# for byte; then a second version. Usage: build_test.sh FOLDER (gets first/ and second/, and keeps build/,
+# so that the next run builds only what has changed since; the copy is built from nothing)
 set -eu
 root=$(cd "$(dirname "$0")/../.." && pwd)
 . "$root/tests/packaging/common.sh"
 need dpkg-deb dpkg-shlibdeps cmake ninja gzip lintian
 folder=$1
-rm -rf "$folder"
+rm -rf "$folder/first" "$folder/second"
 mkdir -p "$folder/first" "$folder/second"
+rm -f "$folder"/build/*.deb
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -25,8 +27,8 @@ build() {
 
 release=$(sed -n '1s/^qov (\(.*\)).*/\1/p' "$root/packaging/debian/changelog")
 step "a build of $release in the source folder's place"
-(umask 022 && TZ=UTC LC_ALL=C build "$root" "$work/one" "$release")
-cp "$work"/one/*.deb "$folder/first"
+(umask 022 && TZ=UTC LC_ALL=C build "$root" "$folder/build" "$release")
+cp "$folder"/build/*.deb "$folder/first"
 ls "$folder/first"
 
 step "a build elsewhere"
@@ -45,5 +47,5 @@ step "lintian"
 lintian --fail-on error,warning --allow-root "$folder"/first/*.deb
 
 step "a second version"
-build "$root" "$work/one" 1.29k
-cp "$work"/one/*1.29k*.deb "$folder/second"
+build "$root" "$folder/build" 1.29k
+cp "$folder"/build/*1.29k*.deb "$folder/second"

@@ -13,6 +13,10 @@ scripts=$(grep -rlE '^#! ?/(usr/bin/env (ba)?sh|bin/(ba)?sh)' --exclude-dir='bui
 # shellcheck disable=SC2086  # a list of names
 shellcheck -x -P SCRIPTDIR $scripts
 
+step "one version"
+release=$(sed -n '1s/^qov (\(.*\)).*/\1/p' packaging/debian/changelog)
+grep -q "^set(QOV_RELEASE \"$release\"" cmake/package.cmake || fail "$release is only in the changelog"
+
 step "man pages"
 mandoc -T lint -W warning packaging/man/*.[1-8]
 sed -n 's/^\([a-z]*\)=.*/\1/p' packaging/qov.cfg | while read -r key; do

@@ -15,6 +15,7 @@ known="$known"'|etc/(passwd|group|shadow|gshadow|subuid|subgid)-?|etc/\.pwd\.loc
 outside() {
   [ "$(id -u)" -eq 0 ] || skip "needs root"
   need unshare ip dpkg runuser setpriv timeout
+  [ -d "$3/second" ] || skip "no packages were built"
   [ ! -e /usr/sbin/qov ] || skip "qov is installed on this machine"
   work=$(mktemp -d)
   group=qov-test.$$
@@ -59,7 +60,8 @@ inside() {
     skip "no overlay file system here"
   mkdir "$root/test" "$root/test/old"
   cp "$here"/*.sh "$root/test"
-  cp -r "$folder" "$root/test/packages"
+  mkdir "$root/test/packages"
+  cp -r "$folder/first" "$folder/second" "$root/test/packages"
   mkdir "$root/test/out"
   mount --bind "$out" "$root/test/out"
   mount -t proc proc "$root/proc"
