@@ -1,24 +1,31 @@
 #include "support/handlercall.h"
 
-#include "config/settings.h"
+#include <gtest/gtest.h>
+
 #include "support/text.h"
 
 namespace {
 
+struct TEnables {
+  int all;
+  int TQovSettings::*but;
+};
+
 void SetEnables(TQovSettings& settings, const void* context) {
+  const TEnables& enables = *static_cast<const TEnables*>(context);
   for (int TQovSettings::*flag :
        {&TQovSettings::unc, &TQovSettings::foldersize, &TQovSettings::countfiles,
         &TQovSettings::fileexists, &TQovSettings::filecrc, &TQovSettings::comparefiles,
         &TQovSettings::process, &TQovSettings::cpuusage, &TQovSettings::external,
         &TQovSettings::tcp, &TQovSettings::udp, &TQovSettings::textlog, &TQovSettings::shellscript,
         &TQovSettings::executeaction, &TQovSettings::tcpudpaction, &TQovSettings::syslogaction}) {
-    settings.*flag = *static_cast<const int*>(context);
+    settings.*flag = flag == enables.but ? !enables.all : enables.all;
   }
 }
 
 }  // namespace
 
-std::string CallHandler(void (*handler)(const VxRequest&, QovReply&), const TParams& params) {
+std::string CallHandler(THandler handler, const TParams& params) {
   std::string text;
   const int last = params.empty() ? 0 : params.rbegin()->first;
   for (int i = 1; i <= last; ++i) {
@@ -32,9 +39,19 @@ std::string CallHandler(void (*handler)(const VxRequest&, QovReply&), const TPar
   return ToStd(reply);
 }
 
-TEnabledTests::TEnabledTests(int enabled) { ChangeSettings(SetEnables, &enabled); }
+void ExpectReplies(THandler handler, const std::vector<TCall>& calls) {
+  for (const TCall& call : calls) {
+    EXPECT_EQ(call.reply, CallHandler(handler, call.params))
+        << "call " << &call - calls.data() << " with " << testing::PrintToString(call.params);
+  }
+}
+
+TEnabledTests::TEnabledTests(int enabled, int TQovSettings::*but) {
+  const TEnables enables{enabled, but};
+  ChangeSettings(SetEnables, &enables);
+}
 
 TEnabledTests::~TEnabledTests() {
-  const int off = 0;
+  const TEnables off{0, nullptr};
   ChangeSettings(SetEnables, &off);
 }
