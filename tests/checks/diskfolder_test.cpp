@@ -1,7 +1,7 @@
 #include "checks/diskfolder.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -9,92 +9,27 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 
-#include "core/owned.h"
 #include "support/handlercall.h"
 #include "support/tempdir.h"
 #include "support/text.h"
+#include "support/workingfolder.h"
 
 namespace {
 
-/// Lowers the number of descriptors that the process may open while it lives.
-class TDescriptorLimit {
- public:
-  explicit TDescriptorLimit(rlim_t limit) {
-    getrlimit(RLIMIT_NOFILE, &former_);
-    const rlimit lowered{limit, former_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &lowered);
-  }
-  ~TDescriptorLimit() { setrlimit(RLIMIT_NOFILE, &former_); }
-
- private:
-  rlimit former_;
-};
-
-/// A chain of folders "deep/deep/...", every tenth with a folder "side" beside the next that holds
-/// a file "f" of 3 bytes. Removed again from its end.
-class TFolderChain {
- public:
-  TFolderChain(const std::string& folder, int levels) : last_(Open(AT_FDCWD, folder.c_str())) {
-    while (levels_ < levels) {
-      if (levels_ % 10 == 0) {
-        mkdirat(last_.Get(), "side", 0700);
-        const TFd file(openat(last_.Get(), "side/f", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-        if (write(file.Get(), "abc", 3) != 3) return;
-      }
-      if (mkdirat(last_.Get(), "deep", 0700) != 0) return;
-      ++levels_;
-      last_ = Open(last_.Get(), "deep");
-    }
-    complete_ = true;
-  }
-  ~TFolderChain() {
-    for (; levels_ > 0; --levels_) {
-      last_ = Open(last_.Get(), "..");
-      unlinkat(last_.Get(), "deep", AT_REMOVEDIR);
-      unlinkat(last_.Get(), "side/f", 0);
-      unlinkat(last_.Get(), "side", AT_REMOVEDIR);
-    }
-  }
-  bool Complete() const { return complete_; }
-
- private:
-  static TFd Open(int at, const char* path) {
-    return TFd(openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  }
-
-  TFd last_;
-  int levels_ = 0;
-  bool complete_ = false;
-};
-
-std::string Bytes(double size) {
-  QovReply reply;
-  reply.AddIntParam(size);
-  return "200\n" + ToStd(reply);
-}
-
 TEST(DiskFolder, MeasuresAFileSystem) {
-  const TEnabledTests enabled;
-  double total = 0;
-  double free = 0;
-  double avail = 0;
+  double total = 0, free = 0, avail = 0;
   struct statfs facts;
-  ASSERT_EQ(0, statfs("/proc/self", &facts));  // a file system whose numbers stand still
-  ASSERT_EQ(1, GetUNCDriveInfo("/proc/self", total, free, avail));
-  const double blockBytes = static_cast<double>(facts.f_bsize);
-  EXPECT_EQ(static_cast<double>(facts.f_blocks) * blockBytes, total);
-  EXPECT_EQ(static_cast<double>(facts.f_bfree) * blockBytes, free);
-  EXPECT_EQ(static_cast<double>(facts.f_bavail) * blockBytes, avail);
-
-  const std::string sizes = CallHandler(ProcessTest_UNC, {{1, "/proc/self"}});
-  EXPECT_EQ("200\n     0\n     0\n     0\n", sizes);
-  EXPECT_EQ(sizes, CallHandler(ProcessTest_UNC, {{1, "/proc/self\\"}}));
-  EXPECT_EQ("501\nPath not specified", CallHandler(ProcessTest_UNC, {}));
-  EXPECT_EQ("501\nPath not specified", CallHandler(ProcessTest_UNC, {{1, "\\"}}));
-  EXPECT_EQ("301\n", CallHandler(ProcessTest_UNC, {{1, "/proc/self\\\\"}}));
-  const TEnabledTests disabled(0);
-  EXPECT_EQ("600\ntest is not allowed", CallHandler(ProcessTest_UNC, {{1, "/"}}));
+  ASSERT_EQ(0, statfs("/", &facts));
+  ASSERT_EQ(1, GetUNCDriveInfo("/", total, free, avail));
+  EXPECT_EQ(static_cast<double>(facts.f_blocks) * static_cast<double>(facts.f_bsize), total);
+  EXPECT_LE(avail, free);
+  EXPECT_LT(free, total);
+  const TEnabledTests enabled;
+  ExpectReplies(ProcessTest_UNC, {{{{1, "/proc/self\\"}}, "200\n     0\n     0\n     0\n"},
+                                  {{{1, "/proc/self\\\\"}}, "301\n"},
+                                  {{{1, "\\"}}, "501\nPath not specified"}});
 }
 
 TEST(DiskFolder, AddsUpTheFilesThatMatch) {
@@ -110,51 +45,48 @@ TEST(DiskFolder, AddsUpTheFilesThatMatch) {
   ASSERT_EQ(0, symlink("..", dir.Path("sub/up").c_str()));
   ASSERT_EQ(0, symlink("b.log", dir.Path("link.log").c_str()));
   ASSERT_EQ(0, mkfifo(dir.Path("fifo").c_str(), 0600));
-  const std::string denied = "301\nFolder/File doesn`t exist or access denied";
-  const struct {
-    std::string path;
-    const char* recurse;
-    std::string reply;
-  } cases[] = {
-      {dir.Path(), "0", Bytes(6)},
-      {dir.Path() + "/", "1", Bytes(21)},
-      {dir.Path("*.txt"), "0", Bytes(3)},
-      {dir.Path("*.txt"), "1", Bytes(12)},
-      {dir.Path("b.log"), "0", Bytes(3)},
-      {dir.Path("sub/up"), "0", Bytes(6)},  // the folder itself may be a link
-      {dir.Path("[!a]*.txt"), "0", Bytes(2)},
-      {dir.Path("none*"), "1", Bytes(0)},
-      {dir.Path("empty"), "0", Bytes(0)},
-      {dir.Path("deep.txt"), "1", Bytes(5)},  // "sub" holds a folder named like the mask
-      {dir.Path("missing/x"), "1", denied},
-      {dir.Path("b.log/x"), "1", denied},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.path + " " + c.recurse);
-    EXPECT_EQ(c.reply, CallHandler(ProcessTest_FolderSize, {{1, c.path}, {2, c.recurse}}));
-  }
   const std::filesystem::path sub = dir.Path("sub");
   last_write_time(sub, last_write_time(sub) + std::chrono::hours(1));
-  const TParams macro{{1, dir.Path("%NewestFolder%/*.txt")}, {2, "1"}, {8, "1"}};
-  EXPECT_EQ(Bytes(9), CallHandler(ProcessTest_FolderSize, macro));
-  const TEnabledTests disabled(0);
-  EXPECT_EQ("600\ntest is not allowed", CallHandler(ProcessTest_FolderSize, {{1, "/"}}));
-}
-
-TEST(DiskFolder, MeasuresSizesAbove32Bits) {
-  const TTempDir dir;
-  ASSERT_EQ(0, truncate(dir.File("sparse").c_str(), 5'000'000'001));
-  EXPECT_EQ(5'000'000'001.0, GetFolderSize(ToString(dir.Path()), 0));
+  const auto call = [&dir](const char* path, bool recurse) {
+    return TParams{{1, dir.Path(path)}, {2, recurse ? "1" : "0"}, {8, "1"}};
+  };
+  const std::string denied = "301\nFolder/File doesn`t exist or access denied";
+  ExpectReplies(ProcessTest_FolderSize,
+                {{call("", false), "200\n     6\n"},
+                 {call("", true), "200\n    21\n"},
+                 {call("*.txt", false), "200\n     3\n"},
+                 {call("*.txt", true), "200\n    12\n"},
+                 {call("b.log", false), "200\n     3\n"},
+                 {call("sub/up", false), "200\n     6\n"},  // the folder itself may be a link
+                 {call("[!a]*.txt", false), "200\n     2\n"},
+                 {call("none*", true), "200\n     0\n"},
+                 {call("empty", false), "200\n     0\n"},
+                 {call("deep.txt", true), "200\n     5\n"},  // "sub" holds a folder of that name
+                 {call("%NewestFolder%/*.txt", true), "200\n     9\n"},
+                 {call("missing/x", true), denied},
+                 {call("b.log/x", true), denied}});
+  ASSERT_EQ(0, truncate(dir.Path("a.txt").c_str(), 5'000'000'001));
+  EXPECT_EQ(5'000'000'001.0, GetFolderSize(ToString(dir.Path("a.txt")), 0));
 }
 
 /// The last folders lie deeper than one path can name.
 TEST(DiskFolder, DepthCostsNeitherDescriptorsNorBytes) {
   const TTempDir dir;
-  const TFolderChain chain(dir.Path(), 1300);
-  ASSERT_TRUE(chain.Complete());
-  const TDescriptorLimit limit(32);
+  {
+    const TWorkingFolder top(dir.Path());
+    for (int level = 0; level < 1300; ++level) {
+      if (level % 10 == 0 && mkdir("side", 0700) == 0) std::ofstream("side/f") << "abc";
+      EXPECT_EQ(0, mkdir("deep", 0700) | chdir("deep"));
+    }
+  }
+  rlimit former;
+  getrlimit(RLIMIT_NOFILE, &former);
+  const rlimit lowered{32, former.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &lowered);
   EXPECT_EQ(390.0, GetFolderSize(ToString(dir.Path()), 1));
   EXPECT_EQ(390.0, GetFolderSize(ToString(dir.Path("f*")), 1));
+  setrlimit(RLIMIT_NOFILE, &former);
+  EXPECT_EQ(0, system(("rm -rf " + dir.Path("deep")).c_str()));
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "config/settings.h"
 #include "support/handlercall.h"
 #include "support/tempdir.h"
 
@@ -23,13 +22,12 @@ TEST(FileList, ListsFoldersThenFiles) {
   const auto list = [&](TParams params) { return CallHandler(ProcessInfo_GetFileList, params); };
   const std::string head = "200\n" + folder + "\n";
   const TParams files{{1, folder}, {2, "*.log"}, {4, "1"}};
-  EXPECT_EQ(head + "1\n2\na.log\n0\n", list(files));
-  EXPECT_EQ(head + "0\n2\n", list({{1, folder}}));
-  // A path that is no folder lists the folder that it lies in.
-  EXPECT_EQ(head + "1\n2\na.log\n0\n", list({{1, folder + "a.log"}, {2, "*.log"}, {4, "1"}}));
-  EXPECT_EQ("200\n" + folder + "missing/\n0\n2\n", list({{1, folder + "missing/"}, {4, "1"}}));
-  EXPECT_EQ("200\n/\n0\n2\n", list({}));
-
+  ExpectReplies(ProcessInfo_GetFileList,
+                {{files, head + "1\n2\na.log\n0\n"},
+                 {{{1, folder}}, head + "0\n2\n"},
+                 // A path that is no folder lists the folder that it lies in.
+                 {{{1, folder + "a.log"}, {2, "*.log"}, {4, "1"}}, head + "1\n2\na.log\n0\n"},
+                 {{{1, folder + "missing/"}, {4, "1"}}, "200\n" + folder + "missing/\n0\n2\n"}});
   TParams folders{{1, folder.substr(0, folder.size() - 1)}, {2, "*.log"}, {3, "1"}};
   EXPECT_THAT(list(folders),
               testing::AnyOf(head + "2\n2\nsub\n16\n..\n16\n", head + "2\n2\n..\n16\nsub\n16\n"));
@@ -43,19 +41,6 @@ TEST(FileList, ListsFoldersThenFiles) {
   columns = files;
   columns[6] = "1";
   EXPECT_THAT(list(columns), testing::HasSubstr("\npipe.log\n4\n"));
-}
-
-TEST(FileList, NeedsOneFileCheckToBeEnabled) {
-  const TEnabledTests disabled(0);
-  const auto enable = [](TQovSettings& settings, const void* flag) {
-    settings.**static_cast<int TQovSettings::*const*>(flag) = 1;
-  };
-  int TQovSettings::*flag = &TQovSettings::unc;
-  ChangeSettings(enable, &flag);
-  EXPECT_EQ("600\ntest is not allowed", CallHandler(ProcessInfo_GetFileList, {}));
-  flag = &TQovSettings::textlog;
-  ChangeSettings(enable, &flag);
-  EXPECT_EQ("200\n/\n0\n2\n", CallHandler(ProcessInfo_GetFileList, {}));
 }
 
 }  // namespace
