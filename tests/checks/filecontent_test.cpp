@@ -14,25 +14,16 @@ namespace {
 
 TEST(FileContent, SumsMatchPublishedValues) {
   const TTempDir dir;
-  const struct {
-    std::string content;
-    const char* error;    // "" for a sum
-    unsigned complement;  // of the sum: the published value
-  } cases[] = {
-      {"123456789", "", 0xCBF43926},
-      {"The quick brown fox jumps over the lazy dog", "", 0x414FA339},
-      {"", "Read error", 0},
-      {std::string(4096, 'a'), "Read error", 0},
-      {std::string(2048 * 200, 'a'), "Read error", 0},  // more than one block read
-  };
-  for (const auto& c : cases) {
-    unsigned crc = 1;
+  const auto sum = [&dir](const std::string& content) {
+    unsigned crc = 0;
     String error;
-    const std::string path = dir.File("f", c.content);
-    EXPECT_EQ(*c.error == 0, GetFileCRC(path.c_str(), &crc, error));
-    EXPECT_EQ(c.error, ToStd(error));
-    EXPECT_EQ(*c.error == 0 ? c.complement : ~1u, ~crc);
-  }
+    const int done = GetFileCRC(dir.File("f", content).c_str(), &crc, error);
+    return done == 1 ? std::to_string(~crc) : ToStd(error);
+  };
+  EXPECT_EQ(std::to_string(0xCBF43926), sum("123456789"));
+  EXPECT_EQ(std::to_string(0x414FA339), sum("The quick brown fox jumps over the lazy dog"));
+  for (const size_t size : {0, 4096, 2048 * 200})
+    EXPECT_EQ("Read error", sum(std::string(size, 'a')));
 }
 
 TEST(FileContent, ComparesTheCommonPart) {
@@ -43,8 +34,8 @@ TEST(FileContent, ComparesTheCommonPart) {
   const struct {
     std::string a, b;
     int result;
-  } cases[] = {{"abc", "abc", 1}, {"abc", "abcdef", 1}, {"abd", "abcdef", 0}, {"", "x", 1},
-               {big, big, 1},     {big, changed, 0},    {big, big + "x", 1},  {"b", changed, 1}};
+  } cases[] = {{"abd", "abcdef", 0}, {"", "x", 1},        {big, big, 1},
+               {big, changed, 0},    {big, big + "x", 1}, {"b", changed, 1}};
   for (const auto& c : cases) {
     const std::string a = dir.File("a", c.a);
     const std::string b = dir.File("b", c.b);
@@ -120,13 +111,11 @@ TEST(FileContent, FindsTextAsTheWindowsDo) {
     return s;
   };
   int found = 0;
-  std::string content;
-  std::string path;
+  std::string content, path;
   for (int round = 0; round < 3000; ++round) {
     if (round % 30 == 0) path = dir.File(std::to_string(round), content = text(random() % 60));
     const std::string wanted = text(1 + random() % 4);
-    const bool caseSensitive = random() % 2 == 0;
-    const bool wholeWord = random() % 2 == 0;
+    const bool caseSensitive = random() % 2 == 0, wholeWord = random() % 2 == 0;
     const auto folded = [&](std::string s) {
       if (!caseSensitive) std::transform(s.begin(), s.end(), s.begin(), LoCase);
       return s;
@@ -140,8 +129,7 @@ TEST(FileContent, FindsTextAsTheWindowsDo) {
   EXPECT_GT(found, 500);
 }
 
-/// Every occurrence is refused, over several buffers.
-TEST(FileContent, RefusedWordsStayRefused) {
+TEST(FileContent, RefusedWordsStayRefusedOverSeveralBuffers) {
   const TTempDir dir;
   std::string bytes;
   while (bytes.size() < 1'200'000) bytes += "cats1";

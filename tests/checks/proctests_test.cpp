@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <map>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "config/settings.h"
@@ -16,8 +16,6 @@
 #include "support/tempdir.h"
 
 namespace {
-
-using THandler = void (*)(const VxRequest&, QovReply&);
 
 class ProcTest : public testing::Test {
  protected:
@@ -41,12 +39,6 @@ class ProcTest : public testing::Test {
     UseScript(path);
     return CallHandler(handler, params);
   }
-  std::string Count(const std::string& script, const std::string& name = "x") {
-    return Ask(ProcessTest_Process, script, {{2, name}});
-  }
-  static std::string External(const std::string& line, const std::string& timeoutMs) {
-    return CallHandler(ProcessTest_External, {{1, line}, {4, timeoutMs}});
-  }
   static std::string Script(const std::string& text, const std::string& lines = "0",
                             const std::string& line = "/bin/sh %script%",
                             const std::string& timeoutSec = "0", const std::string& params = "") {
@@ -62,19 +54,11 @@ class ProcTest : public testing::Test {
 
 constexpr char kRemoveOutput[] = "rm -f \"$(readlink /proc/$$/fd/1)\"";
 
-TEST_F(ProcTest, RefusesDisabledTests) {
-  const TEnabledTests off(0);
-  for (const auto handler : {ProcessTest_Process, ProcessTest_CPU, ProcessTest_External,
-                             ProcessInfo_ProcessesList, ProcessTest_ShellScript}) {
-    EXPECT_EQ("600\ntest is not allowed", CallHandler(handler, {{1, "true"}, {2, "true"}}));
-  }
-}
-
 TEST_F(ProcTest, TellsWhatIsMissing) {
-  const std::pair<THandler, std::string> cases[] = {{ProcessTest_Process, "ProcCnt"},
-                                                    {ProcessTest_CPU, "CPUUsage"},
-                                                    {ProcessInfo_ProcessesList, "ProcList"}};
-  for (const auto& [handler, name] : cases) {
+  const std::map<std::string, THandler> handlers = {{"ProcCnt", ProcessTest_Process},
+                                                    {"CPUUsage", ProcessTest_CPU},
+                                                    {"ProcList", ProcessInfo_ProcessesList}};
+  for (const auto& [name, handler] : handlers) {
     UseScript("");
     EXPECT_EQ("301\n" + name + " script is not speified", CallHandler(handler, {}));
     UseScript(temp_);
@@ -90,39 +74,39 @@ TEST_F(ProcTest, TellsWhatIsMissing) {
   EXPECT_EQ("301\nCannot get temp file", Script("true"));
 }
 
-TEST_F(ProcTest, CountsProcesses) {
-  EXPECT_EQ("200\n7\n", Count("echo 7"));
-  EXPECT_EQ("200\n-12\n", Count("echo; echo '  -12 of them'"));
-  EXPECT_EQ("200\n2147483647\n", Count("echo 99999999999"));
-  EXPECT_EQ("200\n6\n", Count("echo 6 >&3"));
-  EXPECT_EQ("200\n3\n", Count("echo $#", "a 'b c' $((4))")) << "the shell splits the name";
-  EXPECT_EQ("301\nScript error", Count("echo none"));
-  EXPECT_EQ("301\nCannot get script results", Count(kRemoveOutput));
-  EXPECT_EQ("301\nCannot get script results", Count("exit 0", "x #"));
-  EXPECT_EQ("501\nName of the process is not specified", Count("echo 7", "  "));
-}
-
-TEST_F(ProcTest, TellsCpuUsage) {
-  EXPECT_EQ("200\n12.5000\n", Ask(ProcessTest_CPU, "#!/bin/sh\necho ' 12.5%'"));
-  EXPECT_EQ("200\n0.2500\n", Ask(ProcessTest_CPU, "#!/bin/sh\ncat; echo .25"));
-  EXPECT_EQ("301\nScript error", Ask(ProcessTest_CPU, "echo n/a"));
-  EXPECT_EQ("301\nCannot get script results", Ask(ProcessTest_CPU, kRemoveOutput));
-  EXPECT_EQ("301\nCannot execute script", Ask(ProcessTest_CPU, "#!/no/such/shell\n"));
-}
-
-TEST_F(ProcTest, RunsExternalPrograms) {
-  EXPECT_EQ("200\n3\n", External("/bin/sh -c 'exit 3'", "5000"));
-  EXPECT_EQ("301\nexec error: No such file or directory", External("/no/such/program", "0"));
-  EXPECT_EQ("501\nWrong parameter", External("", "1s"));
-  EXPECT_EQ("501\n", External("", "1000"));
-}
-
-TEST_F(ProcTest, ListsProcesses) {
+TEST_F(ProcTest, ReadsWhatTheScriptsPrint) {
   const std::string part(511, 'p');
-  EXPECT_EQ("200\n\n", Ask(ProcessInfo_ProcessesList, "true"));
-  EXPECT_EQ("200\none%0D%0A two %0D%0A" + part + "%0D%0App%0D%0Athree%0D%0A\n",
-            Ask(ProcessInfo_ProcessesList,
-                "echo one; echo; echo ' two '; echo " + part + "pp; printf three"));
+  const std::string none = "301\nCannot get script results", error = "301\nScript error";
+  const struct {
+    THandler handler;
+    std::string script, reply, name = "x";
+  } cases[] = {
+      {ProcessTest_Process, "echo; echo '  -12 of them'", "200\n-12\n"},
+      {ProcessTest_Process, "echo 99999999999", "200\n2147483647\n"},
+      {ProcessTest_Process, "echo 6 >&3", "200\n6\n"},
+      // The shell splits the name.
+      {ProcessTest_Process, "echo $#", "200\n3\n", "a 'b c' $((4))"},
+      {ProcessTest_Process, "echo none", error},
+      {ProcessTest_Process, kRemoveOutput, none},
+      {ProcessTest_Process, "exit 0", none, "x #"},
+      {ProcessTest_Process, "echo 7", "501\nName of the process is not specified", "  "},
+      {ProcessTest_CPU, "#!/bin/sh\necho ' 12.5%'", "200\n12.5000\n"},
+      {ProcessTest_CPU, "#!/bin/sh\ncat; echo .25", "200\n0.2500\n"},
+      {ProcessTest_CPU, "echo n/a", error},
+      {ProcessTest_CPU, kRemoveOutput, none},
+      {ProcessTest_CPU, "#!/no/such/shell\n", "301\nCannot execute script"},
+      {ProcessInfo_ProcessesList, "true", "200\n\n"},
+      {ProcessInfo_ProcessesList, "echo one; echo; echo ' two '; echo " + part + "pp; printf three",
+       "200\none%0D%0A two %0D%0A" + part + "%0D%0App%0D%0Athree%0D%0A\n"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.reply, Ask(c.handler, c.script, {{2, c.name}})) << c.script;
+  }
+  ExpectReplies(ProcessTest_External,
+                {{{{1, "/bin/sh -c 'exit 3'"}, {4, "5000"}}, "200\n3\n"},
+                 {{{1, "/none"}, {4, "0"}}, "301\nexec error: No such file or directory"},
+                 {{{1, ""}, {4, "1s"}}, "501\nWrong parameter"},
+                 {{{1, ""}, {4, "1000"}}, "501\n"}});
 }
 
 TEST_F(ProcTest, PicksLinesOfAScriptsOutput) {
@@ -159,11 +143,9 @@ TEST_F(ProcTest, FillsInAndRunsTheCommandLine) {
 }
 
 TEST_F(ProcTest, ReturnsMegabytesWhole) {
-  constexpr size_t kBytes = 16 << 20;
-  const std::string reply = Script(
-      "head -c " + std::to_string(kBytes) + " /dev/zero | tr '\\0' x | fold -w 64", "99999999");
+  const std::string print = "head -c 16777216 /dev/zero | tr '\\0' x | fold -w 64";
   constexpr size_t kEscapedLine = 64 + 6;
-  EXPECT_EQ(4 + 64 + 1 + kBytes / 64 * kEscapedLine + 1, reply.size());
+  EXPECT_EQ(4 + 64 + 1 + (16 << 20) / 64 * kEscapedLine + 1, Script(print, "99999999").size());
 }
 
 TEST_F(ProcTest, AnswersManyThreadsAtOnce) {

@@ -31,23 +31,19 @@ TEST(ArgumentBlock, SplitsWithoutAShell) {
       {"", {}},
       {"'/bin/echo' \"a b\" c", {"/bin/echo", "a b", "c"}},
       {"  a   b  ", {"a", "b"}},
-      {"a\tb", {"a", "b"}},
-      {"a \tb", {"a", "", "b"}},
+      {"a\tb \tc", {"a", "b", "", "c"}},
       {"a\t\tb\t", {"a", "", "b"}},
       {"a'b c'd \"x'y\"z", {"a'b", "c'd", "x'y", "z"}},
       {"\"\" 'open end", {"", "open end"}},
       {"a\\ b $HOME *", {"a\\", "b", "$HOME", "*"}},
-      {"1 2 3 4 5 6 7 8 9 a b c d e f g h i j k l m n o",
-       {"1", "2", "3", "4", "5", "6", "7", "8", "9", "a", "b", "c",
-        "d", "e", "f", "g", "h", "i", "j", "k", "l", "m", "n"}},
+      {"1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 o", TWords(23, "1")},
       {std::string(1023, 'x') + " y", {std::string(1023, 'x')}},
       {std::string(1021, 'x') + " y z", {std::string(1021, 'x'), "y"}},
       {std::string(1024, 'x') + " y", {}},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.line);
     const TArgumentBlock block(c.line.c_str());
-    EXPECT_EQ(c.arguments, TWords(block.Argv(), block.Argv() + block.Count()));
+    EXPECT_EQ(c.arguments, TWords(block.Argv(), block.Argv() + block.Count())) << c.line;
     EXPECT_EQ(nullptr, block.Argv()[block.Count()]);
   }
   EXPECT_EQ(0, TArgumentBlock(nullptr).Count());
@@ -68,7 +64,6 @@ class RunnerTest : public testing::Test {
     EXPECT_EQ(result == 1, err.Empty());
     return result == 1 ? std::to_string(exitCode) : ToStd(err);
   }
-  /// The command line of a script.
   std::string Script(const std::string& text) const {
     return "/bin/sh " + dir_.File("script", text);
   }
@@ -90,10 +85,8 @@ TEST_F(RunnerTest, ReportsExitCodesAndFailures) {
     int timeoutMs;
     std::string result;
   } cases[] = {
-      {"true", 0, "0"},
       {"/bin/sh -c 'exit 42'", 5000, "42"},
       {unmarked, 5000, "7"},
-      {"/no/such/program", 5000, missing},
       {"nosuchprogram", 0, missing},
       {"/no/such/program", -2, missing},
       {"", 0, missing},
@@ -107,8 +100,7 @@ TEST_F(RunnerTest, ReportsExitCodesAndFailures) {
       {"/bin/sh -c 'kill -9 $$'", -1, "0"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.line + " / " + std::to_string(c.timeoutMs));
-    EXPECT_EQ(c.result, Run(c.line, c.timeoutMs));
+    EXPECT_EQ(c.result, Run(c.line, c.timeoutMs)) << c.line << " / " << c.timeoutMs;
   }
   const TEnvironment path("PATH", (dir_.Path() + ":/no/such:").c_str());
   EXPECT_EQ("7", Run("unmarked", 0));
@@ -177,10 +169,9 @@ TEST_F(RunnerTest, ReapsBackgroundChildren) {
   signal(SIGCHLD, SIG_IGN);  // as a starter may leave it
   PrepareToWaitForChildren();
   EXPECT_EQ("7", Run("/bin/sh -c 'exit 7'", 0));
+  const auto start = [] { EXPECT_EQ("0", Run("sleep 1.5", kRunInBackground)); };
   std::vector<std::thread> starters;
-  for (int i = 0; i < 20; ++i) {
-    starters.emplace_back([] { EXPECT_EQ("0", Run("sleep 1.5", kRunInBackground)); });
-  }
+  for (int i = 0; i < 20; ++i) starters.emplace_back(start);
   for (std::thread& starter : starters) starter.join();
   int tries = 1000;
   siginfo_t info;

@@ -29,7 +29,6 @@ std::string Number(double n) {
   return ToStd(reply);
 }
 
-/// Lines of a text.
 std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);
@@ -82,41 +81,33 @@ TEST_F(TextLog, FollowsALogThroughItsLife) {
       // Without a size this is a first check again.
       {'a', "ERR\n", false, 0, "", false, 3, 4},
   };
-  int number = 0;
   for (const auto& step : steps) {
-    SCOPED_TRACE(++number);
+    SCOPED_TRACE(&step - steps);
     if (step.action == 'm') rename(log_.c_str(), (log_ + ".1").c_str());
     if (step.action == 'r') std::filesystem::resize_file(log_, 0);
     Append(log_, step.bytes);
     const std::string formerTime = state_[2];
     const auto reply = Check("ERR", step.scanAll);
-    const bool moved = !step.more;
-    const std::string time = moved ? Number(FileAge(log_.c_str())) : formerTime + "\n";
-    EXPECT_EQ(Lines("200\n" + Number(step.match) + step.line + "\n" + (step.more ? "1" : "0") +
-                    "\n" + Number(step.position) + Number(step.size) + time +
+    const std::string time = step.more ? formerTime + "\n" : Number(FileAge(log_.c_str()));
+    EXPECT_EQ(Lines("200\n" + Number(step.match) + step.line + (step.more ? "\n1\n" : "\n0\n") +
+                    Number(step.position) + Number(step.size) + time +
                     Number(step.current == -1 ? step.size : step.current)),
               reply);
   }
 }
 
 TEST_F(TextLog, AnswersErrors) {
-  using TReply = std::vector<std::string>;
-  EXPECT_EQ((TReply{"301", "File does not exist"}), Check("x"));
+  EXPECT_EQ(Lines("301\nFile does not exist"), Check("x"));
   Append(log_, "x\n");
   state_ = {"1", "1x", "0"};
-  EXPECT_EQ((TReply{"501", "Wrong parameter"}), Check("x"));
+  EXPECT_EQ(Lines("501\nWrong parameter"), Check("x"));
   state_ = {"-5", "1", "0"};
-  EXPECT_EQ((TReply{"301", "fseek error"}), Check("x"));
+  EXPECT_EQ(Lines("301\nfseek error"), Check("x"));
   state_ = {std::string(400, '9'), "1", "0"};
   EXPECT_EQ("1", Check("x").at(1).substr(5));
-  EXPECT_EQ("501\nWrong parameter", CallHandler(ProcessTest_TextLog2, {{1, "none"}, {2, "x"}}));
-
+  ExpectReplies(ProcessTest_TextLog2, {{{{1, "none"}, {2, "x"}}, "501\nWrong parameter"}});
   ASSERT_EQ(0, mkfifo(dir_.Path("pipe").c_str(), 0600));
-  EXPECT_EQ("301\nFile \"pipe\" not found",
-            CallHandler(ProcessTest_TextLog, {{1, dir_.Path("pipe")}}));
-  const TEnabledTests disabled(0);
-  EXPECT_EQ("600\ntest is not allowed", CallHandler(ProcessTest_TextLog, {{1, log_}}));
-  EXPECT_EQ("600\ntest is not allowed", CallHandler(ProcessTest_TextLog2, {{1, log_}}));
+  ExpectReplies(ProcessTest_TextLog, {{{{1, dir_.Path("pipe")}}, "301\nFile \"pipe\" not found"}});
 }
 
 /// Three attempts, a second after each.
@@ -137,9 +128,7 @@ TEST_F(TextLog, SecondFilterMovesTheMacroFlag) {
     return reply.size() == 10 ? reply[2] + "|" + reply[3] + "|" + reply[8] + "|" + reply[9] : "";
   };
   EXPECT_EQ("one|1|1|" + log_, tail());
-  params[10] = "1";
-  params[11] = "'%0A' or 'TWO'";
-  params[12] = "1";
+  params.insert({{10, "1"}, {11, "'%0A' or 'TWO'"}, {12, "1"}});
   params[2] = "6";
   EXPECT_EQ("", tail());  // the flag is expected further on
   params[20] = "1";
@@ -187,16 +176,10 @@ TEST_F(TextLog, ScansAsALineByLineModel) {
   std::minstd_rand random(5);
   const auto roll = [&random](size_t sides) { return random() % sides; };
   const auto pick = [&roll](const auto& list) { return list[roll(std::size(list))]; };
-  const char* const texts[] = {"a", "B1", "1a", "aaaaaaaaa", "b a", "", "\n", "b\r1", "~needle~"};
-  const char* const expressions[] = {"'a'",
-                                     "not 'a'",
-                                     "'B' and not 'a' or '1'",
-                                     "'~needle~' or 'aB'",
-                                     "not 'x' and '1'",
-                                     "'a",
-                                     "('a'",
-                                     "'~needle~' and '\n'",
-                                     ""};
+  const char* const texts[] = {"a", "B1", "1a", "aaaaaaaaa", "b a", "", "\n", "b\r1", "#n#"};
+  const char* const expressions[] = {"'a'",           "not 'a'",         "'B' and not 'a' or '1'",
+                                     "'#n#' or 'aB'", "not 'x' and '1'", "'a",
+                                     "('a'",          "'#n#' and '\n'",  ""};
   const auto filter = [&] {
     const bool expression = roll(2) == 0;
     return TTextLogFilter{expression ? pick(expressions) : pick(texts), expression,
@@ -209,29 +192,22 @@ TEST_F(TextLog, ScansAsALineByLineModel) {
     std::string log;
     const size_t size = large ? 600'000 : roll(600);
     while (log.size() < size) {
-      if (roll(large ? 20'000 : 20) == 0) log += "~needle~";
+      if (roll(large ? 20'000 : 20) == 0) log += "#n#";
       for (size_t n = roll(width + 1); n > 0; --n) log += "aAbB1 ~"[roll(7)];
       log += pick(std::vector<const char*>{"\n", "\r\n", "\r", "\n\n\n"});
     }
     log.resize(size);
     const std::string path = dir_.File(std::to_string(round), log);
     for (int scan = 0; scan < (large ? 6 : 40); ++scan) {
-      const TTextLogFilter filter1 = filter();
-      const TTextLogFilter filter2 = filter();
-      const bool useBoth = roll(2) == 0;
-      const bool scanAll = roll(2) == 0;
+      const TTextLogFilter filter1 = filter(), filter2 = filter();
+      const bool useBoth = roll(2) == 0, scanAll = roll(2) == 0;
       const size_t from = roll(size + 1);
       const TOutcome expected =
           ScanSimply(log, from, filter1, useBoth ? &filter2 : nullptr, scanAll);
-      double position = static_cast<double>(from);
-      double sizeBytes = 1;
-      double time = 0;
-      double current;
+      double position = static_cast<double>(from), sizeBytes = 1, time = 0, current;
       int first = -1;
-      String line;
-      String error;
-      SCOPED_TRACE(path + ": " + ToStd(filter1.text) + " | " + ToStd(filter2.text) + " from " +
-                   std::to_string(from));
+      String line, error;
+      SCOPED_TRACE(ToStd(filter1.text) + " | " + ToStd(filter2.text) + " in " + path);
       ASSERT_EQ(expected.match,
                 CheckFileForExpression2(path.c_str(), position, sizeBytes, time, filter1, filter2,
                                         useBoth, scanAll, first, line, error, current));
