@@ -84,45 +84,42 @@ TEST_F(FileTests, Compares) {
 }
 
 TEST_F(FileTests, Counts) {
-  const std::string old = dir_.File("old.log", "12345");
-  MakeOlder(old, 61 * 60);
+  MakeOlder(dir_.File("old.log", "12345"), 61 * 60);
   dir_.File("new.log", "1234567");
   dir_.File("sub/deep/x.log", "123456");
   dir_.File("sub/.hid.log", "");
   dir_.File(".hidden/y.log");
   dir_.Folder("empty");
   MakeOlder(dir_.Path("sub"), 100);
-  const std::string denied = "301\nFolder doesn`t exist or access denied";
-  const std::string wrong = "501\nWrong parameter";
-  const struct {
-    const char *folder, *mask, *recurse, *mode, *value;
-    std::string reply;
-  } cases[] = {
-      {"", "*", "0", "0", "", "200\n2\n"},
-      {"", "*.log", "1", "0", "", "200\n4\n"},  // hidden folders are not entered
-      {"", "*", "0", "1", "60", "200\n1\n"},
-      {"", "*", "0", "1", "62", "200\n0\n"},
-      {"", "*", "1", "2", "60", "200\n3\n"},
-      {"%oldestfolder%/deep", "*.log", "0", "0", "", "200\n1\n"},
-      {"", "*", "0", "3", "5", "200\n1\n"},
-      {"", "*", "0", "3", "4", "200\n2\n"},
-      {"", "*", "1", "4", "6", "200\n2\n"},
-      {"", "*", "0", "5", "0", "200\n3\n"},
-      {"", "*", "1", "5", "0", "200\n4\n"},
-      {"empty", "*", "0", "0", "", "200\n0\n"},
-      {"missing", "*", "0", "0", "", denied},
-      {"missing", "*", "1", "0", "", denied},
-      {"old.log", "*", "0", "0", "", denied},
-      {"", "*", "0", "6", "", wrong},
-      {"", "*", "0", "-1", "", wrong},
-      {"", "*", "0", "1", "1h", wrong},
+  const char denied[] = "301\nFolder doesn`t exist or access denied";
+  const char wrong[] = "501\nWrong parameter";
+  const auto call = [this](const char* folder, const char* mask, const char* recurse,
+                           const char* mode, const char* value) {
+    const std::string path = dir_.Path(folder);
+    return TParams{{1, path}, {2, mask}, {3, recurse}, {4, mode}, {5, value}, {11, "1"}};
   };
-  for (const auto& c : cases) {
-    const std::string folder = dir_.Path(c.folder);
-    const TParams call{{1, folder}, {2, c.mask},  {3, c.recurse},
-                       {4, c.mode}, {5, c.value}, {11, "1"}};
-    ExpectReplies(ProcessTest_CountFiles, {{call, c.reply}});
-  }
+  ExpectReplies(
+      ProcessTest_CountFiles,
+      {
+          {call("", "*", "0", "0", ""), "200\n2\n"},
+          {call("", "*.log", "1", "0", ""), "200\n4\n"},  // hidden folders are not entered
+          {call("", "*", "0", "1", "60"), "200\n1\n"},
+          {call("", "*", "0", "1", "62"), "200\n0\n"},
+          {call("", "*", "1", "2", "60"), "200\n3\n"},
+          {call("%oldestfolder%/deep", "*.log", "0", "0", ""), "200\n1\n"},
+          {call("", "*", "0", "3", "5"), "200\n1\n"},
+          {call("", "*", "0", "3", "4"), "200\n2\n"},
+          {call("", "*", "1", "4", "6"), "200\n2\n"},
+          {call("", "*", "0", "5", "0"), "200\n3\n"},
+          {call("", "*", "1", "5", "0"), "200\n4\n"},
+          {call("empty", "*", "0", "0", ""), "200\n0\n"},
+          {call("missing", "*", "0", "0", ""), denied},
+          {call("missing", "*", "1", "0", ""), denied},
+          {call("old.log", "*", "0", "0", ""), denied},
+          {call("", "*", "0", "6", ""), wrong},
+          {call("", "*", "0", "-1", ""), wrong},
+          {call("", "*", "0", "1", "1h"), wrong},
+      });
 }
 
 TEST_F(FileTests, Sums) {

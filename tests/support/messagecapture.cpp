@@ -8,7 +8,7 @@ std::mutex captureMutex;
 std::vector<TMessageCapture::TMessage> captured;
 
 void __attribute__((format(printf, 1, 0)))
-Capture(const char* format, in_addr peer, MsgType kind, int formatted, va_list args) {
+Capture(const char* format, in_addr, MsgType kind, int formatted, va_list args) {
   char text[1024];
   if (formatted != 0) {
     vsnprintf(text, sizeof text, format, args);
@@ -16,7 +16,7 @@ Capture(const char* format, in_addr peer, MsgType kind, int formatted, va_list a
     snprintf(text, sizeof text, "%s", format);
   }
   const std::lock_guard<std::mutex> lock(captureMutex);
-  captured.push_back({text, kind, peer});
+  captured.push_back({text, kind});
 }
 
 }  // namespace

@@ -12,7 +12,6 @@ class TMessageCapture {
   struct TMessage {
     std::string text;
     MsgType kind;
-    in_addr peer;
   };
 
   TMessageCapture();

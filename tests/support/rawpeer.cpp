@@ -78,8 +78,6 @@ std::string TRawPeer::Receive(int limitMs, TWhole isWhole) {
   return all;
 }
 
-void TRawPeer::ShutdownWrite() { shutdown(socket_.Get(), SHUT_WR); }
-
 int FindFreePort() {
   constexpr int kFirst = 20000;
   constexpr int kCount = 12000;  // below the range that outgoing connections take

@@ -17,7 +17,6 @@ class TRawPeer {
   /// One reply packet, or what came until the agent closed or `limitMs` had passed.
   std::string ReceiveReply(int limitMs = 10000);
   bool Closed() const { return closed_; }
-  void ShutdownWrite();
   int Descriptor() const { return socket_.Get(); }
 
  private:
