@@ -50,10 +50,10 @@ ask() {
   echo "\$ qovctl --config qov.cfg $*"
   "$root/build/qovctl" --config "$demo/qov.cfg" "$@"
 }
-ask GetInfo
-ask TEST-UNC /
-ask TEST-FolderSize "$folder" 1
-ask QUIT
+ask info
+ask disk /
+ask folder-size --recurse "$folder"
+ask quit
 wait "$agent"
 agent=""
 echo
