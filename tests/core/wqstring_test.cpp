@@ -26,15 +26,16 @@ TEST(StringTest, FixedStringCutsWhatDoesNotFitAndACopyGrows) {
   String s(8);
   s = "0123456789";
   s += "ab";
+  s += 'c';
   EXPECT_EQ("01234567", s);
   EXPECT_EQ(136, s.SetZero().Capacity());
   String moved(std::move(s));
   moved += "89";
   EXPECT_EQ("0123456789", moved);
-  s = ToString(std::string(100, 'x'));
-  s += s;
-  s.AddData(s.Data() + 50, 100);  // its own bytes across a growth
-  EXPECT_EQ(std::string(300, 'x'), ToStd(s));
+  moved = ToString(std::string(100, 'x'));
+  moved += moved;
+  moved.AddData(moved.Data() + 50, 100);  // its own bytes across a growth
+  EXPECT_EQ(std::string(300, 'x'), ToStd(moved));
 }
 
 TEST(StringTest, SearchesWithOptions) {
