@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -48,16 +47,15 @@ void Execute(const char* path) {
   fflush(stdout);
   RemoveTempFiles();  // the sessions that use them end here
   alarm(0);           // the limit of a crash report would go on in the new image
-  sigset_t blocked;
-  pthread_sigmask(SIG_SETMASK, &OriginalSignalMask(), &blocked);
   RestoreDescriptorLimit();
+  ReleaseSignals();
   for (int i = 0; i < kBusyTries; ++i) {
     execve(path, startArguments, startEnvironment.data());
     if (errno != ETXTBSY) break;
     nanosleep(&kBusyPause, nullptr);
   }
+  HoldSignals();
   RaiseDescriptorLimit();
-  pthread_sigmask(SIG_SETMASK, &blocked, nullptr);
 }
 
 void RunUpgrade() {

@@ -25,6 +25,8 @@ std::atomic<bool> crashMark{false};
 int wakeDescriptor = -1;
 pthread_t mainThread;
 sigset_t originalMask;
+sigset_t heldMask;
+bool answersHangup = false;
 
 void terminate(int) { QovFlags.terminate = 1; }
 
@@ -52,7 +54,10 @@ void reloadapp(int, siginfo_t* info, void*) {
   while (faulted) pause();
 }
 
-void InstallReloadSignal() { Install(SIGHUP, &reloadcfg); }
+void InstallReloadSignal() {
+  Install(SIGHUP, &reloadcfg);
+  answersHangup = true;
+}
 
 void InstallSignals() {
   mainThread = pthread_self();
@@ -73,6 +78,22 @@ void InstallSignals() {
 }
 
 const sigset_t& OriginalSignalMask() { return originalMask; }
+
+void ReleaseSignals() {
+  // A handler's mark would be lost with this image: a request to end ends the process instead, and
+  // a hang-up may not, as it would until the new image answers it.
+  Install(SIGTERM, SIG_DFL);
+  Install(SIGINT, SIG_DFL);
+  if (answersHangup) Install(SIGHUP, SIG_IGN);
+  pthread_sigmask(SIG_SETMASK, &originalMask, &heldMask);
+}
+
+void HoldSignals() {
+  pthread_sigmask(SIG_SETMASK, &heldMask, nullptr);
+  Install(SIGTERM, &terminate);
+  Install(SIGINT, &terminate);
+  if (answersHangup) Install(SIGHUP, &reloadcfg);
+}
 
 void WakeMainLoop() {
   const uint64_t one = 1;

@@ -17,9 +17,13 @@ void InstallReloadSignal();
 /// Blocks the answered signals, installs the remaining handlers, ignores SIGPIPE. Main thread,
 /// before any other thread starts.
 void InstallSignals();
-/// The signal mask the process was started with: in force during the main loop's wait, and what a
-/// new process image gets back.
+/// The signal mask the process was started with, in force during the main loop's wait.
 const sigset_t& OriginalSignalMask();
+/// Prepares for a new process image: it gets the original mask, and SIGHUP ignored where the agent
+/// answers it. Main thread.
+void ReleaseSignals();
+/// Takes ReleaseSignals back, when there is no new image.
+void HoldSignals();
 
 /// Ends the main loop's present wait at once. Any thread, also from a handler.
 void WakeMainLoop();

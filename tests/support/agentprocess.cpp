@@ -14,24 +14,13 @@
 #include <filesystem>
 
 #include "core/owned.h"
+#include "support/await.h"
 #include "support/rawpeer.h"
 
 namespace {
 
 constexpr int kLimitMs = 20000;
-constexpr int kPauseMs = 5;
 constexpr char kSanitizerLog[] = "sanitizer";
-
-/// Repeats `done` until it holds or the limit has passed.
-template <class TCondition>
-bool Await(TCondition done, int limitMs = kLimitMs) {
-  const long long end = NowMs() + limitMs;
-  while (!done()) {
-    if (NowMs() >= end) return false;
-    usleep(kPauseMs * 1000);
-  }
-  return true;
-}
 
 int Count(const std::string& text, const std::string& part) {
   int count = 0;
@@ -57,6 +46,13 @@ std::vector<pid_t> ProcessesWith(const std::string& part) {
 }
 
 }  // namespace
+
+std::string Named(const TReply& reply, const std::string& name) {
+  for (const std::string& line : reply.values) {
+    if (line.rfind(name + "=", 0) == 0) return line.substr(name.size() + 1);
+  }
+  return "(none)";
+}
 
 TAgentProcess::TAgentProcess(TAgentOptions options) : port_(FindFreePort()) {
   WriteConfig(options.config);
@@ -183,6 +179,10 @@ TReply TAgentProcess::Ask(const std::string& command,
   TRawPeer peer(port_);
   if (!peer.Connected() || !peer.Send(Packet(command, params))) return {};
   return Decode(peer.ReceiveAll(kLimitMs));
+}
+
+std::string TAgentProcess::Info(const std::string& name) const {
+  return Named(Ask("GetInfo"), name);
 }
 
 int TAgentProcess::CountDescriptors() const {

@@ -16,6 +16,9 @@ struct TAgentOptions {
   bool waitForListening = true;
 };
 
+/// Value of the line "name=..." in a reply; "(none)" without one.
+std::string Named(const TReply& reply, const std::string& name);
+
 /// A running agent with a folder, configuration and loopback port of its own; ended by its process
 /// id. Started with -d it detaches, and the pid file names the process that serves.
 class TAgentProcess {
@@ -29,6 +32,8 @@ class TAgentProcess {
   TAgentProcess& operator=(const TAgentProcess&) = delete;
 
   int Port() const { return port_; }
+  /// Where to ask from now on: the agent has changed its port.
+  void FollowPort(int port) { port_ = port; }
   /// The process that serves; -1 when there is none.
   pid_t Pid() const { return pid_; }
   const TTempDir& Folder() const { return folder_; }
@@ -51,6 +56,8 @@ class TAgentProcess {
 
   /// One request to the agent and its decoded reply; code "" when none came.
   TReply Ask(const std::string& command, const std::vector<std::string>& params = {}) const;
+  /// What "GetInfo" tells under `name`; "(none)" without an answer.
+  std::string Info(const std::string& name) const;
   /// The packet of a request under this agent's password.
   static std::string Packet(const std::string& command,
                             const std::vector<std::string>& params = {});

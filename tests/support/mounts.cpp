@@ -22,6 +22,12 @@ bool TPrivateMounts::AddMemory(const std::string& folder, long sizeBytes, unsign
   return true;
 }
 
+bool TPrivateMounts::Cover(const std::string& target, const std::string& file) {
+  if (mount(file.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) return false;
+  mounted_.push_back(target);
+  return true;
+}
+
 std::string FillUp(const std::string& folder, long leaveBytes) {
   const std::string path = folder + "/filler";
   const TFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));

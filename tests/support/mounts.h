@@ -18,6 +18,8 @@ class TPrivateMounts {
   /// Mounts an empty file system in memory on a folder.
   /// @param flags  as MS_NOEXEC
   bool AddMemory(const std::string& folder, long sizeBytes, unsigned long flags = 0);
+  /// Shows `file` in the place of `target`.
+  bool Cover(const std::string& target, const std::string& file);
 
  private:
   TFd former_;

@@ -7,15 +7,9 @@
 #include <thread>
 
 #include "support/agentprocess.h"
+#include "support/await.h"
 
 namespace {
-
-/// Repeats `done` until it holds, for some ten seconds.
-template <class TCondition>
-bool Await(TCondition done) {
-  for (int tries = 0; tries < 1000 && !done(); ++tries) usleep(10000);
-  return done();
-}
 
 /// Starts a program in the background; it writes its process id into the agent's folder.
 pid_t StartInBackground(const TAgentProcess& agent, const std::string& program) {

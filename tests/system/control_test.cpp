@@ -6,25 +6,15 @@
 #include <filesystem>
 
 #include "support/agentprocess.h"
+#include "support/await.h"
+#include "support/probe.h"
 #include "support/rawpeer.h"
 
 namespace {
 
-std::string Comment(const TAgentProcess& agent) {
-  const TReply reply = agent.Ask("GetInfo");
-  for (const std::string& line : reply.values) {
-    if (line.rfind("Comment=", 0) == 0) return line.substr(8);
-  }
-  return "(none)";
-}
-
 /// Polls the comment until it is `wanted`; the agent acts on a signal within its slice.
 bool AwaitComment(const TAgentProcess& agent, const std::string& wanted) {
-  const long long end = NowMs() + 10000;
-  while (Comment(agent) != wanted) {
-    if (NowMs() >= end) return false;
-  }
-  return true;
+  return Await([&] { return agent.Info("Comment") == wanted; });
 }
 
 TEST(ControlTest, LoadsTheFileAgainOnHangup) {
@@ -37,11 +27,11 @@ TEST(ControlTest, LoadsTheFileAgainOnHangup) {
 
   agent.WriteConfig("comment=third\n");
   EXPECT_EQ("200\nOk\n\r", agent.Ask("ReloadCfg").text);
-  EXPECT_EQ("third", Comment(agent));
+  EXPECT_EQ("third", agent.Info("Comment"));
 
   agent.WriteConfig("comment=fourth\nqovpath=\n");
   EXPECT_EQ("300\n  Full path to the agent is not specified!\n\r", agent.Ask("ReloadCfg").text);
-  EXPECT_EQ("fourth", Comment(agent));  // a failed load leaves what the file set
+  EXPECT_EQ("fourth", agent.Info("Comment"));  // a failed load leaves what the file set
 }
 
 TEST(ControlTest, SwitchesThePortAndFallsBack) {
@@ -80,12 +70,17 @@ TEST(ControlTest, RestartsUnderTheSameProcessId) {
 TEST(ControlTest, LivesOnWhenTheNewImageCannotStart) {
   TAgentProcess agent;
   const std::string program = agent.Folder().File("program", "not a program");
-  agent.WriteConfig("qovpath=" + program + "\n");
+  agent.WriteConfig("timeout=-1\nqovpath=" + program + "\n");
   ASSERT_EQ("200", agent.Ask("ReloadCfg").code);
+  TRawPeer connected(agent.Port());
   EXPECT_EQ("200", agent.Ask("ReloadApp").code);
   ASSERT_TRUE(agent.WaitFor("Error: cannot start new instance\n"));
   EXPECT_TRUE(agent.WaitForPort(false));  // the listening socket stays closed
-  EXPECT_EQ(-1, agent.Wait(1500));
+  const long before = agent.CpuMs();
+  EXPECT_EQ(-1, agent.Wait(Repeats(1500, 5000)));
+  EXPECT_GT(200, agent.CpuMs() - before);
+  ASSERT_TRUE(connected.Send(TAgentProcess::Packet("GetInfo")));
+  EXPECT_EQ("200", TAgentProcess::Decode(connected.ReceiveAll()).code);
 }
 
 TEST(ControlTest, WaitsForAProgramThatIsBusy) {

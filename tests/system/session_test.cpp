@@ -4,25 +4,14 @@
 #include <thread>
 
 #include "support/agentprocess.h"
+#include "support/await.h"
 #include "support/rawpeer.h"
 
 namespace {
 
-/// Value of the line "name=..." in the reply to "GetInfo" or "GetSettings".
-std::string Named(const TReply& reply, const std::string& name) {
-  for (const std::string& line : reply.values) {
-    if (line.rfind(name + "=", 0) == 0) return line.substr(name.size() + 1);
-  }
-  return "(none)";
-}
-
 /// Waits until the asking session is the only one: a session is counted down after its close.
 bool AwaitAlone(const TAgentProcess& agent) {
-  const long long end = NowMs() + 10000;
-  while (Named(agent.Ask("GetInfo"), "ActiveConnections") != "1") {
-    if (NowMs() >= end) return false;
-  }
-  return true;
+  return Await([&] { return agent.Info("ActiveConnections") == "1"; });
 }
 
 TEST(SessionTest, CountsItsConnections) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
-#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "support/agentprocess.h"
 #include "support/rawpeer.h"
@@ -109,6 +110,19 @@ TEST(StartTest, DetachesAndLocksThePidFile) {
   EXPECT_EQ("200", first.Ask("QUIT").code);
   EXPECT_TRUE(first.WaitForPort(false));
   EXPECT_NE(0, access(first.Folder().Path("pid").c_str(), F_OK));
+}
+
+TEST(StartTest, LetsNoHangUpEndADaemonThatStartsAnew) {
+  TAgentOptions options;
+  options.switches = {"-d"};
+  TAgentProcess agent(options);
+  const std::string image = agent.Folder().File(
+      "image", "#!/bin/sh\nkill -HUP $$\necho alive >" + agent.Folder().Path("state") + "\n");
+  ASSERT_EQ(0, chmod(image.c_str(), 0700));
+  agent.WriteConfig("qovpath=" + image + "\n");
+  EXPECT_EQ("200", agent.Ask("ReloadCfg").code);
+  EXPECT_EQ("200", agent.Ask("ReloadApp").code);
+  EXPECT_TRUE(agent.WaitFor("alive\n", 1, "state"));
 }
 
 TEST(StartTest, RefusesAPortThatIsServed) {

@@ -10,9 +10,10 @@
 #include <thread>
 
 #include "support/agentprocess.h"
+#include "support/await.h"
 #include "support/mounts.h"
+#include "support/probe.h"
 #include "support/rawpeer.h"
-#include "support/stress.h"
 #include "support/text.h"
 
 namespace fs = std::filesystem;
@@ -46,13 +47,6 @@ class TUpgradedAgent {
 
   TAgentProcess* operator->() { return agent_.get(); }
   const std::string& Installed() const { return installed_; }
-  /// The version that the agent tells, "" when it does not answer.
-  std::string Version() const {
-    for (const std::string& line : agent_->Ask("GetInfo").values) {
-      if (line.rfind("AgentVersion=", 0) == 0) return line.substr(13);
-    }
-    return "";
-  }
   /// The words the serving process was started with, each with a zero byte behind it.
   std::string Arguments() const {
     return ReadFile("/proc/" + std::to_string(agent_->Pid()) + "/cmdline");
@@ -125,17 +119,6 @@ std::string Pattern(size_t size) {
 const char kWrong[] = "300\nWrong CRC\n\r";
 const std::string kSmall = Pattern(20000);
 
-/// Repeats `done` until it holds or 20 seconds have passed.
-template <class TCondition>
-bool Await(TCondition done) {
-  const long long end = NowMs() + 20000;
-  while (!done()) {
-    if (NowMs() >= end) return false;
-    usleep(5000);
-  }
-  return true;
-}
-
 TEST(UpgradeTest, RunsTheNewProgramUnderTheSameArguments) {
   const std::string next = ReadFile(QOV_NEXT);
   for (const std::string mode : {"-i", "-d"}) {
@@ -145,13 +128,13 @@ TEST(UpgradeTest, RunsTheNewProgramUnderTheSameArguments) {
     const std::string victim = agent->Folder().File("victim", "untouched");
     fs::create_symlink(victim, agent.NewProgram());
     fs::create_symlink(victim, agent.Script());
-    ASSERT_EQ("1.29j", agent.Version());
+    ASSERT_EQ("1.29j", agent->Info("AgentVersion"));
 
     TTransfer transfer(agent, next.size());
     ASSERT_EQ("200\n\r", transfer.Answer());
     EXPECT_EQ("302\n\r", TTransfer(agent, next.size()).Answer());
     EXPECT_EQ("200\n\r", transfer.Finish(next));
-    ASSERT_TRUE(Await([&] { return agent.Version() == "1.29next"; }));
+    ASSERT_TRUE(Await([&] { return agent->Info("AgentVersion") == "1.29next"; }));
     ASSERT_TRUE(agent->FindServer(agent.Installed()));
     EXPECT_EQ(arguments, agent.Arguments());
     EXPECT_TRUE(next == ReadFile(agent.Installed()));
@@ -168,7 +151,7 @@ TEST(UpgradeTest, FollowsTheClient) {
   const std::string command = std::string(QOV_CLIENT) + " --config " + agent->ConfigPath() +
                               " upgrade " + QOV_NEXT + " > /dev/null";
   EXPECT_EQ(0, system(command.c_str()));
-  EXPECT_TRUE(Await([&] { return agent.Version() == "1.29next"; }));
+  EXPECT_TRUE(Await([&] { return agent->Info("AgentVersion") == "1.29next"; }));
   EXPECT_TRUE(Await([&] { return !fs::exists(agent.Script()); }));
 }
 
@@ -277,7 +260,7 @@ TEST(UpgradeTest, WaitsForItsReplyAndGuardsItsFiles) {
   TRawPeer third(agent->Port());
   ASSERT_TRUE(third.Send(TAgentProcess::Packet("UpgradeCode", {"1000"})));
   EXPECT_EQ("200\n\r", transfer.Receive());
-  EXPECT_TRUE(Await([&] { return agent.Version() == "1.29next"; }));
+  EXPECT_TRUE(Await([&] { return agent->Info("AgentVersion") == "1.29next"; }));
   EXPECT_TRUE(next == ReadFile(agent.Installed()));
 }
 
