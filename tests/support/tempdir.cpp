@@ -1,10 +1,12 @@
 #include "support/tempdir.h"
 
+#include <stdio.h>
 #include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+
+#include "core/owned.h"
 
 namespace fs = std::filesystem;
 
@@ -31,6 +33,12 @@ std::string TTempDir::Folder(std::string_view name) const {
 }
 
 std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::string content;
+  const TFile file(fopen(path.c_str(), "re"));
+  char block[65536];
+  // What belongs to a process that ends meanwhile (a file of /proc) just ends.
+  for (size_t n; file && (n = fread(block, 1, sizeof block, file.get())) > 0;) {
+    content.append(block, n);
+  }
+  return content;
 }
