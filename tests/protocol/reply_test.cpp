@@ -5,6 +5,8 @@
 #include <math.h>
 #include <stdlib.h>
 
+#include <utility>
+
 #include "client/vxwire.h"
 #include "protocol/resultcodes.h"
 #include "support/text.h"
@@ -24,31 +26,24 @@ TEST(Reply, CollectsOneLineAValue) {
   EXPECT_EQ("300\nreason\na%0Ab\nc\n\n1\n0\n-2147483648\nx=3\n\n", ToStd(reply));
 }
 
-TEST(Reply, NumbersAreBounded) {
-  const struct {
-    double value;
-    const char* integer;
-    const char* real;
-  } cases[] = {
-      {5, "     5", "5.0000"},
-      {-0.5, "    -0", "-0.5000"},
-      {1234567, "1234567", "1234567.0000"},
-      {1e300, "1000000000000000052504760255204420", "1000000000000000052504760255204420"},
-      {-1e300, "-100000000000000005250476025520442", "-100000000000000005250476025520442"},
-      {INFINITY, "   inf", "   inf"},
-      {static_cast<double>(NAN), "   nan", "   nan"},
+TEST(Reply, NumbersAndFormattedLinesAreBounded) {
+  const std::pair<double, const char*> cases[] = {
+      {5, "     5\n5.0000\n"},
+      {-0.5, "    -0\n-0.5000\n"},
+      {1234567, "1234567\n1234567.0000\n"},
+      {1e300, "1000000000000000052504760255204420\n1000000000000000052504760255204420\n"},
+      {-1e300, "-100000000000000005250476025520442\n-100000000000000005250476025520442\n"},
+      {INFINITY, "   inf\n   inf\n"},
+      {static_cast<double>(NAN), "   nan\n   nan\n"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [value, lines] : cases) {
     QovReply reply;
-    reply.AddIntParam(c.value);
-    reply.AddRealParam(c.value);
-    EXPECT_EQ(std::string(c.integer) + '\n' + c.real + '\n', ToStd(reply));
+    reply.AddIntParam(value);
+    reply.AddRealParam(value);
+    EXPECT_EQ(lines, ToStd(reply));
   }
-}
-
-TEST(Reply, FormattedLinesEndAtTheirBuffer) {
-  const int cases[][2] = {{2047, 2048}, {2048, 2048}, {2049, 0}, {100000, 0}};
-  for (const auto& [size, added] : cases) {
+  const int sizes[][2] = {{2047, 2048}, {2048, 2048}, {2049, 0}, {100000, 0}};
+  for (const auto& [size, added] : sizes) {
     QovReply reply;
     reply.AddVarParams("%*d", size, 1);
     EXPECT_EQ(added, reply.Length()) << size;
