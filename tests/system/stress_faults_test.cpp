@@ -84,7 +84,7 @@ TEST(StressFaultsTest, GoesOnWhenAThreadCannotBeStarted) {
     TRawPeer peer(agent.Port());
     ASSERT_TRUE(peer.Send(TAgentProcess::Packet("GetInfo")));
     EXPECT_EQ(i % kEvery == 0 ? "" : "200", TAgentProcess::Decode(peer.ReceiveAll()).code) << i;
-    EXPECT_TRUE(peer.Closed());
+    ASSERT_TRUE(peer.Closed());
   }
   EXPECT_TRUE(agent.WaitFor("Cannot start session thread, connection closed\n", rounds));
   EXPECT_TRUE(Await([&] { return agent.CountDescriptors() == descriptors; }));
