@@ -184,6 +184,14 @@ bool CreateLike(const char* path, const struct stat& old, const String& text) {
   return false;
 }
 
+/// Gives the file the name of the old one as well, so that at no time a configuration is missing:
+/// the process may end here. Without links on the file system it is renamed. False when neither
+/// could be done.
+bool KeepOld(const char* path, const char* oldPath) {
+  unlink(oldPath);
+  return link(path, oldPath) == 0 || rename(path, oldPath) == 0;
+}
+
 void SyncFolderOf(const String& path) {
   const String folder = ExtractFilePath(path);
   const TFd fd(open(folder.Empty() ? "." : folder.CStr(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -232,7 +240,7 @@ int TQovSettings::SaveOptions_(String& err) {
     err = Quoted("Cannot create new configuration file", newPath);
     return 0;
   }
-  const bool kept = rename(path.CStr(), oldPath.CStr()) == 0;
+  const bool kept = KeepOld(path.CStr(), oldPath.CStr());
   if (rename(newPath.CStr(), path.CStr()) != 0) {
     err = Quoted("Cannot overwrite configuration file", path);
     if (kept) rename(oldPath.CStr(), path.CStr());

@@ -1,9 +1,11 @@
 // Loaded into an agent in front of the C library: calls fail, or take their time, now and then.
-// FAULT_THREADS=N lets every Nth start of a thread fail, FAULT_SEND_MS=N delays every send.
+// FAULT_THREADS=N lets every Nth start of a thread fail, FAULT_SEND_MS=N delays every send,
+// FAULT_RENAME_MS=N the return of every rename.
 
 #include <dlfcn.h>
 #include <errno.h>
 #include <pthread.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -40,4 +42,12 @@ extern "C" ssize_t send(int socket, const void* bytes, size_t count, int flags) 
   static const int delayMs = Number("FAULT_SEND_MS");
   if (delayMs != 0) usleep(static_cast<useconds_t>(delayMs) * 1000);
   return next(socket, bytes, count, flags);
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept {
+  static const auto next = Next<decltype(&rename)>("rename");
+  static const int delayMs = Number("FAULT_RENAME_MS");
+  const int result = next(from, to);
+  if (delayMs != 0) usleep(static_cast<useconds_t>(delayMs) * 1000);
+  return result;
 }

@@ -67,11 +67,28 @@ TEST(StressFaultsTest, LosesNoConfigurationToAKillDuringASave) {
     usleep(std::uniform_int_distribution<useconds_t>(0, 50000)(random));
     EXPECT_TRUE(agent.Signal(SIGKILL));
     for (std::thread& saver : savers) saver.join();
-    const bool between = !fs::exists(agent.ConfigPath());  // of the two renames
-    EXPECT_EQ(whole, WithoutComment(ReadFile(agent.ConfigPath() + (between ? ".Old" : ""))));
+    EXPECT_EQ(whole, WithoutComment(ReadFile(agent.ConfigPath())));
     saved += count;
   }
   EXPECT_LT(0, saved);
+}
+
+TEST(StressFaultsTest, HasAConfigurationWhenItEndsDuringASave) {
+  for (const char* command : {"ReloadApp", "QUIT"}) {
+    SCOPED_TRACE(command);
+    TAgentProcess agent(
+        {.environment = {std::string("LD_PRELOAD=") + QOV_FAULTS, "FAULT_RENAME_MS=500"}});
+    TRawPeer saver(agent.Port());
+    ASSERT_TRUE(saver.Send(TAgentProcess::Packet("SetSettings", {"Comment=saved"})));
+    ASSERT_TRUE(Await([&] { return fs::exists(agent.ConfigPath() + ".Old"); }));
+    EXPECT_EQ("200\nOk\n\r", agent.Ask(command).text);
+    if (std::string(command) == "QUIT") {
+      EXPECT_EQ(0, agent.Wait());
+    } else {
+      EXPECT_TRUE(agent.WaitFor("Listening...\n", 2));
+    }
+    EXPECT_THAT(agent.ReadFile("qov.cfg"), testing::HasSubstr("logsuccess=1"));
+  }
 }
 
 TEST(StressFaultsTest, GoesOnWhenAThreadCannotBeStarted) {
