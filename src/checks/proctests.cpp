@@ -35,12 +35,14 @@ bool ScriptUsable(const String& script, const char* what, QovReply& reply) {
   return false;
 }
 
-/// Chooses "tmp<kind>qov-<thread>.txt" for the output of a script.
-bool ChooseOutput(char kind, TTempFile& output, QovReply& reply) {
+/// Makes "tmp<kind>qov-<thread>.txt" for the output of a script. It is there before the script's
+/// shell opens it, so that no symbolic link can take its place.
+bool MakeOutput(char kind, TTempFile& output, QovReply& reply) {
   char name[48];
   snprintf(name, sizeof(name), "tmp%cqov-%ld.txt", kind, static_cast<long>(GetUniqueThreadID()));
-  if (output.Choose(name)) return true;
-  Refuse(reply, "cannot get temp file");
+  const bool named = output.Choose(name);
+  if (named && output.Create()) return true;
+  Refuse(reply, named ? "Cannot get script results" : "cannot get temp file");
   return false;
 }
 
@@ -152,7 +154,7 @@ void ProcessTest_Process(const VxRequest& params, QovReply& reply) {
     return;
   }
   TTempFile output;
-  if (!ChooseOutput('P', output, reply)) return;
+  if (!MakeOutput('P', output, reply)) return;
   const TFile file = RunForOutput(settings->proccntscript + " " + name, output, reply);
   if (!file) return;
   long long count;  // too large a number is read as the largest
@@ -166,8 +168,7 @@ void ProcessTest_CPU(const VxRequest&, QovReply& reply) {
   if (!TestAllowed(settings->cpuusage, reply)) return;
   if (!ScriptUsable(settings->cpuusagescript, "CPUUsage", reply)) return;
   TTempFile output;
-  if (!ChooseOutput('C', output, reply)) return;
-  if (!output.Create()) return Refuse(reply, "Cannot get script results");
+  if (!MakeOutput('C', output, reply)) return;
   Delay(settings->delayforscripts);
   String err;
   if (RunIntoFile(settings->cpuusagescript, output, kCpuScriptLimitMs, err) == 0) {
@@ -206,7 +207,7 @@ void ProcessInfo_ProcessesList(const VxRequest&, QovReply& reply) {
   if (!TestAllowed(settings->process, reply)) return;
   if (!ScriptUsable(settings->proclistscript, "ProcList", reply)) return;
   TTempFile output;
-  if (!ChooseOutput('P', output, reply)) return;
+  if (!MakeOutput('P', output, reply)) return;
   const TFile file = RunForOutput(settings->proclistscript, output, reply);
   if (!file) return;
   reply.SetResult(kResultDone).AddStringParam(JoinLines(file.get()), 1);
