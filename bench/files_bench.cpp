@@ -5,9 +5,9 @@
 #include <random>
 
 #include "bench/reference.h"
-#include "checks/diskfolder.h"
-#include "checks/filecontent.h"
-#include "checks/filereader.h"
+#include "checks/files/diskfolder.h"
+#include "checks/files/filecontent.h"
+#include "fs/files.h"
 
 namespace {
 

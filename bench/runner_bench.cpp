@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "checks/runner.h"
+#include "checks/process/runner.h"
 
 namespace {
 

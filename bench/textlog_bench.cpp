@@ -2,7 +2,7 @@
 #include <random>
 
 #include "bench/reference.h"
-#include "checks/textlog.h"
+#include "checks/log/textlog.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Search expressions. The first byte holds the options, then come the line searched, a line feed
 // and the expression.
-#include "checks/exprparser.h"
+#include "checks/log/exprparser.h"
 #include "fuzz.h"
 
 namespace {

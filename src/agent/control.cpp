@@ -17,7 +17,7 @@
 #include "agent/limits.h"
 #include "agent/listener.h"
 #include "agent/signals.h"
-#include "checks/runner.h"
+#include "checks/process/runner.h"
 #include "config/settings.h"
 #include "config/status.h"
 #include "core/message.h"

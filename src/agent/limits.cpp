@@ -2,7 +2,7 @@
 
 #include <sys/resource.h>
 
-#include "checks/runner.h"
+#include "checks/process/runner.h"
 
 namespace {
 

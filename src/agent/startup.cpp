@@ -14,7 +14,7 @@
 #include "agent/messages.h"
 #include "agent/selfcheck.h"
 #include "agent/signals.h"
-#include "checks/runner.h"
+#include "checks/process/runner.h"
 #include "config/settings.h"
 
 namespace {

@@ -1,6 +1,5 @@
 #include "agent/upgrade.h"
 
-#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -11,7 +10,7 @@
 
 #include "agent/flags.h"
 #include "config/settings.h"
-#include "fs/filefacts.h"
+#include "fs/files.h"
 #include "fs/paths.h"
 #include "protocol/qov_const.h"
 
@@ -39,12 +38,9 @@ constexpr char kScript[] =
 
 std::mutex upgrade_mutex;
 
-/// A new file in place of whatever has this name, never through a link.
-TFile CreateFresh(const String& path) {
-  unlink(path.CStr());
-  TFd fd(open(path.CStr(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!fd) return nullptr;
-  TFile file(fdopen(fd.Get(), "w+"));
+TFile CreateFreshStream(const String& path) {
+  TFd fd = CreateFresh(path.CStr());
+  TFile file(fd ? fdopen(fd.Get(), "w+") : nullptr);
   if (file) fd.Release();
   return file;
 }
@@ -57,7 +53,7 @@ int Fail(UpgradeRec& rec, String& error, const char* text) {
 
 int OpenTempFile(UpgradeRec& rec, String& error) {
   rec.tempPath = IncludeTrailingPathDelimiter(TempFolder()) + "qov__.upd";
-  rec.file = CreateFresh(rec.tempPath);
+  rec.file = CreateFreshStream(rec.tempPath);
   if (rec.file == nullptr) return Fail(rec, error, "Cannot create temp file");
   // Unbuffered, so that a disk without room shows in the write and not in the close, where it would
   // be too late: the script runs after a close that failed.
@@ -78,7 +74,7 @@ int WritePart(UpgradeRec& rec, const char* data, int length, String& error) {
 }
 
 bool WriteScript(const String& path, const String& newProgram, String& error) {
-  TFile script = CreateFresh(path);
+  TFile script = CreateFreshStream(path);
   if (script == nullptr) return false;
   const int printed = fprintf(script.get(), kScript, CurrentSettings()->qovpath.CStr(),
                               newProgram.CStr(), path.CStr());

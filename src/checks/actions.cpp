@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "checks/gate.h"
-#include "checks/runner.h"
+#include "checks/process/runner.h"
 #include "config/settings.h"
 #include "core/iplib.h"
 #include "core/syncsocket.h"
@@ -18,10 +18,6 @@ namespace {
 
 constexpr char kSyslogTag[] = "WQ QOV";
 constexpr int kMaxSeverity = 7;
-
-void RefuseParameter(QovReply& reply) {
-  reply.SetResult(kResultWrongParameter) += "Wrong parameter";
-}
 
 int SyslogPriority(int facility, int severity) {
   const int64_t priority = int64_t{facility} * 8 + severity;

@@ -8,8 +8,8 @@
 /// Commands that make the agent act. Any thread.
 
 /// "ACT-ExternalCmd": 1 command line, 2 folder to run in (empty: the agent's own), 3 a number
-/// that is not used, 4 time-out in milliseconds, see checks/runner.h. "200" with the exit code, or
-/// "301" with the runner's text.
+/// that is not used, 4 time-out in milliseconds, see checks/process/runner.h. "200" with the exit
+/// code, or "301" with the runner's text.
 void ProcessAct_ExternalCmd(const VxRequest& params, QovReply& reply);
 
 /// "ACT-TCPUDPsend": 1 host, 2 port, 3 protocol (exactly "0": TCP, else UDP), 4 first data,

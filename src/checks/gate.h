@@ -1,5 +1,10 @@
 #pragma once
 
+#include <stdint.h>
+
+#include <algorithm>
+#include <limits>
+
 #include "protocol/reply.h"
 #include "protocol/resultcodes.h"
 
@@ -17,4 +22,20 @@ inline bool TestAllowed(int enabled, QovReply& reply) {
 
 inline bool ActionAllowed(int enabled, QovReply& reply) {
   return Allowed(enabled, "operation is not allowed", reply);
+}
+
+/// "301" with a reason.
+inline void Refuse(QovReply& reply, const char* reason) {
+  reply.SetResult(kResultCannot) += reason;
+}
+
+/// "501": a parameter is missing or wrong.
+inline void RefuseParameter(QovReply& reply) {
+  reply.SetResult(kResultWrongParameter) += "Wrong parameter";
+}
+
+/// The nearest number that an integer value can carry.
+inline int Saturated(int64_t n) {
+  using TLimits = std::numeric_limits<int>;
+  return static_cast<int>(std::clamp<int64_t>(n, TLimits::min(), TLimits::max()));
 }

@@ -62,8 +62,7 @@ void ProcessTest_TCP(const VxRequest& params, QovReply& reply) {
   if (qovDecodeInt(params.GetParam(2, 1), &probe.port) == 0 ||
       qovDecodeInt(params.GetParam(3, 1), &probe.timeout) == 0 ||
       qovDecodeInt(params.GetParam(5, 1), &probe.receiveBytes) == 0) {
-    reply.SetResult(kResultWrongParameter) += "Wrong parameter";
-    return;
+    return RefuseParameter(reply);
   }
   if (probe.timeout == 0) probe.timeout = kTcpTimeoutMs;
   Attempt(&SendReceiveTCPPacket, probe);
@@ -82,8 +81,7 @@ void ProcessTest_UDP(const VxRequest& params, QovReply& reply) {
       qovDecodeInt(params.GetParam(4, 1), &attempts) == 0 ||
       qovDecodeInt(params.GetParam(6, 1), &probe.receiveBytes) == 0 || attempts < 1 ||
       probe.data.Empty()) {
-    reply.SetResult(kResultWrongParameter) += "Wrong parameter";
-    return;
+    return RefuseParameter(reply);
   }
   const int timeoutSec = timeoutMs / 1000;
   probe.timeout = timeoutSec == 0 ? 1 : timeoutSec;

@@ -13,7 +13,7 @@
 #include "config/settingslines.h"
 #include "core/iplib.h"
 #include "core/owned.h"
-#include "fs/filefacts.h"
+#include "fs/files.h"
 #include "fs/paths.h"
 
 namespace {

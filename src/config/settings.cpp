@@ -5,7 +5,7 @@
 #include <atomic>
 #include <utility>
 
-#include "fs/filefacts.h"
+#include "fs/files.h"
 #include "fs/paths.h"
 
 TQovSettings QovSettings;

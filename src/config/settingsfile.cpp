@@ -9,7 +9,7 @@
 #include "config/settings.h"
 #include "config/settingslines.h"
 #include "core/owned.h"
-#include "fs/filefacts.h"
+#include "fs/files.h"
 #include "fs/paths.h"
 #include "protocol/qov_const.h"
 
@@ -174,8 +174,7 @@ bool WriteAll(int fd, const String& text) {
 
 /// Creates the file, never following a link, and sees it onto the disk. On failure there is none.
 bool CreateLike(const char* path, const struct stat& old, const String& text) {
-  unlink(path);
-  TFd file(open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  TFd file = CreateFresh(path);
   if (!file) return false;
   const bool complete =
       TakeOwnerAndMode(file.Get(), old) && WriteAll(file.Get(), text) && fsync(file.Get()) == 0;

@@ -140,6 +140,22 @@ String VxRequest::GetParam(int n, int trim) const {
   return result;
 }
 
+String VxRequest::GetValue(int n) const {
+  const auto blank = [](char c) { return static_cast<unsigned char>(c) <= ' ' || c == 0x7F; };
+  const String line = GetParam(n, 0);
+  int first = 1;
+  int last = line.Length();
+  while (first <= last && blank(line[first])) ++first;
+  while (last >= first && blank(line[last])) --last;
+  return line.Copy(first, last - first + 1);
+}
+
+String VxRequest::GetText(int n) const {
+  String line = GetParam(n, 0);
+  if (!line.Empty() && line[line.Length()] == '\r') line.Delete(line.Length(), 1);
+  return line;
+}
+
 String VxRequest::GetNamedParam(const char* name) const {
   const char* line = CStr();
   const char* end = line + Length();

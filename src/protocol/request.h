@@ -29,6 +29,12 @@ class VxRequest : public String {
   int GetParamsCount() const;
   /// Line n, counted from 1 (n <= 1 gives line 1), "" behind the end; trim not 0 trims it.
   String GetParam(int n, int trim) const;
+  /// Line n without blanks and control characters (ASCII) at its ends; bytes from 0x80 on stay. For
+  /// paths, names, hosts and numbers.
+  String GetValue(int n) const;
+  /// Line n as it stands, less one carriage return at its end. For search texts, command lines,
+  /// scripts, data and messages.
+  String GetText(int n) const;
   /// Value of the first line "name = value" with exactly this name, trimmed; "" for none.
   String GetNamedParam(const char* name) const;
 

@@ -1,4 +1,4 @@
-#include "checks/diskfolder.h"
+#include "checks/files/diskfolder.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>

@@ -1,4 +1,4 @@
-#include "checks/filecontent.h"
+#include "checks/files/filecontent.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

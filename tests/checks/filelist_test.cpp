@@ -1,4 +1,4 @@
-#include "checks/filelist.h"
+#include "checks/files/filelist.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "checks/filetests.h"
+#include "checks/files/filetests.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

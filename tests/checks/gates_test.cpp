@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
 #include "checks/actions.h"
-#include "checks/diskfolder.h"
-#include "checks/filelist.h"
-#include "checks/filetests.h"
+#include "checks/files/diskfolder.h"
+#include "checks/files/filelist.h"
+#include "checks/files/filetests.h"
+#include "checks/log/textlog.h"
 #include "checks/nettests.h"
-#include "checks/proctests.h"
-#include "checks/textlog.h"
+#include "checks/process/proctests.h"
 #include "support/handlercall.h"
 
 TEST(Gates, OpenByTheirOwnSettingAlone) {

@@ -1,4 +1,4 @@
-#include "checks/pathmacros.h"
+#include "checks/files/pathmacros.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

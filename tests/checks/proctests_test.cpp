@@ -1,4 +1,4 @@
-#include "checks/proctests.h"
+#include "checks/process/proctests.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "checks/runner.h"
+#include "checks/process/runner.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "checks/arguments.h"
+#include "checks/process/arguments.h"
 #include "support/environment.h"
 #include "support/tempdir.h"
 #include "support/text.h"

@@ -1,4 +1,4 @@
-#include "checks/tempfile.h"
+#include "checks/process/tempfile.h"
 
 #include <gtest/gtest.h>
 #include <string.h>

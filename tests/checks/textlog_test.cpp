@@ -1,4 +1,4 @@
-#include "checks/textlog.h"
+#include "checks/log/textlog.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
-#include "checks/exprparser.h"
-#include "fs/filefacts.h"
+#include "checks/log/exprparser.h"
+#include "fs/files.h"
 #include "support/handlercall.h"
 #include "support/tempdir.h"
 #include "support/text.h"

@@ -1,5 +1,6 @@
 #include <map>
 
+#include "built.h"
 #include "config/settingslines.h"
 #include "support/settingstest.h"
 

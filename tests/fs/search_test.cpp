@@ -15,7 +15,7 @@
 #include <tuple>
 #include <vector>
 
-#include "fs/filefacts.h"
+#include "fs/files.h"
 #include "support/tempdir.h"
 #include "support/text.h"
 #include "support/workingfolder.h"

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "built.h"
 #include "core/owned.h"
 #include "support/await.h"
 #include "support/rawpeer.h"

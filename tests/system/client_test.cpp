@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "built.h"
 #include "client/commands.h"
 #include "client/upgrade.h"
 #include "support/agentprocess.h"

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "built.h"
 #include "support/agentprocess.h"
 #include "support/await.h"
 #include "support/probe.h"

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "built.h"
 #include "support/agentprocess.h"
 
 namespace {

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <random>
 
+#include "built.h"
 #include "support/agentprocess.h"
 #include "support/await.h"
 #include "support/environment.h"

@@ -9,6 +9,7 @@
 #include <memory>
 #include <thread>
 
+#include "built.h"
 #include "support/agentprocess.h"
 #include "support/await.h"
 #include "support/mounts.h"

@@ -1,12 +1,12 @@
-#include "checks/filelist.h"
+#include "checks/files/filelist.h"
 
 #include <string.h>
 #include <time.h>
 
-#include "checks/filetests.h"
+#include "checks/files/filetests.h"
 #include "checks/gate.h"
 #include "config/settings.h"
-#include "fs/filefacts.h"
+#include "fs/files.h"
 #include "fs/paths.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "checks/arguments.h"
+#include "checks/process/arguments.h"
 
 #include <string.h>
 

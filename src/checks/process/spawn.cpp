@@ -1,4 +1,4 @@
-#include "checks/spawn.h"
+#include "checks/process/spawn.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "checks/runner.h"
-#include "checks/tempfile.h"
+#include "checks/process/runner.h"
+#include "checks/process/tempfile.h"
 #include "config/settings.h"
 #include "core/owned.h"
 

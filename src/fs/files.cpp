@@ -1,8 +1,30 @@
-#include "checks/filereader.h"
+#include "fs/files.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <unistd.h>
+
+int FileAge(const char* path) {
+  struct stat facts;
+  return stat(path, &facts) == 0 ? static_cast<int>(facts.st_mtime) : -1;
+}
+
+int64_t FileSize(const char* path) {
+  struct stat facts;
+  return stat(path, &facts) == 0 ? facts.st_size : -1;
+}
+
+bool FileExists(const char* path) {
+  struct stat facts;
+  return stat(path, &facts) == 0 && S_ISREG(facts.st_mode);
+}
+
+bool DirectoryExists(const char* path) {
+  struct stat facts;
+  return stat(path, &facts) == 0 && S_ISDIR(facts.st_mode);
+}
+
+bool DeleteFile(const char* path) { return unlink(path) == 0; }
 
 TFd OpenForReading(const char* path) {
   int fd;
@@ -36,4 +58,9 @@ ssize_t ReadAt(int fd, char* buffer, size_t count, int64_t offset) {
     n = pread(fd, buffer, count, offset);
   } while (n == -1 && errno == EINTR);
   return n;
+}
+
+TFd CreateFresh(const char* path) {
+  unlink(path);
+  return TFd(open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
 }

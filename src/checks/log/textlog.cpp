@@ -1,10 +1,10 @@
-#include "checks/textlog.h"
+#include "checks/log/textlog.h"
 
 #include <utility>
 
+#include "checks/files/pathmacros.h"
 #include "checks/gate.h"
-#include "checks/logscan.h"
-#include "checks/pathmacros.h"
+#include "checks/log/logscan.h"
 #include "config/settings.h"
 
 namespace {
@@ -70,10 +70,6 @@ void Answer(TLogCheck& check, QovReply& reply) {
   reply.AddBoolParam(morePending);
   // The waiting match is left to the next check, which starts from the state before it.
   (morePending ? afterFirst : check).AddState(reply);
-}
-
-void RefuseParameter(QovReply& reply) {
-  reply.SetResult(kResultWrongParameter) += "Wrong parameter";
 }
 
 void ReportMissing(QovReply& reply) { reply.SetResult(kResultCannot) += "File does not exist"; }

@@ -1,4 +1,4 @@
-#include "checks/textfinder.h"
+#include "core/textfinder.h"
 
 #include <ctype.h>
 #include <stddef.h>

@@ -1,4 +1,4 @@
-#include "checks/tempfile.h"
+#include "checks/process/tempfile.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "config/settings.h"
-#include "fs/filefacts.h"
+#include "fs/files.h"
 
 std::mutex fidmutex;
 

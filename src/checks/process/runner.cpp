@@ -1,11 +1,11 @@
-#include "checks/runner.h"
+#include "checks/process/runner.h"
 
 #include <paths.h>
 #include <sys/wait.h>
 
-#include "checks/arguments.h"
-#include "checks/child.h"
-#include "checks/spawn.h"
+#include "checks/process/arguments.h"
+#include "checks/process/child.h"
+#include "checks/process/spawn.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "checks/proctests.h"
+#include "checks/process/proctests.h"
 
 #include <limits.h>
 #include <stdio.h>
@@ -11,10 +11,10 @@
 #include <thread>
 
 #include "checks/gate.h"
-#include "checks/runner.h"
-#include "checks/tempfile.h"
+#include "checks/process/runner.h"
+#include "checks/process/tempfile.h"
 #include "config/settings.h"
-#include "fs/filefacts.h"
+#include "fs/files.h"
 
 namespace {
 
@@ -23,8 +23,6 @@ constexpr mode_t kScriptMode = 0775;
 constexpr int kLineSize = 512;  ///< with terminator; a longer line is read as several
 constexpr char kResultMark[] = "scriptres:";
 constexpr int kMaxTextBytes = 64 * 1024 * 1024;  ///< output beyond this is left out of a reply
-
-void Refuse(QovReply& reply, const char* text) { reply.SetResult(kResultCannot) += text; }
 
 /// False, with the reply filled, when the script that is to answer is not there.
 bool ScriptUsable(const String& script, const char* what, QovReply& reply) {
@@ -138,10 +136,6 @@ bool MakeScript(const String& text, TTempFile& script, QovReply& reply) {
   return failure == nullptr;
 }
 
-int Saturated(long long number) {
-  return static_cast<int>(std::clamp<long long>(number, INT_MIN, INT_MAX));
-}
-
 }  // namespace
 
 void ProcessTest_Process(const VxRequest& params, QovReply& reply) {
@@ -187,8 +181,7 @@ void ProcessTest_External(const VxRequest& params, QovReply& reply) {
   const String command = params.GetParam(1, 1);
   int timeoutMs;
   if (qovDecodeInt(params.GetParam(4, 1), &timeoutMs) == 0) {
-    reply.SetResult(kResultWrongParameter) += "Wrong parameter";
-    return;
+    return RefuseParameter(reply);
   }
   if (command.Empty()) {
     reply.SetResult(kResultWrongParameter);  // Deliberate: the code alone, as servers know it.

@@ -1,4 +1,4 @@
-#include "checks/linefilter.h"
+#include "checks/log/linefilter.h"
 
 #include <algorithm>
 

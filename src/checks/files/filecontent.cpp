@@ -1,4 +1,4 @@
-#include "checks/filecontent.h"
+#include "checks/files/filecontent.h"
 
 #include <stdlib.h>
 #include <string.h>
@@ -6,9 +6,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "checks/filereader.h"
-#include "checks/textfinder.h"
-#include "fs/filefacts.h"
+#include "core/textfinder.h"
+#include "fs/files.h"
 #include "protocol/ciplib.h"
 
 namespace {

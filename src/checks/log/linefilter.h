@@ -3,8 +3,8 @@
 #include <optional>
 #include <vector>
 
-#include "checks/exprparser.h"
-#include "checks/textfinder.h"
+#include "checks/log/exprparser.h"
+#include "core/textfinder.h"
 
 /// Lines of a text log: runs of bytes up to a CR or LF, which is no part of the line.
 

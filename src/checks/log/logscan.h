@@ -3,7 +3,7 @@
 #include <optional>
 #include <utility>
 
-#include "checks/linefilter.h"
+#include "checks/log/linefilter.h"
 #include "core/wqstring.h"
 
 /// How far a text log has been read. The numbers travel with the requests; all are whole.

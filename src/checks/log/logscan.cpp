@@ -1,4 +1,4 @@
-#include "checks/logscan.h"
+#include "checks/log/logscan.h"
 
 #include <errno.h>
 #include <stdlib.h>
@@ -7,8 +7,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "checks/filereader.h"
-#include "fs/filefacts.h"
+#include "fs/files.h"
 #include "fs/paths.h"
 
 namespace {

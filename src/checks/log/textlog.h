@@ -31,7 +31,7 @@ struct TTextLogFilter {
 /// Fills a filter from four parameters: text, is an expression, case-sensitive, whole words.
 void DecodeFilter(const VxRequest& params, TTextLogFilter& filter, int first);
 
-/// Scans a log from `position` on for a line that matches; see ScanLog (checks/logscan.h).
+/// Scans a log from `position` on for a line that matches; see ScanLog (checks/log/logscan.h).
 /// @param position, size, time  the state, in and out
 /// @param scanAll      not 0: read to the end and report the last matching line
 /// @param currentSize  out: file size at the start of the scan or at its last match, bytes

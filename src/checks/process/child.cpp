@@ -1,4 +1,4 @@
-#include "checks/child.h"
+#include "checks/process/child.h"
 
 #include <errno.h>
 #include <poll.h>
@@ -13,7 +13,7 @@
 #include <mutex>
 #include <vector>
 
-#include "checks/runner.h"
+#include "checks/process/runner.h"
 
 namespace {
 

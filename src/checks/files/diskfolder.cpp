@@ -1,4 +1,4 @@
-#include "checks/diskfolder.h"
+#include "checks/files/diskfolder.h"
 
 #include <fcntl.h>
 #include <fnmatch.h>
@@ -12,11 +12,11 @@
 #include <utility>
 #include <vector>
 
+#include "checks/files/pathmacros.h"
 #include "checks/gate.h"
-#include "checks/pathmacros.h"
 #include "config/settings.h"
 #include "core/owned.h"
-#include "fs/filefacts.h"
+#include "fs/files.h"
 #include "fs/paths.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "checks/textfinder.h"
+#include "core/textfinder.h"
 #include "core/wqstring.h"
 
 /// The search language: quoted texts joined by "and", "or", "not" and parentheses. "and" and "or"

@@ -1,4 +1,4 @@
-#include "checks/exprparser.h"
+#include "checks/log/exprparser.h"
 
 #include <string.h>
 

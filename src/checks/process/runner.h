@@ -2,7 +2,7 @@
 
 #include <sys/resource.h>
 
-#include "checks/tempfile.h"
+#include "checks/process/tempfile.h"
 #include "core/wqstring.h"
 
 /// Outside programs. A child runs in a session of its own with default signal actions, an empty
@@ -17,7 +17,7 @@ inline constexpr int kRunInBackground = -1;
 int SystemEx(const char* cmdline, const char* workdir, int timeoutMs, int& exitCode, String& err);
 
 /// Runs a program without a shell.
-/// @param cmdline    program (looked up along PATH) and arguments, see checks/arguments.h
+/// @param cmdline    program (looked up along PATH) and arguments, see checks/process/arguments.h
 /// @param workdir    folder to run in; null, "" or one that cannot be entered: the agent's own
 /// @param inFile     file for standard input; null or one that cannot be opened: "/dev/null"
 /// @param outFile    file for standard output, emptied first; null: "/dev/null"

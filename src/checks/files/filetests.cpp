@@ -1,4 +1,4 @@
-#include "checks/filetests.h"
+#include "checks/files/filetests.h"
 
 #include <stdint.h>
 #include <string.h>
@@ -12,11 +12,11 @@
 #include <utility>
 #include <vector>
 
-#include "checks/filecontent.h"
+#include "checks/files/filecontent.h"
+#include "checks/files/pathmacros.h"
 #include "checks/gate.h"
-#include "checks/pathmacros.h"
 #include "config/settings.h"
-#include "fs/filefacts.h"
+#include "fs/files.h"
 #include "fs/paths.h"
 #include "fs/search.h"
 
@@ -28,15 +28,6 @@ namespace {
 int64_t sec2min(int64_t seconds) { return seconds / 60; }
 
 int64_t now_min() { return sec2min(time(nullptr)); }
-
-int Saturated(int64_t n) {
-  using TLimits = std::numeric_limits<int>;
-  return static_cast<int>(std::clamp<int64_t>(n, TLimits::min(), TLimits::max()));
-}
-
-void RefuseParameter(QovReply& reply) {
-  reply.SetResult(kResultWrongParameter) += "Wrong parameter";
-}
 
 /// Parameter `index`, with macros expanded when the flag parameter says so.
 String GetPath(const VxRequest& params, int index, int macroFlag) {

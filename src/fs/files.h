@@ -7,6 +7,20 @@
 
 #include "core/owned.h"
 
+/// Files: facts about a path, reading, fresh ones. Any thread.
+
+/// Facts about one path; symbolic links are followed.
+/// Modification time, seconds since the epoch as a signed 32-bit value; -1 when it cannot be told.
+int FileAge(const char* path);
+/// Size in bytes; -1 when it cannot be told.
+int64_t FileSize(const char* path);
+/// True only for an existing regular file.
+bool FileExists(const char* path);
+/// True only for an existing folder.
+bool DirectoryExists(const char* path);
+/// Unlinks; true on success.
+bool DeleteFile(const char* path);
+
 /// Reading of files that may be anything: nothing here waits for a peer at the other end.
 
 /// Bytes that are read at a time where the size is of no consequence.
@@ -22,3 +36,7 @@ ssize_t ReadFully(int fd, char* buffer, size_t count);
 /// One read from `offset`, which no signal interrupts.
 /// @return bytes read, 0 at the end of the file, or -1 with errno set
 ssize_t ReadAt(int fd, char* buffer, size_t count, int64_t offset);
+
+/// A new, empty file in place of whatever has this name, never through a link; read and write,
+/// mode 0600. None with errno set when that fails.
+TFd CreateFresh(const char* path);
