@@ -1,13 +1,10 @@
 #include "core/textfinder.h"
 
-#include <ctype.h>
 #include <stddef.h>
 
 #include <algorithm>
 
 #include "core/findbytes.h"
-
-bool IsWordByte(char c) { return isalnum(static_cast<unsigned char>(c)) != 0; }
 
 TTextFinder::TTextFinder(const String& text, int caseSensitive, int wholeWord)
     : text_(text),

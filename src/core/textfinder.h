@@ -2,9 +2,6 @@
 
 #include "core/wqstring.h"
 
-/// True for a letter or digit; "_" is none.
-bool IsWordByte(char c);
-
 /// One text prepared for being looked for in many bytes. Finds what String::Search finds.
 /// Read-only once made: threads may share it.
 class TTextFinder {

@@ -1,6 +1,5 @@
 #include "core/wqstring.h"
 
-#include <ctype.h>
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
@@ -19,10 +18,6 @@ int Rounded(int n) { return (n / kStep + 1) * kStep; }
 size_t Size(int n) { return static_cast<size_t>(n); }
 
 int LengthOf(const char* text, int n) { return n == -1 ? static_cast<int>(strlen(text)) : n; }
-
-bool IsBlank(char c) { return static_cast<signed char>(c) <= 32; }
-
-bool IsWordByte(char c) { return isalnum(static_cast<unsigned char>(c)) != 0; }
 
 }  // namespace
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/bytes.h"
+
 /// A string of bytes: no encoding, embedded zero bytes allowed, case operations ASCII only.
 /// Positions are 1-based; 0 means "not found". A value belongs to one thread at a time.
 ///
@@ -77,8 +79,7 @@ class String {
 
   /// Removes `count` bytes from position `start`; positions outside the string change nothing.
   void Delete(int start, int count);
-  /// Removes blanks at both ends. Deliberate: a byte is read as a signed number and counts as blank
-  /// when it is <= 32, so 0x80 to 0xFF count too.
+  /// Removes blanks at both ends: IsBlank has 0x80 to 0xFF among them.
   String& Trim();
   /// Collapses runs of c. Deliberate: a run at the very start keeps two.
   String& RemoveRepeats(char c);
@@ -122,10 +123,6 @@ class TStrList {
   int* lengths = nullptr;
   char** items = nullptr;
 };
-
-/// ASCII case change of one byte; any other byte comes back unchanged.
-inline char UpCase(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
-inline char LoCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
 
 /// ASCII case change in place, up to the terminator or over exactly n bytes; returns s.
 char* strupper(char* s);

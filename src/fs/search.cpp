@@ -12,9 +12,7 @@
 
 namespace {
 
-bool IsHidden(const char* name) {
-  return name[0] == '.' && strcmp(name, ".") != 0 && strcmp(name, "..") != 0;
-}
+bool IsHidden(const char* name) { return name[0] == '.' && !IsDotName(name); }
 
 /// Attribute bits that the listing alone tells; the type may be missing from it.
 int AttributesFromListing(const dirent& entry) {
@@ -62,7 +60,8 @@ bool TakeEntry(const dirent& entry, TSearchRec& rec) {
   if (fstatat(folder, name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return false;
   int attributes = AttributesFromMode(facts.st_mode) | (IsHidden(name) ? AttrHidden : 0);
   if (excluded(attributes)) return false;
-  if (rec.ReadOnlySeen && faccessat(folder, name, W_OK, 0) != 0) attributes |= AttrReadOnly;
+  const bool seen = rec.ReadOnly == TReadOnly::kSeen || excluded(AttrReadOnly);
+  if (seen && faccessat(folder, name, W_OK, 0) != 0) attributes |= AttrReadOnly;
   if (excluded(attributes)) return false;
   rec.ByteSize = facts.st_size;
   rec.Attributes = attributes;
@@ -88,9 +87,10 @@ int FindFirst(const char* path, int attr, TSearchRec& rec) {
   return FindFirst(ExtractFilePath(whole), ExtractFileName(whole), attr, rec);
 }
 
-int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec) {
+int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec,
+              TReadOnly readOnly) {
   rec.ExcludeMask = ~static_cast<unsigned>(attr & AttrAny);
-  rec.ReadOnlySeen = (attr & kReadOnlyUnseen) == 0 || (attr & AttrReadOnly) == 0;
+  rec.ReadOnly = readOnly;
   rec.SearchDir = IncludeTrailingPathDelimiter(dir.Empty() ? GetCurrentDir() : dir);
   rec.SearchMask = mask;
   rec.DirStream = opendir(rec.SearchDir.CStr());

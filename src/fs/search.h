@@ -12,9 +12,15 @@ inline constexpr int AttrSystem = 0x04;     ///< neither a folder nor a regular 
 inline constexpr int AttrDirectory = 0x10;  ///< a folder, or a symbolic link to one
 inline constexpr int AttrSymLink = 0x40;    ///< a symbolic link
 inline constexpr int AttrAny = 0x3F;        ///< what a search may ask for
-/// Added to what a search asks for by callers that do not care whether entries are read-only: the
-/// bit is not looked up then, which saves a system call an entry.
-inline constexpr int kReadOnlyUnseen = 0x100;
+
+/// Whether a search tells AttrReadOnly of its entries. Callers that do not care spare a system call
+/// an entry; a search that does not ask for the bit looks it up all the same.
+enum class TReadOnly { kSeen, kUnseen };
+
+/// Whether the name is "." or "..".
+inline bool IsDotName(const char* name) {
+  return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
+}
 
 /// One found entry and the state of its search. FindClose ends the search; a copy shares the open
 /// stream, and only one of the copies may go on with it. One thread at a time.
@@ -28,7 +34,7 @@ struct TSearchRec {
   unsigned ExcludeMask = 0;  ///< attribute bits that disqualify an entry
   String SearchDir;          ///< ends in '/'
   String SearchMask;
-  bool ReadOnlySeen = true;  ///< whether AttrReadOnly is looked up
+  TReadOnly ReadOnly = TReadOnly::kSeen;
 };
 
 /// Starts a search for entries of `dir` (empty: the working directory) whose name matches `mask`
@@ -36,7 +42,8 @@ struct TSearchRec {
 /// Deliberate: symbolic links are never reported, whatever `attr` asks for.
 /// @return 0 with the first entry in rec; -1 when none matched (the stream is closed then);
 ///         errno when the folder cannot be opened
-int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec);
+int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec,
+              TReadOnly readOnly = TReadOnly::kSeen);
 /// The same with folder and mask in one path.
 int FindFirst(const char* path, int attr, TSearchRec& rec);
 /// The next entry: 0 found, -1 no more (the stream stays open).

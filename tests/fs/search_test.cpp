@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "fs/files.h"
+#include "fs/paths.h"
 #include "support/tempdir.h"
 #include "support/text.h"
 #include "support/workingfolder.h"
@@ -38,13 +39,15 @@ class SearchTest : public testing::Test {
     std::filesystem::create_symlink("nowhere", folder.Path("broken"));
   }
 
-  std::vector<std::string> Find(const std::string& mask, int attr) {
+  std::vector<std::string> Find(const std::string& mask, int attr,
+                                TReadOnly readOnly = TReadOnly::kSeen) {
     std::vector<std::string> names;
     found.clear();
     TSearchRec rec;
     const TSearchCloser closer(rec);
     const String path = ToString(folder.Path(mask));
-    for (int r = FindFirst(path.CStr(), attr, rec); r == 0; r = FindNext(rec)) {
+    for (int r = FindFirst(ExtractFilePath(path), ExtractFileName(path), attr, rec, readOnly);
+         r == 0; r = FindNext(rec)) {
       names.emplace_back(rec.EntryName);
       found[rec.EntryName] = rec.Attributes;
     }
@@ -96,9 +99,11 @@ TEST_F(SearchTest, LooksUpWhetherAnEntryIsReadOnlyUnlessToldNotTo) {
   const int readOnly = access(path.c_str(), W_OK) != 0 ? AttrReadOnly : 0;  // 0 for root
   Find("*.LOG", AttrAny);
   EXPECT_EQ(readOnly, found["B.LOG"]);
-  EXPECT_EQ(readOnly != 0 ? 0u : 1u, Find("*.LOG", kReadOnlyUnseen).size());
-  Find("*.LOG", AttrAny | kReadOnlyUnseen);
+  EXPECT_EQ(readOnly != 0 ? 0u : 1u, Find("*.LOG", 0, TReadOnly::kUnseen).size());
+  Find("*.LOG", AttrAny, TReadOnly::kUnseen);
   EXPECT_EQ(0, found["B.LOG"]);
+  Find("*.LOG", AttrAny + 0x100);
+  EXPECT_EQ(readOnly, found["B.LOG"]) << "other bits have no effect";
 }
 
 TEST_F(SearchTest, LeavesNothingOpenWithoutAnEntry) {

@@ -18,6 +18,7 @@
 #include "core/owned.h"
 #include "fs/files.h"
 #include "fs/paths.h"
+#include "fs/search.h"
 
 namespace {
 
@@ -131,7 +132,7 @@ class TFolderWalk {
   }
 
   void Note(const char* name, TLevel& level) {
-    if (!recurse_ || strcmp(name, ".") == 0 || strcmp(name, "..") == 0) return;
+    if (!recurse_ || IsDotName(name)) return;
     level.subfolders.append(name, strlen(name) + 1);
   }
 

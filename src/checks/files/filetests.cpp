@@ -1,7 +1,6 @@
 #include "checks/files/filetests.h"
 
 #include <stdint.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <time.h>
 
@@ -86,8 +85,7 @@ constexpr TCompareMode kCompareModes[] = {
 };
 
 bool IsSubfolder(const TSearchRec& rec) {
-  return (rec.Attributes & AttrDirectory) != 0 && strcmp(rec.EntryName, ".") != 0 &&
-         strcmp(rec.EntryName, "..") != 0;
+  return (rec.Attributes & AttrDirectory) != 0 && !IsDotName(rec.EntryName);
 }
 
 /// Whether CountFiles counts the entry found.
@@ -129,7 +127,7 @@ int64_t CountInFolder(const String& folder, const String& mask, TCountFilesMode 
   int64_t count = 0;
   bool matched = false;
   TSearchRec rec;
-  int found = FindFirst(folder, mask, AttrAny | kReadOnlyUnseen, rec);
+  int found = FindFirst(folder, mask, AttrAny, rec, TReadOnly::kUnseen);
   for (; found == 0; found = FindNext(rec)) {
     matched = true;
     if (Counts(rec, mode, value)) ++count;

@@ -38,8 +38,9 @@ String ChooseEntry(const String& folder, const TPathMacro& macro) {
   int64_t bestTime = 0;
   TSearchRec rec;
   const TSearchCloser closer(rec);
-  for (int r = FindFirst(folder, "*", AttrAny | kReadOnlyUnseen, rec); r == 0; r = FindNext(rec)) {
-    if (strcmp(rec.EntryName, ".") == 0 || strcmp(rec.EntryName, "..") == 0) continue;
+  for (int r = FindFirst(folder, "*", AttrAny, rec, TReadOnly::kUnseen); r == 0;
+       r = FindNext(rec)) {
+    if (IsDotName(rec.EntryName)) continue;
     if (((rec.Attributes & AttrDirectory) != 0) != macro.folders) continue;
     const bool better = macro.newest ? rec.ModifiedTime > bestTime : rec.ModifiedTime < bestTime;
     // Deliberate: the time 0 stands for "none chosen yet", so an entry of that age gives way to
@@ -76,6 +77,6 @@ String GetFirstMatchedFile(const String& mask) {
   const String folder = ExtractFilePath(mask);
   TSearchRec rec;
   const TSearchCloser closer(rec);
-  if (FindFirst(folder, ExtractFileName(mask), kNoFolders | kReadOnlyUnseen, rec) != 0) return "";
+  if (FindFirst(folder, ExtractFileName(mask), kNoFolders, rec, TReadOnly::kUnseen) != 0) return "";
   return folder + rec.EntryName;
 }

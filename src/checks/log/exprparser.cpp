@@ -38,9 +38,8 @@ struct TExprParser::TCursor {
   int Left() const { return static_cast<int>(end - at); }
   /// Removes blanks at both ends, as String::Trim has them.
   void Trim() {
-    const auto blank = [](char c) { return static_cast<signed char>(c) <= 32; };
-    while (at < end && blank(*at)) ++at;
-    while (end > at && blank(end[-1])) --end;
+    while (at < end && IsBlank(*at)) ++at;
+    while (end > at && IsBlank(end[-1])) --end;
   }
 };
 
