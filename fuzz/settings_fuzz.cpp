@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "config/settingkeys.h"
-#include "config/settings.h"
+#include "config/settingsrecord.h"
+#include "config/tempfolder.h"
 #include "core/owned.h"
 #include "fuzz.h"
 

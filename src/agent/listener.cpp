@@ -12,10 +12,6 @@ namespace {
 constexpr int kListenTries = 3;
 constexpr unsigned kListenPauseSec = 1;
 
-void StorePort(TQovSettings& settings, const void* port) {
-  settings.port = *static_cast<const int*>(port);
-}
-
 }  // namespace
 
 int Listen(unsigned int& addressLength, String& error) {
@@ -57,7 +53,7 @@ bool TListener::FollowPort() {
     return true;
   }
   showmessage("Error: cannot open new port for listening\n", kNoPeer, msgFail, 0);
-  ChangeSettings(&StorePort, &oldPort);
+  ChangeSettings([=](TQovSettings& settings) { settings.port = oldPort; });
   if (!Open(error)) {
     showmessage("Cannot open original port either. Terminating\n", kNoPeer, msgFail, 0);
     return false;

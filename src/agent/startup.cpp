@@ -16,6 +16,7 @@
 #include "agent/signals.h"
 #include "checks/process/runner.h"
 #include "config/settings.h"
+#include "config/tempfolder.h"
 
 namespace {
 

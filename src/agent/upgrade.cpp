@@ -10,6 +10,7 @@
 
 #include "agent/flags.h"
 #include "config/settings.h"
+#include "config/tempfolder.h"
 #include "fs/files.h"
 #include "fs/paths.h"
 #include "protocol/qov_const.h"
@@ -52,7 +53,7 @@ int Fail(UpgradeRec& rec, String& error, const char* text) {
 }
 
 int OpenTempFile(UpgradeRec& rec, String& error) {
-  rec.tempPath = IncludeTrailingPathDelimiter(TempFolder()) + "qov__.upd";
+  rec.tempPath = IncludeTrailingPathDelimiter(TempFolder().value_or("")) + "qov__.upd";
   rec.file = CreateFreshStream(rec.tempPath);
   if (rec.file == nullptr) return Fail(rec, error, "Cannot create temp file");
   // Unbuffered, so that a disk without room shows in the write and not in the close, where it would
@@ -112,7 +113,7 @@ int Complete(UpgradeRec& rec, const char* trailer, int length, String& error) {
     DeleteFile(rec.tempPath.CStr());
     return Fail(rec, error, "Wrong CRC");
   }
-  const String script = TempFolder() + "/qovupd__.sh";
+  const String script = TempFolder().value_or("") + "/qovupd__.sh";
   if (WriteScript(script, rec.tempPath, error)) {
     // The claim stays with the two files until the script runs: another session would put its own
     // in their place.

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "config/settingslines.h"
+#include "config/settingsrecord.h"
 #include "core/iplib.h"
 #include "core/owned.h"
 #include "fs/files.h"

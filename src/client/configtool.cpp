@@ -7,7 +7,7 @@
 #include "client/configcheck.h"
 #include "client/failure.h"
 #include "client/tools.h"
-#include "config/settingkeys.h"
+#include "config/settingsrecord.h"
 
 using TJson = nlohmann::ordered_json;
 

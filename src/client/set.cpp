@@ -5,6 +5,7 @@
 #include "client/json.h"
 #include "client/setkeys.h"
 #include "client/tools.h"
+#include "config/remotekeys.h"
 
 namespace {
 struct TSetArguments {
@@ -34,7 +35,7 @@ static int Set(const TControlRun& run, const TSetArguments& arguments) {
 
 static std::string KeyList() {
   std::string text = "Keys:\n";
-  for (const TSetKey& key : SetKeys()) text += std::string("  ") + key.name + '\n';
+  for (const TRemoteKey& key : kRemoteKeys) text += std::string("  ") + key.name + '\n';
   return text + "Switches take on or off; IPFilterAddr takes items separated by blanks.\n";
 }
 

@@ -4,47 +4,7 @@
 
 #include "client/failure.h"
 #include "client/vxwire.h"
-
-const std::vector<TSetKey>& SetKeys() {
-  static const std::vector<TSetKey> keys = {{"Comment", setText},
-                                            {"Port", setWhole},
-                                            {"Timeout", setWhole},
-                                            {"Password", setText},
-                                            {"LogOkConn", setFlag},
-                                            {"LogBadConn", setFlag},
-                                            {"OkLogFile", setText},
-                                            {"BadLogFile", setText},
-                                            {"Ping", setFlag},
-                                            {"TCP", setFlag},
-                                            {"UDP", setFlag},
-                                            {"UNC", setFlag},
-                                            {"Drive Space", setFlag},
-                                            {"Folder Size", setFlag},
-                                            {"Count Files", setFlag},
-                                            {"File Availability", setFlag},
-                                            {"File Compare", setFlag},
-                                            {"Text Log", setFlag},
-                                            {"File Integrity", setFlag},
-                                            {"Process", setFlag},
-                                            {"Service", setFlag},
-                                            {"NT Event Log", setFlag},
-                                            {"CPU Usage", setFlag},
-                                            {"Perf Counter", setFlag},
-                                            {"Script", setFlag},
-                                            {"External", setFlag},
-                                            {"SNMP", setFlag},
-                                            {"Execute external command", setFlag},
-                                            {"TCP/UDP send", setFlag},
-                                            {"Syslog", setFlag},
-                                            {"IPFiltering", setFlag},
-                                            {"IPFilterAddr", setList},
-                                            {"IPFilterMarks", setText},
-                                            {"AllowUpdates", setFlag},
-                                            {"AllowRManage", setFlag},
-                                            {"UpdateAddr", setText},
-                                            {"ManageAddr", setText}};
-  return keys;
-}
+#include "config/remotekeys.h"
 
 static std::string FlagValue(const std::string& key, const std::string& value) {
   for (const char* on : {"1", "on", "yes"}) {
@@ -73,15 +33,15 @@ static std::string ListValue(const std::string& value) {
   return EncodeText(out);
 }
 
-static std::string WireValue(const TSetKey& key, const std::string& value) {
+static std::string WireValue(const TRemoteKey& key, const std::string& value) {
   switch (key.form) {
-    case setFlag:
+    case formFlag:
       return FlagValue(key.name, value);
-    case setWhole:
+    case formNumber:
       return WholeValue(key.name, value);
-    case setList:
+    case formLines:
       return ListValue(value);
-    case setText:
+    default:
       break;
   }
   if (value.find_first_of("\r\n") != std::string::npos) {
@@ -97,7 +57,7 @@ std::string SetLine(const std::string& assignment) {
   if (strcasecmp(name.c_str(), "Password") == 0) {
     throw TUsageFailure("a password does not belong into arguments: use --new-password-file");
   }
-  for (const TSetKey& key : SetKeys()) {
+  for (const TRemoteKey& key : kRemoteKeys) {
     if (strcasecmp(key.name, name.c_str()) == 0) {
       return std::string(key.name) + '=' + WireValue(key, assignment.substr(equals + 1));
     }

@@ -3,11 +3,12 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 
 #include "client/failure.h"
-#include "config/settings.h"
+#include "config/settingsrecord.h"
 
 static std::string Bytes(const String& text) {
   return std::string(text.CStr(), static_cast<size_t>(text.Length()));

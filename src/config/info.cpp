@@ -2,6 +2,7 @@
 
 #include <sys/utsname.h>
 
+#include "config/remotekeys.h"
 #include "config/settings.h"
 #include "config/status.h"
 #include "protocol/resultcodes.h"
@@ -34,71 +35,6 @@ constexpr TReported kActions[] = {
     {"Execute external command", &TQovSettings::executeaction},
     {"TCP/UDP send", &TQovSettings::tcpudpaction},
     {"Syslog", &TQovSettings::syslogaction},
-};
-
-/// A setting that "SetSettings" stores. `text` is null for a number.
-struct TRemoteKey {
-  const char* name;  ///< compared exactly
-  String TQovSettings::*text;
-  int TQovSettings::*number;
-  String (*decodeText)(const String& value);
-  int (*decodeNumber)(String value);
-};
-
-String AsItStands(const String& value) { return value; }
-
-constexpr TRemoteKey Text(const char* name, String TQovSettings::*field) {
-  return {name, field, nullptr, AsItStands, nullptr};
-}
-constexpr TRemoteKey Lines(const char* name, String TQovSettings::*field) {
-  return {name, field, nullptr, qovDecodeStrings, nullptr};
-}
-constexpr TRemoteKey Number(const char* name, int TQovSettings::*field) {
-  return {name, nullptr, field, nullptr, qovDecodeInt};
-}
-constexpr TRemoteKey Flag(const char* name, int TQovSettings::*field) {
-  return {name, nullptr, field, nullptr, qovDecodeBool};
-}
-
-// Deliberate: "Shell Script" is reported but cannot be set from afar.
-constexpr TRemoteKey kRemoteKeys[] = {
-    Text("Comment", &TQovSettings::comment),
-    Number("Port", &TQovSettings::port),
-    Number("Timeout", &TQovSettings::timeout),
-    Text("Password", &TQovSettings::password),
-    Flag("LogOkConn", &TQovSettings::logsuccess),
-    Flag("LogBadConn", &TQovSettings::logfails),
-    Text("OkLogFile", &TQovSettings::oklogfile),
-    Text("BadLogFile", &TQovSettings::badlogfile),
-    Flag("Ping", &TQovSettings::ping),
-    Flag("TCP", &TQovSettings::tcp),
-    Flag("UDP", &TQovSettings::udp),
-    Flag("UNC", &TQovSettings::unc),
-    Flag("Drive Space", &TQovSettings::freespace),
-    Flag("Folder Size", &TQovSettings::foldersize),
-    Flag("Count Files", &TQovSettings::countfiles),
-    Flag("File Availability", &TQovSettings::fileexists),
-    Flag("File Compare", &TQovSettings::comparefiles),
-    Flag("Text Log", &TQovSettings::textlog),
-    Flag("File Integrity", &TQovSettings::filecrc),
-    Flag("Process", &TQovSettings::process),
-    Flag("Service", &TQovSettings::service),
-    Flag("NT Event Log", &TQovSettings::ntlog),
-    Flag("CPU Usage", &TQovSettings::cpuusage),
-    Flag("Perf Counter", &TQovSettings::perfcounter),
-    Flag("Script", &TQovSettings::script),
-    Flag("External", &TQovSettings::external),
-    Flag("SNMP", &TQovSettings::snmp),
-    Flag("Execute external command", &TQovSettings::executeaction),
-    Flag("TCP/UDP send", &TQovSettings::tcpudpaction),
-    Flag("Syslog", &TQovSettings::syslogaction),
-    Flag("IPFiltering", &TQovSettings::filteractive),
-    Lines("IPFilterAddr", &TQovSettings::filterlist),
-    Text("IPFilterMarks", &TQovSettings::filtermarks),
-    Flag("AllowUpdates", &TQovSettings::allowupdates),
-    Flag("AllowRManage", &TQovSettings::allowmanage),
-    Text("UpdateAddr", &TQovSettings::updateaddr),
-    Text("ManageAddr", &TQovSettings::manageaddr),
 };
 
 const char* FlagText(int flag) { return flag != 0 ? "1" : "0"; }
@@ -170,30 +106,30 @@ void AddSettings(QovReply& reply, const TQovSettings& settings) {
   AddText(reply, "ManageAddr", settings.manageaddr);
 }
 
-const TRemoteKey* FindRemoteKey(const String& name) {
-  for (const TRemoteKey& key : kRemoteKeys) {
-    if (name == key.name) return &key;
+void Store(TQovSettings& settings, const TRemoteKey& key, const String& value) {
+  if (key.form == formFlag) {
+    settings.*key.number = qovDecodeBool(value);
+  } else if (key.form == formNumber) {
+    settings.*key.number = qovDecodeInt(value);
+  } else {
+    settings.*key.text = key.form == formLines ? qovDecodeStrings(value) : value;
   }
-  return nullptr;
 }
 
 void Assign(TQovSettings& settings, const String& parameter) {
   const int equals = parameter.Pos('=');
   if (equals == 0) return;
-  const TRemoteKey* key = FindRemoteKey(parameter.Copy(1, equals - 1).Trim());
-  if (key == nullptr) return;
-  const String value = parameter.Copy(equals + 1, parameter.Length()).Trim();
-  if (key->text != nullptr) {
-    settings.*key->text = key->decodeText(value);
-  } else {
-    settings.*key->number = key->decodeNumber(value);
+  const String name = parameter.Copy(1, equals - 1).Trim();
+  for (const TRemoteKey& key : kRemoteKeys) {
+    if (name == key.name) {
+      return Store(settings, key, parameter.Copy(equals + 1, parameter.Length()).Trim());
+    }
   }
 }
 
 /// Assigns the parameters in their order. The lines are walked rather than asked for by number, and
 /// none is kept, so that many of them cost linear time and no memory.
-void AssignAll(TQovSettings& settings, const void* context) {
-  const VxRequest& params = *static_cast<const VxRequest*>(context);
+void AssignAll(TQovSettings& settings, const VxRequest& params) {
   int done = 0;
   // Deliberate: what stands behind the last line feed is no parameter.
   while (const int length = mempos(params.CStr() + done, params.Length() - done, "\n", 1)) {
@@ -214,7 +150,7 @@ void GetAgentSettings(const VxRequest&, QovReply& reply) {
 
 void SetAgentSettings(const VxRequest& params, QovReply& reply) {
   String err;
-  if (ChangeAndSaveSettings(AssignAll, &params, err) != 0) {
+  if (ChangeAndSaveSettings([&](TQovSettings& settings) { AssignAll(settings, params); }, err)) {
     reply.SetResult(kResultDone);
   } else {
     reply.SetResult(kResultFailed) += err;

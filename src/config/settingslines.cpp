@@ -62,9 +62,3 @@ bool TSettingsLines::Next(TSettingsLine& line) {
   done_ += count;
   return true;
 }
-
-const TSettingKey* FindSettingKey(const String& name) {
-  const auto* found = std::find_if(std::begin(kSettingKeys), std::end(kSettingKeys),
-                                   [&](const TSettingKey& key) { return name == key.name; });
-  return found == std::end(kSettingKeys) ? nullptr : found;
-}

@@ -2,7 +2,7 @@
 
 #include <sys/stat.h>
 
-#include "config/settingkeys.h"
+#include "core/wqstring.h"
 
 /// Most bytes of a line, its end included, that are read at once; a longer line is read in pieces,
 /// each taken as a line of its own.
@@ -36,6 +36,3 @@ class TSettingsLines {
   int done_ = 0;
   int number_ = 1;
 };
-
-/// The row of a key in lower case; null for an unknown one.
-const TSettingKey* FindSettingKey(const String& name);

@@ -56,12 +56,10 @@ TEST_F(DispatchTest, AnswersWhatItCannotRun) {
 }
 
 TEST_F(DispatchTest, ReadsTheAnnouncedSizeSaturated) {
-  ChangeSettings(
-      [](TQovSettings& settings, const void*) {
-        settings.allowupdates = 1;
-        settings.updateaddr = "127.0.0.1";
-      },
-      nullptr);
+  ChangeSettings([](TQovSettings& settings) {
+    settings.allowupdates = 1;
+    settings.updateaddr = "127.0.0.1";
+  });
   for (const char* size : {"100", "10485760", "nan", "inf", "-inf", "1e400", "-1", "", "-1e300"}) {
     SCOPED_TRACE(size);
     UpgradeRec fresh;

@@ -25,7 +25,7 @@ class MessagesTest : public testing::Test {
   }
   ~MessagesTest() override {
     SetMessageSink(nullptr);
-    ChangeSettings([](TQovSettings& settings, const void*) { settings = TQovSettings(); }, nullptr);
+    ChangeSettings([](TQovSettings& settings) { settings = TQovSettings(); });
   }
 
   struct TSwitches {
@@ -34,21 +34,17 @@ class MessagesTest : public testing::Test {
     const char* okLog = "ok.log";
   };
   void Change(TSwitches switches) {
-    const std::pair<const TTempDir*, TSwitches> context(&folder, switches);
-    ChangeSettings(
-        [](TQovSettings& settings, const void* data) {
-          const auto& given = *static_cast<const std::pair<const TTempDir*, TSwitches>*>(data);
-          snprintf(settings.configfile, sizeof settings.configfile, "%s",
-                   given.first->Path("qov.cfg").c_str());
-          settings.logsuccess = given.second.success;
-          settings.logfails = given.second.fails;
-          settings.verbose = given.second.verbose;
-          settings.debug = given.second.debug;
-          settings.oklogfile = given.second.okLog;
-          settings.badlogfile = "bad.log";
-          settings.verboselogfile = "all.log";
-        },
-        &context);
+    ChangeSettings([&](TQovSettings& settings) {
+      snprintf(settings.configfile, sizeof settings.configfile, "%s",
+               folder.Path("qov.cfg").c_str());
+      settings.logsuccess = switches.success;
+      settings.logfails = switches.fails;
+      settings.verbose = switches.verbose;
+      settings.debug = switches.debug;
+      settings.oklogfile = switches.okLog;
+      settings.badlogfile = "bad.log";
+      settings.verboselogfile = "all.log";
+    });
   }
   std::string Log(const char* name) const { return ReadFile(folder.Path(name)); }
 

@@ -26,12 +26,9 @@ class ProcTest : public testing::Test {
 
   /// Makes one path the script of all three settings.
   static void UseScript(const std::string& path) {
-    ChangeSettings(
-        [](TQovSettings& settings, const void* script) {
-          settings.proccntscript = settings.cpuusagescript = settings.proclistscript =
-              static_cast<const char*>(script);
-        },
-        path.c_str());
+    ChangeSettings([&](TQovSettings& settings) {
+      settings.proccntscript = settings.cpuusagescript = settings.proclistscript = path.c_str();
+    });
   }
   std::string Ask(THandler handler, const std::string& script, const TParams& params = {}) {
     const std::string path = dir_.File("script", script);

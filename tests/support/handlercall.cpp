@@ -6,20 +6,14 @@
 
 namespace {
 
-struct TEnables {
-  int all;
-  int TQovSettings::*but;
-};
-
-void SetEnables(TQovSettings& settings, const void* context) {
-  const TEnables& enables = *static_cast<const TEnables*>(context);
+void SetEnables(TQovSettings& settings, int all, int TQovSettings::*but) {
   for (int TQovSettings::*flag :
        {&TQovSettings::unc, &TQovSettings::foldersize, &TQovSettings::countfiles,
         &TQovSettings::fileexists, &TQovSettings::filecrc, &TQovSettings::comparefiles,
         &TQovSettings::process, &TQovSettings::cpuusage, &TQovSettings::external,
         &TQovSettings::tcp, &TQovSettings::udp, &TQovSettings::textlog, &TQovSettings::shellscript,
         &TQovSettings::executeaction, &TQovSettings::tcpudpaction, &TQovSettings::syslogaction}) {
-    settings.*flag = flag == enables.but ? !enables.all : enables.all;
+    settings.*flag = flag == but ? !all : all;
   }
 }
 
@@ -47,11 +41,9 @@ void ExpectReplies(THandler handler, const std::vector<TCall>& calls) {
 }
 
 TEnabledTests::TEnabledTests(int enabled, int TQovSettings::*but) {
-  const TEnables enables{enabled, but};
-  ChangeSettings(SetEnables, &enables);
+  ChangeSettings([=](TQovSettings& settings) { SetEnables(settings, enabled, but); });
 }
 
 TEnabledTests::~TEnabledTests() {
-  const TEnables off{0, nullptr};
-  ChangeSettings(SetEnables, &off);
+  ChangeSettings([](TQovSettings& settings) { SetEnables(settings, 0, nullptr); });
 }

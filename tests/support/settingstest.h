@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "config/settingkeys.h"
+#include "config/settings.h"
 #include "support/tempdir.h"
 #include "support/text.h"
 

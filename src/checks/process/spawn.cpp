@@ -18,7 +18,7 @@
 
 #include "checks/process/runner.h"
 #include "checks/process/tempfile.h"
-#include "config/settings.h"
+#include "config/tempfolder.h"
 #include "core/owned.h"
 
 // The C library's clone by the name that no sanitizer intercepts: ThreadSanitizer's wrapper takes
@@ -205,14 +205,14 @@ std::vector<std::string> CandidatePaths(const char* program) {
 /// are: nothing changes the environment once threads run.
 std::vector<char*> ChildEnvironment(std::string& tmpdirEntry) {
   constexpr char kName[] = "TMPDIR=";
-  const String folder = TempFolder();
+  const std::optional<String> folder = TempFolder();
   std::vector<char*> result;
   for (char** entry = environ; *entry != nullptr; ++entry) {
-    const bool replaced = !folder.Empty() && strncmp(*entry, kName, sizeof(kName) - 1) == 0;
+    const bool replaced = folder && strncmp(*entry, kName, sizeof(kName) - 1) == 0;
     if (!replaced) result.push_back(*entry);
   }
-  if (!folder.Empty()) {
-    tmpdirEntry = std::string(kName) + folder.CStr();
+  if (folder) {
+    tmpdirEntry = std::string(kName) + folder->CStr();
     result.push_back(tmpdirEntry.data());
   }
   result.push_back(nullptr);

@@ -10,7 +10,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "config/settings.h"
+#include "config/tempfolder.h"
 #include "fs/files.h"
 
 std::mutex fidmutex;
@@ -69,8 +69,7 @@ int64_t GetUniqueThreadID() {
 int gettempfilename(char* buf, int size, const char* name) {
   if (buf == nullptr || size < kMinimumSize) return 0;
   buf[0] = 0;
-  String folder = TempFolder();
-  folder += folder.Empty() ? "./" : "/";
+  const String folder = TempFolder().value_or(".") + "/";
   if (folder.Length() + kMinimumSize > size) return 0;
   AppendCut(buf, size, folder.CStr());
   if (name != nullptr) {

@@ -1,17 +1,22 @@
+#include "config/settingsrecord.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <iterator>
 
-#include "config/settings.h"
 #include "config/settingslines.h"
+#include "config/tempfolder.h"
 #include "core/owned.h"
 #include "fs/files.h"
 #include "fs/paths.h"
 #include "protocol/qov_const.h"
+
+TQovSettings QovSettings;
 
 namespace {
 
@@ -78,6 +83,43 @@ String MandatoryFaults(const TQovSettings& record) {
     faults += "  Invalid path to the agent!\n";
   }
   return faults;
+}
+
+// Putting right
+
+/// CR LF, then each item of `list` that is marked '1' and CR LF. `err` is set, and the rest left
+/// out, when the marks outnumber the items.
+String EffectiveFilter(const String& list, const String& marks, String& err) {
+  String filter = "\r\n";
+  int done = 0;
+  for (int i = 1; i <= marks.Length(); ++i) {
+    const int rest = list.Length() - done;
+    const int end = mempos(list.CStr() + done, rest, "\n", 1);
+    String item(list.CStr() + done, end != 0 ? end - 1 : rest);
+    done += end != 0 ? end : rest;
+    if (item.Trim().Empty()) {
+      err = "FilterMarks has less items than FilterList";
+      break;
+    }
+    if (marks[i] == '1') (filter += item) += "\r\n";
+  }
+  return filter;
+}
+
+/// Deliberate: an empty name is completed too, so a script that is not set is one that does not
+/// exist.
+void CompleteScript(String& script, const String& agentFolder) {
+  if (ExtractFilePath(script).Empty()) script = agentFolder + "/" + script;
+}
+
+/// `wanted`, else the folder of the environment, else "."; without a delimiter at its end.
+String SettledTempFolder(const String& wanted) {
+  String folder = wanted;
+  if (folder.Empty() || !DirectoryExists(folder.CStr())) {
+    folder = TempFolder().value_or("");
+    if (!DirectoryExists(folder.CStr())) folder = ".";
+  }
+  return ExcludeTrailingPathDelimiter(folder);
 }
 
 // Writing
@@ -199,6 +241,12 @@ void SyncFolderOf(const String& path) {
 
 }  // namespace
 
+const TSettingKey* FindSettingKey(const String& name) {
+  const auto* found = std::find_if(std::begin(kSettingKeys), std::end(kSettingKeys),
+                                   [&](const TSettingKey& key) { return name == key.name; });
+  return found == std::end(kSettingKeys) ? nullptr : found;
+}
+
 int TQovSettings::LoadOptions_(String& err) {
   err = "";
   SetDefaults(*this);
@@ -217,6 +265,18 @@ int TQovSettings::LoadOptions_(String& err) {
   const String faults = MandatoryFaults(*this);
   err += faults;
   return faults.Empty() ? 1 : 0;
+}
+
+void TQovSettings::PutRight(String& err) {
+  effectivefilter = EffectiveFilter(filterlist, filtermarks, err);
+  const String agentFolder = ExtractFilePath(qovpath);
+  if (!agentFolder.Empty()) {
+    CompleteScript(cpuusagescript, agentFolder);
+    CompleteScript(proclistscript, agentFolder);
+    CompleteScript(proccntscript, agentFolder);
+  }
+  tmpdir = SettledTempFolder(tmpdir);
+  SettleTempFolder(tmpdir);
 }
 
 int TQovSettings::SaveOptions_(String& err) {
