@@ -11,8 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/agentprocess.h"
-#include "support/rawpeer.h"
+#include "support/process.h"
 
 namespace {
 

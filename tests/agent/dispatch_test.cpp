@@ -4,8 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "config/settings.h"
-#include "support/messagecapture.h"
-#include "support/text.h"
+#include "support/scopes.h"
 
 namespace {
 

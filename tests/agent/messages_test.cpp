@@ -12,7 +12,7 @@
 #include "config/settings.h"
 #include "core/message.h"
 #include "core/owned.h"
-#include "support/tempdir.h"
+#include "support/scopes.h"
 
 namespace {
 

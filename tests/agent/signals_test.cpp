@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "agent/flags.h"
-#include "support/messagecapture.h"
+#include "support/scopes.h"
 
 namespace {
 

@@ -5,10 +5,8 @@
 
 #include "core/iplib.h"
 #include "support/handlercall.h"
-#include "support/loopbackpeer.h"
-#include "support/rawpeer.h"
-#include "support/tempdir.h"
-#include "support/text.h"
+#include "support/peers.h"
+#include "support/scopes.h"
 
 namespace {
 

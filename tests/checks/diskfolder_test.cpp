@@ -12,9 +12,7 @@
 #include <fstream>
 
 #include "support/handlercall.h"
-#include "support/tempdir.h"
-#include "support/text.h"
-#include "support/workingfolder.h"
+#include "support/scopes.h"
 
 namespace {
 

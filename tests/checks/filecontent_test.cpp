@@ -7,8 +7,7 @@
 #include <algorithm>
 #include <random>
 
-#include "support/tempdir.h"
-#include "support/text.h"
+#include "support/scopes.h"
 
 namespace {
 

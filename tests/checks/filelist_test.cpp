@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "support/handlercall.h"
-#include "support/tempdir.h"
+#include "support/scopes.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <filesystem>
 
 #include "support/handlercall.h"
-#include "support/tempdir.h"
+#include "support/scopes.h"
 
 namespace {
 

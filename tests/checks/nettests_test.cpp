@@ -5,8 +5,7 @@
 #include <stdio.h>
 
 #include "support/handlercall.h"
-#include "support/loopbackpeer.h"
-#include "support/rawpeer.h"
+#include "support/peers.h"
 
 using testing::MatchesRegex;
 

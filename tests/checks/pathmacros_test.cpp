@@ -5,8 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/tempdir.h"
-#include "support/text.h"
+#include "support/scopes.h"
 
 namespace {
 

@@ -11,9 +11,8 @@
 #include <vector>
 
 #include "config/settings.h"
-#include "support/environment.h"
 #include "support/handlercall.h"
-#include "support/tempdir.h"
+#include "support/scopes.h"
 
 namespace {
 

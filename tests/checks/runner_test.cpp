@@ -14,9 +14,7 @@
 #include <vector>
 
 #include "checks/process/arguments.h"
-#include "support/environment.h"
-#include "support/tempdir.h"
-#include "support/text.h"
+#include "support/scopes.h"
 
 namespace {
 

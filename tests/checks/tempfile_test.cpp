@@ -7,8 +7,7 @@
 
 #include <string>
 
-#include "support/environment.h"
-#include "support/tempdir.h"
+#include "support/scopes.h"
 
 namespace {
 

@@ -14,8 +14,7 @@
 #include "checks/log/exprparser.h"
 #include "fs/files.h"
 #include "support/handlercall.h"
-#include "support/tempdir.h"
-#include "support/text.h"
+#include "support/scopes.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include "core/iplib.h"
 #include "core/owned.h"
-#include "support/rawpeer.h"
-#include "support/settingstest.h"
+#include "support/peers.h"
+#include "support/scopes.h"
 
 namespace {
 

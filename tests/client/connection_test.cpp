@@ -4,8 +4,7 @@
 
 #include "client/vxwire.h"
 #include "core/iplib.h"
-#include "support/loopbackpeer.h"
-#include "support/rawpeer.h"
+#include "support/peers.h"
 
 TEST(Connection, TellsEveryEndOfAnExchange) {
   const std::string request = BuildRequest("pw", "k1", "GetInfo\n\r");

@@ -8,7 +8,7 @@
 #include "client/packetfile.h"
 #include "client/setkeys.h"
 #include "client/vxwire.h"
-#include "support/tempdir.h"
+#include "support/scopes.h"
 
 using TLines = std::vector<std::string>;
 

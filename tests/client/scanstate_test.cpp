@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "support/tempdir.h"
+#include "support/scopes.h"
 
 static const TCommand& Log() { return *FindCommand("text-log"); }
 static const TGiven kGiven = {{"FILE", "/l"}, {"--find", "two\nlines"}};

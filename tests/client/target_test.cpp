@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 
 #include "client/failure.h"
-#include "support/tempdir.h"
+#include "support/scopes.h"
 
 class TargetTest : public testing::Test {
  protected:

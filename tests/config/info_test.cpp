@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "config/status.h"
-#include "support/settingstest.h"
+#include "support/scopes.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "built.h"
 #include "config/settingslines.h"
-#include "support/settingstest.h"
+#include "support/scopes.h"
 
 namespace {
 

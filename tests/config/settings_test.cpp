@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "config/tempfolder.h"
-#include "support/settingstest.h"
+#include "support/scopes.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <random>
 #include <tuple>
 
-#include "support/settingstest.h"
+#include "support/scopes.h"
 
 namespace {
 

@@ -15,8 +15,7 @@
 
 #include "core/owned.h"
 #include "core/syncsocket.h"
-#include "support/loopbackpeer.h"
-#include "support/rawpeer.h"
+#include "support/peers.h"
 #include "support/text.h"
 
 namespace {

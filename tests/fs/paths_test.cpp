@@ -6,9 +6,7 @@
 #include <array>
 #include <utility>
 
-#include "support/tempdir.h"
-#include "support/text.h"
-#include "support/workingfolder.h"
+#include "support/scopes.h"
 
 TEST(PathsTest, TakesPathsApart) {
   const std::array<const char*, 6> cases[] = {

@@ -17,9 +17,7 @@
 
 #include "fs/files.h"
 #include "fs/paths.h"
-#include "support/tempdir.h"
-#include "support/text.h"
-#include "support/workingfolder.h"
+#include "support/scopes.h"
 
 using testing::UnorderedElementsAre;
 

@@ -7,8 +7,7 @@
 #include <thread>
 
 #include "client/vxwire.h"
-#include "support/messagecapture.h"
-#include "support/text.h"
+#include "support/scopes.h"
 
 namespace {
 

@@ -6,8 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "support/agentprocess.h"
-#include "support/await.h"
+#include "support/process.h"
 
 namespace {
 

@@ -7,10 +7,7 @@
 #include "built.h"
 #include "client/commands.h"
 #include "client/upgrade.h"
-#include "support/agentprocess.h"
-#include "support/loopbackpeer.h"
-#include "support/programrun.h"
-#include "support/rawpeer.h"
+#include "support/process.h"
 
 using testing::HasSubstr;
 using testing::StartsWith;

@@ -9,8 +9,7 @@
 #include <filesystem>
 
 #include "built.h"
-#include "support/agentprocess.h"
-#include "support/rawpeer.h"
+#include "support/process.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "built.h"
-#include "support/agentprocess.h"
+#include "support/process.h"
 
 namespace {
 

@@ -3,9 +3,7 @@
 
 #include <thread>
 
-#include "support/agentprocess.h"
-#include "support/await.h"
-#include "support/rawpeer.h"
+#include "support/process.h"
 
 namespace {
 

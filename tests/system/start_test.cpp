@@ -2,8 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/agentprocess.h"
-#include "support/rawpeer.h"
+#include "support/process.h"
 
 namespace {
 

@@ -9,12 +9,7 @@
 #include <random>
 
 #include "built.h"
-#include "support/agentprocess.h"
-#include "support/await.h"
-#include "support/environment.h"
-#include "support/mounts.h"
-#include "support/probe.h"
-#include "support/rawpeer.h"
+#include "support/process.h"
 
 namespace fs = std::filesystem;
 

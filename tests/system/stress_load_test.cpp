@@ -5,12 +5,7 @@
 #include <sys/socket.h>
 
 #include "core/owned.h"
-#include "support/agentprocess.h"
-#include "support/await.h"
-#include "support/loopbackpeer.h"
-#include "support/mounts.h"
-#include "support/probe.h"
-#include "support/rawpeer.h"
+#include "support/process.h"
 
 namespace {
 

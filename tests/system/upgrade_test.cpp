@@ -10,12 +10,7 @@
 #include <thread>
 
 #include "built.h"
-#include "support/agentprocess.h"
-#include "support/await.h"
-#include "support/mounts.h"
-#include "support/probe.h"
-#include "support/rawpeer.h"
-#include "support/text.h"
+#include "support/process.h"
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;

@@ -1,0 +1,129 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "config/settings.h"
+#include "core/message.h"
+#include "core/owned.h"
+#include "support/text.h"
+
+/// What belongs to one place: a scope is neither copied nor moved.
+class TScope {
+ public:
+  TScope() = default;
+  TScope(const TScope&) = delete;
+  TScope& operator=(const TScope&) = delete;
+};
+
+/// A folder of its own, removed with everything in it at the end. Its path has no '/' at the end.
+class TTempDir : TScope {
+ public:
+  TTempDir();
+  ~TTempDir();
+
+  const std::string& Path() const { return path_; }
+  /// Full path of `name` in the folder; nothing is created.
+  std::string Path(std::string_view name) const { return path_ + '/' + std::string(name); }
+  /// Writes a file, making the folders of `name` where they are missing; returns its full path.
+  std::string File(std::string_view name, std::string_view content = "") const;
+  /// Makes a folder and those above it; returns its full path.
+  std::string Folder(std::string_view name) const;
+
+ private:
+  std::string path_;
+};
+
+/// The whole content of a file, "" when it cannot be read.
+std::string ReadFile(const std::string& path);
+
+/// Sets an environment variable (null: unsets it) and restores it at the end.
+class TEnvironment : TScope {
+ public:
+  TEnvironment(const char* name, const char* value);
+  ~TEnvironment();
+
+ private:
+  const char* const name_;
+  std::optional<std::string> former_;
+};
+
+/// Changes the working folder and goes back at the end.
+class TWorkingFolder : TScope {
+ public:
+  explicit TWorkingFolder(const std::string& path) { std::filesystem::current_path(path); }
+  ~TWorkingFolder() { std::filesystem::current_path(former_); }
+
+ private:
+  const std::filesystem::path former_ = std::filesystem::current_path();
+};
+
+/// Collects every message while it lives, then restores the former receiver. One at a time.
+class TMessageCapture : TScope {
+ public:
+  struct TMessage {
+    std::string text;
+    MsgType kind;
+  };
+  TMessageCapture();
+  ~TMessageCapture() { SetMessageSink(former_); }
+
+  std::vector<TMessage> Messages() const;
+  /// All texts, one behind the other.
+  std::string Texts() const;
+
+ private:
+  TMessageSink former_;
+};
+
+/// A view of the file system of this thread's own, in which it and the processes it starts see
+/// other mounts than the rest of the host; they go with the last of them. Needs the superuser: see
+/// Usable.
+class TPrivateMounts : TScope {
+ public:
+  TPrivateMounts();
+  ~TPrivateMounts();
+
+  bool Usable() const { return usable_; }
+  /// Mounts an empty file system in memory on a folder.
+  /// @param flags  as MS_NOEXEC
+  bool AddMemory(const std::string& folder, long sizeBytes, unsigned long flags = 0);
+  /// Shows `file` in the place of `target`.
+  bool Cover(const std::string& target, const std::string& file);
+
+ private:
+  const TFd former_;
+  const bool usable_;
+};
+
+/// Fills the file system that holds `folder` with a file, but for `leaveBytes`; returns its path.
+std::string FillUp(const std::string& folder, long leaveBytes = 0);
+
+/// A folder with a configuration file, in the state of a fresh process. A load's mark on the
+/// environment goes with the test.
+class TSettingsTest : public testing::Test {
+ protected:
+  TSettingsTest() { QovSettings = TQovSettings(); }
+  ~TSettingsTest() override { QovSettings = TQovSettings(); }
+
+  /// A record whose file holds `text`, not loaded.
+  TQovSettings Named(const std::string& text) const;
+  TQovSettings Loaded(const std::string& text);
+  std::string File(const char* name = "qov.cfg") const { return ReadFile(folder.Path(name)); }
+  /// The values of the keys, a blank behind each.
+  static std::string Values(const TQovSettings& record, std::initializer_list<const char*> keys);
+
+  const TEnvironment environment{"TMPDIR", getenv("TMPDIR")};
+  TTempDir folder;
+  const std::string path = folder.Path("qov.cfg");
+  const std::string agent = folder.File("agent");
+  /// Lines that satisfy the mandatory checks.
+  const std::string mandatory = "port=1\npassword=p\nqovpath=" + agent + "\nfiltermarks=\n";
+  String err;
+  int result = -1;
+};
