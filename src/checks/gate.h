@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "protocol/reply.h"
+#include "protocol/request.h"
 #include "protocol/resultcodes.h"
 
 /// The first line of every handler: false, with the reply refused, when the settings do not
@@ -33,6 +34,9 @@ inline void Refuse(QovReply& reply, const char* reason) {
 inline void RefuseParameter(QovReply& reply) {
   reply.SetResult(kResultWrongParameter) += "Wrong parameter";
 }
+
+/// Whether the flag in parameter n is set.
+inline bool Asked(const VxRequest& params, int n) { return qovDecodeBool(params.GetValue(n)) != 0; }
 
 /// The nearest number that an integer value can carry.
 inline int Saturated(int64_t n) {

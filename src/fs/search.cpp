@@ -46,6 +46,11 @@ bool NameMatches(const TSearchRec& rec, const char* name) {
   return rec.SearchMask == "*" || fnmatch(rec.SearchMask.CStr(), name, 0) == 0;
 }
 
+/// Whether the entry, as far as the listing tells, is a folder that needs not match.
+bool MayBeSpared(const dirent& entry, const TSearchRec& rec) {
+  return rec.Folders == TFolders::kAll && (entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN);
+}
+
 /// Whether the entry qualifies; its facts are in rec then. Cheap reasons to refuse come first:
 /// folders hold 100,000 entries and more.
 bool TakeEntry(const dirent& entry, TSearchRec& rec) {
@@ -54,12 +59,14 @@ bool TakeEntry(const dirent& entry, TSearchRec& rec) {
   };
   const char* name = entry.d_name;
   if (excluded(AttributesFromListing(entry))) return false;
-  if (!NameFits(rec, name) || !NameMatches(rec, name)) return false;
+  if (!NameFits(rec, name)) return false;
+  const bool matches = NameMatches(rec, name);
+  if (!matches && !MayBeSpared(entry, rec)) return false;
   const int folder = dirfd(rec.DirStream);
   struct stat facts;
   if (fstatat(folder, name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return false;
   int attributes = AttributesFromMode(facts.st_mode) | (IsHidden(name) ? AttrHidden : 0);
-  if (excluded(attributes)) return false;
+  if (excluded(attributes) || (!matches && !S_ISDIR(facts.st_mode))) return false;
   const bool seen = rec.ReadOnly == TReadOnly::kSeen || excluded(AttrReadOnly);
   if (seen && faccessat(folder, name, W_OK, 0) != 0) attributes |= AttrReadOnly;
   if (excluded(attributes)) return false;
@@ -87,10 +94,11 @@ int FindFirst(const char* path, int attr, TSearchRec& rec) {
   return FindFirst(ExtractFilePath(whole), ExtractFileName(whole), attr, rec);
 }
 
-int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec,
-              TReadOnly readOnly) {
+int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec, TReadOnly readOnly,
+              TFolders folders) {
   rec.ExcludeMask = ~static_cast<unsigned>(attr & AttrAny);
   rec.ReadOnly = readOnly;
+  rec.Folders = folders;
   rec.SearchDir = IncludeTrailingPathDelimiter(dir.Empty() ? GetCurrentDir() : dir);
   rec.SearchMask = mask;
   rec.DirStream = opendir(rec.SearchDir.CStr());

@@ -17,6 +17,9 @@ inline constexpr int AttrAny = 0x3F;        ///< what a search may ask for
 /// an entry; a search that does not ask for the bit looks it up all the same.
 enum class TReadOnly { kSeen, kUnseen };
 
+/// Which folders a search finds: those whose name matches the mask, or all of them.
+enum class TFolders { kMasked, kAll };
+
 /// Whether the name is "." or "..".
 inline bool IsDotName(const char* name) {
   return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
@@ -35,6 +38,7 @@ struct TSearchRec {
   String SearchDir;          ///< ends in '/'
   String SearchMask;
   TReadOnly ReadOnly = TReadOnly::kSeen;
+  TFolders Folders = TFolders::kMasked;
 };
 
 /// Starts a search for entries of `dir` (empty: the working directory) whose name matches `mask`
@@ -43,7 +47,7 @@ struct TSearchRec {
 /// @return 0 with the first entry in rec; -1 when none matched (the stream is closed then);
 ///         errno when the folder cannot be opened
 int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec,
-              TReadOnly readOnly = TReadOnly::kSeen);
+              TReadOnly readOnly = TReadOnly::kSeen, TFolders folders = TFolders::kMasked);
 /// The same with folder and mask in one path.
 int FindFirst(const char* path, int attr, TSearchRec& rec);
 /// The next entry: 0 found, -1 no more (the stream stays open).

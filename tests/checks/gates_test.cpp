@@ -17,26 +17,24 @@ TEST(Gates, OpenByTheirOwnSettingAlone) {
     THandler handler;
     int TQovSettings::*flag;
     const char* refusal;
-  } gates[] = {
-      {ProcessTest_UNC, &TSet::unc, kTest},
-      {ProcessTest_FolderSize, &TSet::foldersize, kTest},
-      {ProcessTest_FileExists, &TSet::fileexists, kTest},
-      {ProcessTest_FileCompare, &TSet::comparefiles, kTest},
-      {ProcessTest_FileCRC, &TSet::filecrc, kTest},
-      {ProcessTest_CountFiles, &TSet::countfiles, kTest},
-      {ProcessTest_TCP, &TSet::tcp, kTest},
-      {ProcessTest_UDP, &TSet::udp, kTest},
-      {ProcessTest_Process, &TSet::process, kTest},
-      {ProcessInfo_ProcessesList, &TSet::process, kTest},
-      {ProcessTest_CPU, &TSet::cpuusage, kTest},
-      {ProcessTest_External, &TSet::external, kTest},
-      {ProcessTest_ShellScript, &TSet::shellscript, kTest},
-      {ProcessTest_TextLog, &TSet::textlog, kTest},
-      {ProcessTest_TextLog2, &TSet::textlog, kTest},
-      {ProcessAct_ExternalCmd, &TSet::executeaction, kAction},
-      {ProcessAct_TCPSend, &TSet::tcpudpaction, kAction},
-      {ProcessAct_Syslog, &TSet::syslogaction, kAction},
-  };
+  } gates[] = {{ProcessTest_UNC, &TSet::unc, kTest},
+               {ProcessTest_FolderSize, &TSet::foldersize, kTest},
+               {ProcessTest_FileExists, &TSet::fileexists, kTest},
+               {ProcessTest_FileCompare, &TSet::comparefiles, kTest},
+               {ProcessTest_FileCRC, &TSet::filecrc, kTest},
+               {ProcessTest_CountFiles, &TSet::countfiles, kTest},
+               {ProcessTest_TCP, &TSet::tcp, kTest},
+               {ProcessTest_UDP, &TSet::udp, kTest},
+               {ProcessTest_Process, &TSet::process, kTest},
+               {ProcessInfo_ProcessesList, &TSet::process, kTest},
+               {ProcessTest_CPU, &TSet::cpuusage, kTest},
+               {ProcessTest_External, &TSet::external, kTest},
+               {ProcessTest_ShellScript, &TSet::shellscript, kTest},
+               {ProcessTest_TextLog, &TSet::textlog, kTest},
+               {ProcessTest_TextLog2, &TSet::textlog, kTest},
+               {ProcessAct_ExternalCmd, &TSet::executeaction, kAction},
+               {ProcessAct_TCPSend, &TSet::tcpudpaction, kAction},
+               {ProcessAct_Syslog, &TSet::syslogaction, kAction}};
   for (const auto& gate : gates) {
     SCOPED_TRACE(&gate - gates);
     const TEnabledTests others(1, gate.flag);

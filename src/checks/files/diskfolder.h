@@ -23,10 +23,10 @@ void ProcessTest_FolderSize(const VxRequest& params, QovReply& reply);
 int GetUNCDriveInfo(const char* path, double& total, double& free, double& avail);
 
 /// Adds up the sizes of the files in a folder; hidden files count, symbolic links are neither
-/// counted nor entered.
+/// counted nor entered (but `path` itself may be a link).
 /// @param path     a folder, or else a folder and the mask that its files must match
 /// @param recurse  not 0: the matching files of all subfolders too, whatever the subfolders' names;
-///                 a subfolder that cannot be listed counts as 0
+///                 one that cannot be listed, or whose path is too long for the system, counts as 0
 /// @return bytes, exact to 2^53, or -1.0 when the folder cannot be listed
-/// Works at any depth: it holds two descriptors at most and needs no stack for a level. Any thread.
+/// One listing is open at a time, and depth needs no stack. Any thread.
 double GetFolderSize(String path, int recurse);

@@ -1,5 +1,6 @@
 #include "checks/files/filecontent.h"
 
+#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -165,11 +166,10 @@ double FindStrInFile(const char* path, String& text, int caseSensitive, int whol
 
 double FindFileInFile(const char* path, const char* patternFile) {
   if (!HasName(patternFile)) return -1;
+  if (FileSize(patternFile) == 0) return 1;
   struct stat facts;
   const TFd file = OpenRegular(patternFile, facts);
-  if (!file) return -1;
-  if (facts.st_size == 0) return 1;
-  if (facts.st_size > kMaxPatternBytes) return -1;
+  if (!file || facts.st_size > INT_MAX / 2) return -1;  // so that the search's sums fit as well
   String pattern;
   pattern.SetLength(static_cast<int>(facts.st_size));
   const ssize_t n = ReadFully(file.Get(), pattern.Data(), static_cast<size_t>(pattern.Length()));

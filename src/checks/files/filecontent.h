@@ -25,9 +25,7 @@ int CompareFiles(const char* a, const char* b);
 ///         has no name or cannot be read
 double FindStrInFile(const char* path, String& text, int caseSensitive, int wholeWord);
 
-/// Largest file that FindFileInFile takes as a pattern, bytes.
-inline constexpr int kMaxPatternBytes = 8 * 1024 * 1024;
-
-/// Looks for the whole content of `patternFile` in the file `path`, case-sensitive. An empty
-/// pattern file is found. Results as for FindStrInFile; -1 for too large a pattern file.
+/// Looks for the whole content of `patternFile` in the file `path`, case-sensitive. A pattern file
+/// of size 0 is found, whether or not either file can be read.
+/// Results as for FindStrInFile; -1 too when the pattern file cannot be read.
 double FindFileInFile(const char* path, const char* patternFile);

@@ -31,10 +31,10 @@ String ListedFolder(String path) {
 class TEntryList {
  public:
   explicit TEntryList(const VxRequest& params)
-      : folder_(ListedFolder(params.GetParam(1, 1))),
-        withSize_(qovDecodeBool(params.GetParam(7, 1))),
-        withChangeTime_(qovDecodeBool(params.GetParam(8, 1))),
-        withTime_(qovDecodeBool(params.GetParam(9, 1))) {}
+      : folder_(ListedFolder(params.GetValue(1))),
+        withSize_(Asked(params, 7)),
+        withChangeTime_(Asked(params, 8)),
+        withTime_(Asked(params, 9)) {}
 
   /// Deliberate: "." is left out of the folders, ".." is not.
   void Add(const String& mask, int attributes, bool folders) {
@@ -83,15 +83,14 @@ void AddFileStr(QovReply& reply, const String& folder, TSearchRec rec, int withS
 
 void ProcessInfo_GetFileList(const VxRequest& params, QovReply& reply) {
   if (!TestAllowed(MayBrowse(*CurrentSettings()), reply)) return;
-  String mask = params.GetParam(2, 1);
+  String mask = params.GetValue(2);
   if (mask.Empty()) mask = "*";
-  const auto asked = [&params](int index) { return qovDecodeBool(params.GetParam(index, 1)) != 0; };
   int attributes = AttrAny;
-  if (!asked(5)) attributes &= ~AttrHidden;
-  if (!asked(6)) attributes &= ~AttrSystem;
+  if (!Asked(params, 5)) attributes &= ~AttrHidden;
+  if (!Asked(params, 6)) attributes &= ~AttrSystem;
   TEntryList list(params);
-  if (asked(3)) list.Add("*", attributes, true);
-  if (asked(4)) list.Add(mask, attributes, false);
+  if (Asked(params, 3)) list.Add("*", attributes, true);
+  if (Asked(params, 4)) list.Add(mask, attributes, false);
   reply.SetResult(kResultDone);
   list.AddTo(reply);
 }

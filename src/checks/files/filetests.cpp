@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,44 +29,38 @@ int64_t now_min() { return sec2min(time(nullptr)); }
 
 /// Parameter `index`, with macros expanded when the flag parameter says so.
 String GetPath(const VxRequest& params, int index, int macroFlag) {
-  const String path = params.GetParam(index, 1);
-  const bool expand = qovDecodeBool(params.GetParam(macroFlag, 1)) != 0;
-  return expand ? GetFileUsingSpecialMacros(path) : path;
+  const String path = params.GetValue(index);
+  return Asked(params, macroFlag) ? GetFileUsingSpecialMacros(path) : path;
 }
+
+constexpr char kNoSuchFile[] = "File doesn`t exist";
 
 /// Answers with a result that is negative for an error.
 void AddOutcome(double result, QovReply& reply) {
-  if (result < 0) {
-    reply.SetResult(kResultCannot) += "I/O Error";
-  } else {
-    reply.SetResult(kResultDone).AddBoolParam(result != 0);
-  }
+  if (result < 0) return Refuse(reply, "I/O Error");
+  reply.SetResult(kResultDone).AddBoolParam(result != 0);
 }
 
-/// The comparisons of mode "1", on a reply that says that a file is missing.
-void CompareTwoFiles(const VxRequest& params, const String& first, int macroFlag, QovReply& reply) {
-  const String second = GetPath(params, 3, macroFlag);
-  if (!FileExists(second.CStr())) return;
-  const auto asked = [&params](int index) { return qovDecodeBool(params.GetParam(index, 1)) != 0; };
-  bool equal = !asked(4) || FileAge(first.CStr()) == FileAge(second.CStr());
-  if (equal && asked(5)) equal = FileSize(first.CStr()) == FileSize(second.CStr());
-  AddOutcome(equal && asked(6) ? CompareFiles(first.CStr(), second.CStr()) : equal, reply);
+void CompareTwoFiles(const VxRequest& params, const String& first, QovReply& reply) {
+  const String second = GetPath(params, 3, 13);
+  if (!FileExists(second.CStr())) return Refuse(reply, kNoSuchFile);
+  bool equal = !Asked(params, 4) || FileAge(first.CStr()) == FileAge(second.CStr());
+  if (equal && Asked(params, 5)) equal = FileSize(first.CStr()) == FileSize(second.CStr());
+  const bool read = equal && Asked(params, 6);
+  AddOutcome(read ? CompareFiles(first.CStr(), second.CStr()) : equal, reply);
 }
 
-void SearchText(const VxRequest& params, const String& file, int, QovReply& reply) {
-  String text = params.GetParam(3, 1);
-  const int caseSensitive = qovDecodeBool(params.GetParam(4, 1));
-  const int wholeWord = qovDecodeBool(params.GetParam(5, 1));
-  AddOutcome(FindStrInFile(file.CStr(), text, caseSensitive, wholeWord), reply);
+void SearchText(const VxRequest& params, const String& file, QovReply& reply) {
+  String text = params.GetText(3);
+  AddOutcome(FindStrInFile(file.CStr(), text, Asked(params, 4), Asked(params, 5)), reply);
 }
 
-/// The search of mode "3", on a reply that says that a file is missing.
-void SearchFile(const VxRequest& params, const String& file, int, QovReply& reply) {
-  const String pattern = params.GetParam(3, 1);
-  if (!FileExists(pattern.CStr())) return;
+void SearchFile(const VxRequest& params, const String& file, QovReply& reply) {
+  constexpr int64_t kMaxPatternBytes = 8 * 1024 * 1024;
+  const String pattern = params.GetValue(3);
+  if (!FileExists(pattern.CStr())) return Refuse(reply, kNoSuchFile);
   if (FileSize(pattern.CStr()) > kMaxPatternBytes) {
-    reply.SetResult(kResultCannot) += "The size of the second file cannot exceed 8Mb";
-    return;
+    return Refuse(reply, "The size of the second file cannot exceed 8Mb");
   }
   AddOutcome(FindFileInFile(file.CStr(), pattern.CStr()), reply);
 }
@@ -75,7 +68,7 @@ void SearchFile(const VxRequest& params, const String& file, int, QovReply& repl
 struct TCompareMode {
   const char* name;  // compared as text
   int macroFlag;     // parameter that asks for macros in the first file
-  void (*run)(const VxRequest& params, const String& file, int secondMacroFlag, QovReply& reply);
+  void (*run)(const VxRequest& params, const String& file, QovReply& reply);
 };
 constexpr TCompareMode kCompareModes[] = {
     {"1", 12, CompareTwoFiles},
@@ -175,8 +168,7 @@ void ProcessTest_FileExists(const VxRequest& params, QovReply& reply) {
   if (GetFileInfo(path.CStr(), sizeBytes, changed, modified) == 0) {
     path = GetFirstMatchedFile(path);
     if (GetFileInfo(path.CStr(), sizeBytes, changed, modified) == 0) {
-      reply.SetResult(kResultCannot) += "no such file or acess denied";
-      return;
+      return Refuse(reply, "no such file or acess denied");
     }
   }
   reply.SetResult(kResultDone);
@@ -190,43 +182,34 @@ void ProcessTest_FileExists(const VxRequest& params, QovReply& reply) {
 
 void ProcessTest_FileCompare(const VxRequest& params, QovReply& reply) {
   if (!TestAllowed(CurrentSettings()->comparefiles, reply)) return;
-  reply.SetResult(kResultCannot) += "File doesn`t exist";
-  const String mode = params.GetParam(1, 1);
+  const String mode = params.GetValue(1);
   const auto* row = std::find_if(std::begin(kCompareModes), std::end(kCompareModes),
                                  [&mode](const TCompareMode& m) { return mode == m.name; });
   const bool known = row != std::end(kCompareModes);
-  const String file = known ? GetPath(params, 2, row->macroFlag) : params.GetParam(2, 1);
-  if (!FileExists(file.CStr())) return;
+  const String file = known ? GetPath(params, 2, row->macroFlag) : params.GetValue(2);
+  if (!FileExists(file.CStr())) return Refuse(reply, kNoSuchFile);
   if (!known || row->run == nullptr) return RefuseParameter(reply);
-  row->run(params, file, row->macroFlag + 1, reply);
+  row->run(params, file, reply);
 }
 
 void ProcessTest_FileCRC(const VxRequest& params, QovReply& reply) {
   if (!TestAllowed(CurrentSettings()->filecrc, reply)) return;
   unsigned int crc = 0;
   String error;
-  if (GetFileCRC(params.GetParam(1, 1).CStr(), &crc, error) == 0) {
-    reply.SetResult(kResultCannot) += error;
-    return;
-  }
+  if (GetFileCRC(params.GetValue(1).CStr(), &crc, error) == 0) return Refuse(reply, error.CStr());
   reply.SetResult(kResultDone).AddIntParam(static_cast<double>(crc));
 }
 
 void ProcessTest_CountFiles(const VxRequest& params, QovReply& reply) {
   if (!TestAllowed(CurrentSettings()->countfiles, reply)) return;
   const String folder = GetPath(params, 1, 11);
-  const int recurse = qovDecodeBool(params.GetParam(3, 1));
-  const int mode = qovDecodeInt(params.GetParam(4, 1));
+  const int mode = qovDecodeInt(params.GetValue(4));
   int value = 0;
-  if (mode < cfAllFiles || mode > cfSubFolders ||
-      qovDecodeInt(params.GetParam(5, 1), &value) == 0) {
+  if (mode < cfAllFiles || mode > cfSubFolders || qovDecodeInt(params.GetValue(5), &value) == 0) {
     return RefuseParameter(reply);
   }
-  const int count =
-      CountFiles(folder, params.GetParam(2, 1), recurse, static_cast<TCountFilesMode>(mode), value);
-  if (count == -1) {
-    reply.SetResult(kResultCannot) += "Folder doesn`t exist or access denied";
-    return;
-  }
+  const int count = CountFiles(folder, params.GetValue(2), Asked(params, 3),
+                               static_cast<TCountFilesMode>(mode), value);
+  if (count == -1) return Refuse(reply, "Folder doesn`t exist or access denied");
   reply.SetResult(kResultDone).AddIntParam(count);
 }
