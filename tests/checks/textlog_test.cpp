@@ -164,7 +164,7 @@ TOutcome ScanSimply(const std::string& log, size_t from, const TTextLogFilter& f
     const double bytesBegin = static_cast<double>(begin);
     begin = end + 1;
     if (value == 0) continue;
-    outcome = {value + bytesBegin, ToStd(line), 0, first};
+    outcome = {value + bytesBegin, ToStd(line.Copy(1, 1024)), 0, first};
     if (!scanAll) break;
   }
   outcome.position = static_cast<double>(begin);

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <algorithm>
+#include <functional>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "core/textfinder.h"
@@ -23,15 +26,19 @@ extern const TPriorityItem PriorityTable1[kPriorityTable1Size];
 /// The same with comparisons and "div" and "mod", longer operators first. Read-only.
 extern const TPriorityItem PriorityTable2[kPriorityTable2Size];
 
-/// Turns infix expressions into postfix token lists. One thread at a time.
+/// Turns infix expressions into postfix form. One thread at a time.
 class TExprParser {
  public:
-  /// @param tableSize  size of the table in bytes; the table must outlive the parser
+  /// Takes a postfix token: an operator of the table, or with null an operand as it was written.
+  using TEmit = std::function<void(const TPriorityItem* op, std::string_view operand)>;
+
+  /// @param tableSize  size of the table in bytes, at most 256 rows; the table must outlive the
+  ///                   parser
   TExprParser(const TPriorityItem* table, int tableSize);
 
   /// Priority of an operator (in any case) as it arrives or as it waits; -1 for anything else.
-  int TokenInPriority(String token) const;
-  int TokenSPriority(String token) const;
+  int TokenInPriority(const String& token) const;
+  int TokenSPriority(const String& token) const;
   /// The first row whose token stands at 1-based position pos of s, case-sensitive; -1 for none.
   int TokenInPos(const String& s, int pos) const;
 
@@ -41,22 +48,24 @@ class TExprParser {
   /// Replaces Output by the postfix form of the expression, which is consumed.
   /// @param checkOnly  not 0: Output is left alone
   /// @return 1, or 0 with the reason in Error
-  /// Deliberate: an unmatched "(" is no error, it becomes the last of the operands.
   int Expr2Polish(String& expr, int checkOnly);
+  /// The conversion itself, which keeps a byte for each operator that waits: hands over the tokens
+  /// in their order, operands in that of the source, in which they lie.
+  /// @return false with the reason in Error; some tokens may have been handed over then
+  /// Deliberate: an unmatched "(" is no error, it becomes the last of the operands.
+  bool Convert(std::string_view source, const TEmit& emit);
 
   const TStrList& Output() const { return output_; }
   /// `Unterminated string: ...`, `Unknown operator: "..."` or `Missing "("`; "" after a success.
   const String& Error() const { return error_; }
 
  private:
-  struct TCursor;
-
-  const TPriorityItem* FindOperator(String token) const;
-  const TPriorityItem* OperatorAt(const char* p, const char* end) const;
-  String NextToken(TCursor& cursor);
-  bool TakeOperator(const String& token, TStrList& waiting, bool store);
-  void Emit(const String& token, bool store);
-  void EmitLast(TStrList& waiting, bool store);
+  const TPriorityItem* FindOperator(std::string_view token) const;
+  const TPriorityItem* OperatorAt(std::string_view s) const;
+  std::string_view NextToken(std::string_view& rest);
+  bool TakeOperator(const TPriorityItem& op, std::vector<unsigned char>& waiting,
+                    const TEmit& emit);
+  bool Fail(const char* what, std::string_view where, const char* close);
 
   const TPriorityItem* table_;
   int rows_;
@@ -67,7 +76,9 @@ class TExprParser {
 /// A stack of booleans of fixed capacity. Overflow and underflow set an error flag for good.
 class BoolStack {
  public:
-  explicit BoolStack(int capacity);
+  explicit BoolStack(int capacity)
+      : entries_(new unsigned char[static_cast<size_t>(std::max(capacity, 1))]),
+        capacity_(capacity) {}
 
   void Push(int value);
   /// The entry taken off, 0 on underflow.
@@ -81,6 +92,8 @@ class BoolStack {
   bool Failed() const { return failed_; }
 
  private:
+  bool Holds(int entries);
+
   std::unique_ptr<unsigned char[]> entries_;
   int count_ = 0;
   int capacity_;
@@ -88,22 +101,35 @@ class BoolStack {
 };
 
 /// A search expression parsed once for many lines. Read-only once made: threads may share it.
+/// Expressions may have millions of texts: these are kept in the buffer of the expression, with
+/// four bytes each, and a byte for each step.
 class TSearchExpression {
  public:
   /// An expression that does not parse never holds.
-  TSearchExpression(const String& expression, int caseSensitive, int wholeWord);
+  TSearchExpression(String expression, int caseSensitive, int wholeWord);
+  /// The expression that holds where `text`, taken as it is, was found.
+  static TSearchExpression OneText(String text, int caseSensitive, int wholeWord);
 
-  /// The texts that the outcome for a line depends on.
-  const std::vector<TTextFinder>& Texts() const { return texts_; }
-  /// Whether the expression holds, given for each text whether it was found; `found` has as many
-  /// entries as Texts.
+  /// The texts, none empty, that the outcome for a line depends on; i counts from 0. The finder
+  /// must not outlive the expression.
+  size_t TextCount() const { return ends_.size(); }
+  TTextFinder Text(size_t i) const;
+  /// Whether the expression holds, given for each text whether it was found.
   bool Holds(const std::vector<bool>& found) const;
 
  private:
-  std::vector<TTextFinder> texts_;
-  std::vector<int> steps_;  // an index into texts_ or one of the operators
+  TSearchExpression(int caseSensitive, int wholeWord)
+      : caseSensitive_(caseSensitive), wholeWord_(wholeWord) {}
+  void AddStep(const TPriorityItem* op, std::string_view operand);
+
+  String texts_;  // one behind the other
+  std::vector<int> ends_;
+  std::vector<unsigned char> steps_;
+  int caseSensitive_;
+  int wholeWord_;
 };
 
 /// 1 when the expression holds for the line, else 0; an expression that does not parse gives 0.
+/// Not called by the agent itself, which prepares the expression for all lines.
 int SearchForExpression(const String& line, const String& expression, int caseSensitive,
                         int wholeWord);

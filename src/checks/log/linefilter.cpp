@@ -1,6 +1,7 @@
 #include "checks/log/linefilter.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "core/bytelanes.h"
 
@@ -30,17 +31,16 @@ const char* FindLineStart(const char* begin, const char* p) {
   return p;
 }
 
-TLineFilter::TLineFilter(const String& text, bool isExpression, int caseSensitive, int wholeWord) {
-  if (isExpression) {
-    expression_.emplace(text, caseSensitive, wholeWord);
-  } else {
-    text_.emplace_back(text, caseSensitive, wholeWord);
-  }
-  matchesBareLines_ = Matches(std::vector<bool>(Texts().size()));
-}
+TLineFilter::TLineFilter(String text, bool isExpression, int caseSensitive, int wholeWord)
+    : isExpression_(isExpression),
+      expression_(isExpression
+                      ? TSearchExpression(std::move(text), caseSensitive, wholeWord)
+                      : TSearchExpression::OneText(std::move(text), caseSensitive, wholeWord)),
+      matchesBareLines_(expression_.Holds(std::vector<bool>(expression_.TextCount()))) {}
 
-bool TLineFilter::Matches(const std::vector<bool>& found) const {
-  return IsExpression() ? expression_->Holds(found) : found.front();
+double TLineFilter::MatchValue(const std::vector<bool>& found, double position) const {
+  if (!isExpression_) return !found.empty() && found.front() ? position : 0;
+  return expression_.Holds(found) ? 1 : 0;
 }
 
 TLineSearch::TLineSearch(const TLineFilter& filter, const char* begin, const char* end)
@@ -48,14 +48,17 @@ TLineSearch::TLineSearch(const TLineFilter& filter, const char* begin, const cha
       begin_(begin),
       at_(begin),
       end_(end),
-      hits_(filter.Texts().size(), nullptr),
-      found_(filter.Texts().size()) {}
+      hits_(filter.Expression().TextCount(), nullptr),
+      found_(hits_.size()) {
+  for (size_t i = 0; i < hits_.size(); ++i) {
+    if (!filter.Expression().Text(i).FitsInLine()) hits_[i] = end;
+  }
+}
 
 void TLineSearch::FindTexts() {
   for (size_t i = 0; i < hits_.size(); ++i) {
     if (hits_[i] != nullptr && hits_[i] >= at_) continue;
-    const TTextFinder& text = filter_.Texts()[i];
-    const char* hit = text.FitsInLine() ? text.Find(begin_, at_, end_) : nullptr;
+    const char* hit = filter_.Expression().Text(i).Find(begin_, at_, end_);
     hits_[i] = hit != nullptr ? hit : end_;
   }
 }
@@ -72,9 +75,28 @@ bool TLineSearch::Next(TFoundLine& line) {
     const char* lineEnd = FindLineEnd(inLine, end_);
     for (size_t i = 0; i < hits_.size(); ++i) found_[i] = hits_[i] < lineEnd;
     at_ = lineEnd + 1;
-    if (!filter_.Matches(found_)) continue;
-    const double matchValue = filter_.IsExpression() ? 1 : static_cast<double>(hit - lineBegin + 1);
-    line = {lineBegin, lineEnd, matchValue};
+    const double value = filter_.MatchValue(found_, static_cast<double>(hit - lineBegin + 1));
+    if (value == 0) continue;
+    line = {lineBegin, lineEnd, value};
     return true;
+  }
+}
+
+TLinePieces::TLinePieces(const TLineFilter& filter)
+    : filter_(filter), found_(filter.Expression().TextCount()) {}
+
+void TLinePieces::Search(const char* begin, const char* from, const char* to, const char* end,
+                         int64_t offset) {
+  for (size_t i = 0; i < found_.size(); ++i) {
+    if (found_[i]) continue;
+    const TTextFinder text = filter_.Expression().Text(i);
+    if (!text.FitsInLine()) continue;
+    // With its last byte this also holds the start at `to`, which is left to the next piece.
+    const size_t count = static_cast<size_t>(to - from) + text.Length();
+    const char* last = count < static_cast<size_t>(end - from) ? from + count : end;
+    const char* hit = text.Find(begin, from, last);
+    if (hit == nullptr || hit >= to) continue;
+    found_[i] = true;
+    if (i == 0) position_ = static_cast<double>(offset + (hit - from) + 1);
   }
 }

@@ -1,12 +1,22 @@
 #pragma once
 
-#include <optional>
+#include <stddef.h>
+#include <stdint.h>
+
 #include <vector>
 
 #include "checks/log/exprparser.h"
 #include "core/textfinder.h"
 
-/// Lines of a text log: runs of bytes up to a CR or LF, which is no part of the line.
+/// Which lines of a text log are of interest. Lines are runs of bytes up to a CR or LF, which is no
+/// part of the line.
+///
+/// Logs are large and matching lines rare. So nothing is done line by line: each text is looked for
+/// in many lines at once, at the speed of the memory, and only around an occurrence are the ends of
+/// its line found and the filter evaluated, with the other texts' occurrences at hand. Lines
+/// without any of the texts are never looked at, unless they match ("not ..."). Only a line too
+/// long to be held is tested apart (TLinePieces), where it is enough to know which texts have been
+/// found so far.
 
 inline bool IsLineEnd(char c) { return c == '\n' || c == '\r'; }
 /// The first line end in [p, end), `end` for none.
@@ -24,25 +34,22 @@ struct TFoundLine {
 /// One filter prepared for many lines. Read-only once made: threads may share it.
 class TLineFilter {
  public:
-  TLineFilter(const String& text, bool isExpression, int caseSensitive, int wholeWord);
+  TLineFilter(String text, bool isExpression, int caseSensitive, int wholeWord);
 
-  const std::vector<TTextFinder>& Texts() const {
-    return IsExpression() ? expression_->Texts() : text_;
-  }
-  bool IsExpression() const { return expression_.has_value(); }
-  /// Whether a line matches in which exactly these of Texts were found.
-  bool Matches(const std::vector<bool>& found) const;
-  /// Whether a line matches in which none of Texts was found.
+  const TSearchExpression& Expression() const { return expression_; }
+  /// The match value (see TFoundLine) of a line in which exactly the texts `found` of the
+  /// expression were found, the first at 1-based position `position`; 0 when it does not match.
+  double MatchValue(const std::vector<bool>& found, double position) const;
+  /// Whether a line matches in which no text was found.
   bool MatchesBareLines() const { return matchesBareLines_; }
 
  private:
-  std::optional<TSearchExpression> expression_;
-  std::vector<TTextFinder> text_;  // the one of a plain filter
+  bool isExpression_;
+  TSearchExpression expression_;
   bool matchesBareLines_;
 };
 
-/// Looks for matching lines in a run of whole lines. Texts are looked for in the whole run, so
-/// that lines without any of them cost nothing of their own.
+/// Looks for matching lines in a run of whole lines.
 class TLineSearch {
  public:
   /// @param begin  start of a line
@@ -63,4 +70,23 @@ class TLineSearch {
   const char* end_;
   std::vector<const char*> hits_;  // of each text the first one from at_ on; end_ for none
   std::vector<bool> found_;
+};
+
+/// The test of one line that comes in pieces.
+class TLinePieces {
+ public:
+  /// The filter must outlive the test.
+  explicit TLinePieces(const TLineFilter& filter);
+
+  /// Looks for texts that start in [from, to). They and their neighbours are looked at where they
+  /// lie in [begin, end), which is to hold them whole.
+  /// @param offset  of `from` in the line, bytes
+  void Search(const char* begin, const char* from, const char* to, const char* end, int64_t offset);
+  /// As in TFoundLine, 0 when the line does not match; once all of it has been searched.
+  double MatchValue() const { return filter_.MatchValue(found_, position_); }
+
+ private:
+  const TLineFilter& filter_;
+  std::vector<bool> found_;
+  double position_ = 0;  // of the first text, 1-based
 };

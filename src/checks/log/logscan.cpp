@@ -1,7 +1,5 @@
 #include "checks/log/logscan.h"
 
-#include <errno.h>
-#include <stdlib.h>
 #include <time.h>
 
 #include <algorithm>
@@ -15,74 +13,203 @@ namespace {
 constexpr int kOpenAttempts = 3;
 /// The run of lines that is searched first when the last match is wanted.
 constexpr ptrdiff_t kLastBytes = 4096;
-/// As much of a line as a match reports.
-constexpr ptrdiff_t kMaxLineBytes = 1 << 30;
 
-struct TFree {
-  void operator()(char* p) const { free(p); }
-};
-
-/// Reads a file in runs of whole lines, from `from` up to `limit`.
-class TLineReader {
+/// A window that moves over a file from `from` up to `limit`.
+class TLogWindow {
  public:
-  TLineReader(int fd, int64_t from, int64_t limit) : fd_(fd), reached_(from), limit_(limit) {}
+  TLogWindow(int fd, int64_t from, int64_t limit, size_t blockBytes)
+      : fd_(fd),
+        reached_(from),
+        limit_(limit),
+        block_(blockBytes),
+        buffer_(new char[2 * blockBytes]),
+        begin_(buffer_.get()),
+        end_(buffer_.get()) {}
 
-  /// The next run, valid until the next call. False when no further line is complete.
-  bool Next(const char*& begin, const char*& end) {
-    std::copy(buffer_.get() + used_, buffer_.get() + filled_, buffer_.get());
-    filled_ -= used_;
-    used_ = 0;
-    while (used_ == 0) {
-      const size_t former = filled_;
-      if (!Fill()) return false;
-      const char* fresh = buffer_.get() + former;
-      const char* lineStart = FindLineStart(fresh, buffer_.get() + filled_);
-      if (lineStart != fresh) used_ = static_cast<size_t>(lineStart - buffer_.get());
-    }
-    begin = buffer_.get();
-    end = begin + used_;
-    return true;
-  }
-
-  /// Offset in the file of the run's first byte.
-  int64_t Offset() const { return reached_ - static_cast<int64_t>(filled_); }
+  /// The bytes held, and offset in the file of the first one.
+  const char* Begin() const { return begin_; }
+  const char* End() const { return end_; }
+  int64_t Offset() const { return reached_ - (end_ - begin_); }
   /// Offset behind the last byte read.
   int64_t Reached() const { return reached_; }
+  void Drop(const char* to) { begin_ = to; }
+  bool HasRoom() const { return end_ - begin_ <= static_cast<ptrdiff_t>(block_); }
+
+  /// Reads a block behind the bytes held, which move. REQUIRES: HasRoom.
+  /// @return the first new byte, null at the limit and on failure
+  const char* Fill() {
+    end_ = std::copy(begin_, static_cast<const char*>(end_), buffer_.get());
+    begin_ = buffer_.get();
+    const size_t count = std::min(block_, static_cast<size_t>(limit_ - reached_));
+    const ssize_t n = count > 0 ? ReadAt(fd_, end_, count, reached_) : 0;
+    if (n <= 0) return nullptr;
+    end_ += n;
+    reached_ += n;
+    return end_ - n;
+  }
 
  private:
-  bool Fill() {
-    const size_t count = static_cast<size_t>(std::min<int64_t>(kReadBytes, limit_ - reached_));
-    if (count == 0) return false;
-    if (capacity_ - filled_ < count && !Grow()) return false;
-    const ssize_t n = ReadAt(fd_, buffer_.get() + filled_, count, reached_);
-    if (n <= 0) return false;
-    filled_ += static_cast<size_t>(n);
-    reached_ += n;
-    return true;
-  }
-
-  bool Grow() {
-    const size_t wanted = 2 * (capacity_ + kReadBytes);
-    char* grown = static_cast<char*>(realloc(buffer_.get(), wanted));
-    if (grown == nullptr) return false;
-    static_cast<void>(buffer_.release());
-    buffer_.reset(grown);
-    capacity_ = wanted;
-    return true;
-  }
-
   int fd_;
   int64_t reached_;
   int64_t limit_;
-  std::unique_ptr<char, TFree> buffer_;
-  size_t capacity_ = 0;
-  size_t filled_ = 0;
-  size_t used_ = 0;  // bytes of the run handed out
+  size_t block_;
+  std::unique_ptr<char[]> buffer_;
+  const char* begin_;
+  char* end_;
+};
+
+/// Offset at which the bytes of a line begin: behind the line end of the last line before it that
+/// is not empty, `none` when there is no such line in [begin, line).
+double BytesBegin(const char* begin, const char* line, int64_t offset, double none) {
+  while (line > begin && IsLineEnd(line[-1])) --line;
+  return line == begin ? none : static_cast<double>(offset + (line - begin) + 1);
+}
+
+/// The first matching line of a run of whole lines.
+/// @return the filter that matched, the first one where both do, or 0
+int FindFirst(const TLineFilters& filters, const char* begin, const char* end, TFoundLine& line) {
+  int filter = 0;
+  for (size_t i = 0; i < filters.size(); ++i) {
+    TFoundLine other;
+    if (!TLineSearch(filters[i], begin, end).Next(other)) continue;
+    if (filter != 0 && line.begin == other.begin) continue;
+    line = other;
+    filter = static_cast<int>(i) + 1;
+    // What lies behind this line can no longer come first.
+    end = line.end + 1;
+  }
+  return filter;
+}
+
+/// The same for the last one.
+int FindLast(const TLineFilters& filters, const char* begin, const char* end, TFoundLine& line) {
+  // From the end, in ever larger blocks: most lines of a log full of matches are never looked at.
+  for (ptrdiff_t size = kLastBytes; begin < end; size *= 2) {
+    const char* from = end - begin > size ? FindLineStart(begin, end - size) : begin;
+    int filter = 0;
+    for (size_t i = 0; i < filters.size(); ++i) {
+      TLineSearch search(filters[i], from, end);
+      for (TFoundLine other; search.Next(other);) {
+        if (filter != 0 && other.begin <= line.begin) continue;
+        line = other;
+        filter = static_cast<int>(i) + 1;
+      }
+    }
+    if (filter != 0) return filter;
+    end = from;
+  }
+  return 0;
+}
+
+/// Bytes of the longest text that a line can hold.
+size_t LongestText(const TLineFilters& filters) {
+  size_t longest = 0;
+  for (const TLineFilter& filter : filters) {
+    for (size_t i = 0; i < filter.Expression().TextCount(); ++i) {
+      const TTextFinder text = filter.Expression().Text(i);
+      if (text.FitsInLine()) longest = std::max(longest, text.Length());
+    }
+  }
+  return longest;
+}
+
+/// One scan of an open log: tests line after line from state.position on, and moves it along.
+class TLogScan {
+ public:
+  TLogScan(const char* path, const TLineFilters& filters, bool scanAll, TLogState& state,
+           TLogMatch& match)
+      : path_(path),
+        filters_(filters),
+        scanAll_(scanAll),
+        longestText_(LongestText(filters)),
+        state_(state),
+        match_(match) {}
+
+  /// @return offset up to which the file has been read, at most `limit`
+  int64_t Read(int fd, int64_t limit) {
+    TLogWindow window(fd, static_cast<int64_t>(state_.position), limit,
+                      std::max(kReadBytes, longestText_ + 1));
+    while (!done_) {
+      const char* fresh = window.Fill();
+      if (fresh == nullptr) break;
+      TakeLines(window, fresh);
+      if (!done_ && !window.HasRoom()) TakeLongLine(window);
+    }
+    return window.Reached();
+  }
+
+ private:
+  void Report(int filter, double offset, const char* line, ptrdiff_t length) {
+    match_.filter = filter;
+    match_.offset = offset;
+    match_.line.CopyData(line, static_cast<int>(std::min<ptrdiff_t>(length, kMaxReportedLine)));
+    state_.currentSize = static_cast<double>(FileSize(path_));
+    done_ = !scanAll_;
+  }
+
+  /// Takes the whole lines held; there is no line end before `fresh`.
+  void TakeLines(TLogWindow& window, const char* fresh) {
+    const char* begin = window.Begin();
+    const char* end = FindLineStart(fresh, window.End());
+    if (end == fresh) return;
+    TFoundLine line;
+    const int filter = (scanAll_ ? FindLast : FindFirst)(filters_, begin, end, line);
+    const int64_t offset = window.Offset();
+    if (filter != 0) {
+      const double bytesBegin = BytesBegin(begin, line.begin, offset, state_.position);
+      Report(filter, line.matchValue + bytesBegin, line.begin, line.end - line.begin);
+      if (done_) end = line.end + 1;
+    }
+    state_.position = BytesBegin(begin, end, offset, state_.position);
+    window.Drop(end);
+  }
+
+  /// Takes the line that the bytes held are the beginning of. Unfinished, it ends the scan.
+  void TakeLongLine(TLogWindow& window) {
+    const int64_t lineOffset = window.Offset();
+    const String head(window.Begin(), kMaxReportedLine);
+    std::vector<TLinePieces> tests(filters_.begin(), filters_.end());
+    const auto search = [&](const char* from, const char* to, const char* end) {
+      const int64_t offset = window.Offset() + (from - window.Begin()) - lineOffset;
+      for (TLinePieces& test : tests) test.Search(window.Begin(), from, to, end, offset);
+    };
+    const char* from = window.Begin();
+    const char* lineEnd;
+    do {
+      const char* to = window.End() - longestText_;
+      search(from, to, window.End());
+      window.Drop(to - 1);  // the byte before is a neighbour
+      const char* fresh = window.Fill();
+      done_ = fresh == nullptr;
+      if (done_) return;
+      from = window.Begin() + 1;
+      lineEnd = FindLineEnd(fresh, window.End());
+    } while (lineEnd == window.End());
+    search(from, lineEnd, lineEnd);
+
+    double value = 0;
+    size_t i = 0;
+    while (i < tests.size() && (value = tests[i].MatchValue()) == 0) ++i;
+    if (value != 0) {
+      Report(static_cast<int>(i) + 1, value + state_.position, head.CStr(), head.Length());
+    }
+    state_.position = static_cast<double>(window.Offset() + (lineEnd + 1 - window.Begin()));
+    window.Drop(lineEnd + 1);
+    if (!done_) TakeLines(window, lineEnd + 1);
+  }
+
+  const char* path_;
+  const TLineFilters& filters_;
+  bool scanAll_;
+  size_t longestText_;
+  TLogState& state_;
+  TLogMatch& match_;
+  bool done_ = false;
 };
 
 void WaitOneSecond() {
   timespec left{1, 0};
-  while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
+  while (nanosleep(&left, &left) != 0) {
   }
 }
 
@@ -95,112 +222,48 @@ TFd OpenLog(const char* path, struct stat& facts) {
   return TFd();
 }
 
-/// Offset at which the bytes of a line begin: behind the line end of the last line before it that
-/// is not empty, `none` when there is no such line in [begin, line).
-double BytesBegin(const char* begin, const char* line, int64_t offset, double none) {
-  while (line > begin && IsLineEnd(line[-1])) --line;
-  return line == begin ? none : static_cast<double>(offset + (line - begin) + 1);
+bool IsUnchanged(const char* path, const TLogState& state) {
+  return state.size != 0 && state.size == state.currentSize && state.time != 0 &&
+         state.time == FileAge(path);
 }
 
-/// Reads on from state.position and moves it along.
-void ReadLines(TLineReader& reader, const char* path, const TLineFilters& filters, bool scanAll,
-               TLogState& state, TLogMatch& match) {
-  const char* begin;
-  const char* end;
-  while (reader.Next(begin, end)) {
-    TFoundLine line;
-    const int filter =
-        scanAll ? filters.FindLast(begin, end, line) : filters.FindFirst(begin, end, line);
-    const int64_t offset = reader.Offset();
-    if (filter != 0) {
-      match.filter = filter;
-      match.offset = line.matchValue + BytesBegin(begin, line.begin, offset, state.position);
-      match.line.CopyData(line.begin,
-                          static_cast<int>(std::min(line.end - line.begin, kMaxLineBytes)));
-      state.currentSize = static_cast<double>(FileSize(path));
-      if (!scanAll) end = line.end + 1;
-    }
-    state.position = BytesBegin(begin, end, offset, state.position);
-    if (filter != 0 && !scanAll) return;
-  }
+/// Size and time are those from before the reading, which ends at this size: what is appended from
+/// then on makes both differ from what is recorded.
+void SetBaseline(TLogState& state, const struct stat& facts) {
+  state.size = static_cast<double>(facts.st_size);
+  state.time = static_cast<int>(facts.st_mtime);
 }
 
 }  // namespace
 
-int TLineFilters::FindFirst(const char* begin, const char* end, TFoundLine& line) const {
-  TFoundLine other;
-  const bool first = TLineSearch(first_, begin, end).Next(line);
-  // What lies behind the first filter's line can no longer come first.
-  if (first) end = line.end + 1;
-  if (!second_ || !TLineSearch(*second_, begin, end).Next(other)) return first ? 1 : 0;
-  if (first && line.begin == other.begin) return 1;
-  line = other;
-  return 2;
-}
-
-int TLineFilters::FindLast(const char* begin, const char* end, TFoundLine& line) const {
-  const auto last = [](const TLineFilter& filter, const char* from, const char* to,
-                       TFoundLine& found) {
-    TLineSearch search(filter, from, to);
-    bool any = false;
-    while (search.Next(found)) any = true;
-    return any;
-  };
-  // From the end, in ever larger blocks: most lines of a log full of matches are never looked at.
-  for (ptrdiff_t size = kLastBytes; begin < end; size *= 2) {
-    const char* from = end - begin > size ? FindLineStart(begin, end - size) : begin;
-    TFoundLine other;
-    const bool first = last(first_, from, end, line);
-    const bool second = second_ && last(*second_, from, end, other);
-    if (second && (!first || other.begin > line.begin)) {
-      line = other;
-      return 2;
-    }
-    if (first) return 1;
-    end = from;
-  }
-  return 0;
-}
-
 int ScanLog(const char* path, const TLineFilters& filters, bool scanAll, TLogState& state,
             TLogMatch& match, String& error) {
+  const auto fail = [&error](const String& text) {
+    error = text;
+    return 0;
+  };
   state.currentSize = static_cast<double>(FileSize(path));
   match = TLogMatch();
-  if (!FileExists(path)) {
-    error = String("File \"") + ExtractFileName(path) + "\" not found";
-    return 0;
-  }
+  // Deliberate: a FIFO or device is no log, so that no check waits for a peer at its other end.
+  if (!FileExists(path)) return fail(String("File \"") + ExtractFileName(path) + "\" not found");
   error = "";
-  const bool sameSize = state.size != 0 && state.size == state.currentSize;
-  if (sameSize && state.time != 0 && state.time == FileAge(path)) return 1;
+  if (IsUnchanged(path, state)) return 1;
 
   struct stat facts;
   const TFd file = OpenLog(path, facts);
-  if (!file) {
-    error = "Cannot open file";
-    return 0;
-  }
-  // Size and time are those from before the reading, which ends at this size: what is appended
-  // from now on makes both differ from what is recorded.
-  const int64_t sizeBytes = facts.st_size;
-  state.currentSize = static_cast<double>(sizeBytes);
+  if (!file) return fail("Cannot open file");
+  state.currentSize = static_cast<double>(facts.st_size);
   if (state.size == 0) {
     state.position = state.currentSize - 1;
-    state.size = state.currentSize;
-    state.time = static_cast<int>(facts.st_mtime);
+    SetBaseline(state, facts);
     return 1;
   }
   if (state.position > state.currentSize) state.position = 0;
-  if (state.position < 0) {
-    error = "fseek error";
-    return 0;
-  }
-  TLineReader reader(file.Get(), static_cast<int64_t>(state.position), sizeBytes);
-  ReadLines(reader, path, filters, scanAll, state, match);
-  // A file that shrank meanwhile or cannot be read to its end keeps its former baseline.
-  if (reader.Reached() == sizeBytes && (match.offset == 0 || scanAll)) {
-    state.size = static_cast<double>(sizeBytes);
-    state.time = static_cast<int>(facts.st_mtime);
-  }
+  if (state.position < 0) return fail("fseek error");
+  TLogScan scan(path, filters, scanAll, state, match);
+  const bool all = scan.Read(file.Get(), facts.st_size) == facts.st_size;
+  // Deliberate: a file that shrank meanwhile or cannot be read to its end keeps its former
+  // baseline, so that a later check does not take it for unchanged.
+  if (all && (match.offset == 0 || scanAll)) SetBaseline(state, facts);
   return 1;
 }

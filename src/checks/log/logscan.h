@@ -1,10 +1,19 @@
 #pragma once
 
-#include <optional>
-#include <utility>
+#include <vector>
 
 #include "checks/log/linefilter.h"
 #include "core/wqstring.h"
+
+/// The scan of a growing log for lines of interest.
+///
+/// The log is read in large blocks, at the speed of the memory; behind a block the lines that are
+/// whole are tested together (see linefilter.h), and the start of the next one moves to the front
+/// of the buffer. A line that the buffer cannot hold, finished or not, may be as long as the file:
+/// of it no more is kept than its first bytes, which of the texts were found, and an overlap of the
+/// longest text from one block to the next. So memory depends on the filters alone, and a scan
+/// reads each byte once. When two checks are to agree, what is kept between them must not run ahead
+/// of what was read: the scan ends at the size that the file had at its start.
 
 /// How far a text log has been read. The numbers travel with the requests; all are whole.
 struct TLogState {
@@ -14,28 +23,18 @@ struct TLogState {
   double currentSize;  ///< out: file size at the start of the scan, or at its last match, bytes
 };
 
+/// As much of a line as a match reports, bytes.
+inline constexpr int kMaxReportedLine = 1024;
+
 /// What a scan found.
 struct TLogMatch {
   double offset = 0;  ///< of the line, plus the match value; 0 when nothing matched
   int filter = 0;     ///< 1 or 2: the filter that matched
-  String line;
+  String line;        ///< its first kMaxReportedLine bytes
 };
 
-/// A first and perhaps a second filter: a line matches when one of them does.
-class TLineFilters {
- public:
-  explicit TLineFilters(TLineFilter first) : first_(std::move(first)) {}
-  void SetSecond(TLineFilter second) { second_.emplace(std::move(second)); }
-
-  /// The first or the last matching line of a run of whole lines.
-  /// @return the filter that matched, the first one where both do, or 0
-  int FindFirst(const char* begin, const char* end, TFoundLine& line) const;
-  int FindLast(const char* begin, const char* end, TFoundLine& line) const;
-
- private:
-  TLineFilter first_;
-  std::optional<TLineFilter> second_;
-};
+/// A first and perhaps a second filter: a line matches when one of them does, the first one first.
+using TLineFilters = std::vector<TLineFilter>;
 
 /// Scans the log from state.position for the first matching line, or with scanAll to its end for
 /// the last one. Empty lines and a last line without a line end are left out; the latter is read
@@ -44,6 +43,6 @@ class TLineFilters {
 /// @param state  in and out; size and time move only when the file has been read to its end, and
 ///               never cover bytes that were not read
 /// @return 1, or 0 with `error` set. A file that cannot be opened is tried three times, a second
-///         apart. Any thread; memory is bounded by the longest line.
+///         apart. Any thread; memory is twice the longest text or 512 KiB.
 int ScanLog(const char* path, const TLineFilters& filters, bool scanAll, TLogState& state,
             TLogMatch& match, String& error);

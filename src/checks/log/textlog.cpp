@@ -9,42 +9,41 @@
 
 namespace {
 
-constexpr int kMaxReportedLine = 1024;
+constexpr const char* kMissing = "File does not exist";
 
-TLineFilter Prepared(const TTextLogFilter& filter) {
-  return TLineFilter(filter.text, filter.isExpression == 1, filter.caseSensitive, filter.wholeWord);
+TLineFilter Prepared(TTextLogFilter filter) {
+  return TLineFilter(std::move(filter.text), filter.isExpression == 1, filter.caseSensitive,
+                     filter.wholeWord);
 }
 
 /// What a check works with and what the next one starts from.
 struct TLogCheck {
   String path;
-  double position = 0;
-  double size = 0;
-  double time = 0;
-  double currentSize = 0;
-  TTextLogFilter filter1;
-  TTextLogFilter filter2;
-  int useFilter2 = 0;
+  TLineFilters filters;
   int scanAll = 0;
-  int firstFilterMatched = 0;
   bool reportsFilter = false;  // "TEST-TextLog2"
+  TLogState state = {};
+  int firstFilterMatched = 0;
+  TLogMatch match;
+  String error;
 
   bool DecodeState(const VxRequest& params, int first) {
-    return qovDecodeInt64(params.GetParam(first, 1), &position) != 0 &&
-           qovDecodeInt64(params.GetParam(first + 1, 1), &size) != 0 &&
-           qovDecodeInt64(params.GetParam(first + 2, 1), &time) != 0;
+    return qovDecodeInt64(params.GetValue(first), &state.position) != 0 &&
+           qovDecodeInt64(params.GetValue(first + 1), &state.size) != 0 &&
+           qovDecodeInt64(params.GetValue(first + 2), &state.time) != 0;
   }
 
-  double Scan(String& line, String& error) {
-    return CheckFileForExpression2(path.CStr(), position, size, time, filter1, filter2, useFilter2,
-                                   scanAll, firstFilterMatched, line, error, currentSize);
+  bool Scan() {
+    const int scanned = ScanLog(path.CStr(), filters, scanAll != 0, state, match, error);
+    if (match.filter != 0) firstFilterMatched = match.filter == 1;
+    return scanned != 0;
   }
 
   void AddState(QovReply& reply) const {
-    reply.AddIntParam(position);
-    reply.AddIntParam(size);
-    reply.AddIntParam(time);
-    reply.AddIntParam(currentSize);
+    reply.AddIntParam(state.position);
+    reply.AddIntParam(state.size);
+    reply.AddIntParam(state.time);
+    reply.AddIntParam(state.currentSize);
     if (!reportsFilter) return;
     reply.AddBoolParam(firstFilterMatched);
     reply.AddStringParam(path, 1);
@@ -53,34 +52,29 @@ struct TLogCheck {
 
 /// Scans, and unless all was scanned looks ahead for another match.
 void Answer(TLogCheck& check, QovReply& reply) {
-  String line;
-  String error;
-  const double match = check.Scan(line, error);
-  if (match == -1) {
-    reply.SetResult(kResultCannot) += error;
-    return;
-  }
+  if (!check.Scan()) return Refuse(reply, check.error.CStr());
   reply.SetResult(kResultDone);
-  reply.AddIntParam(match);
-  reply.AddStringParam(line.Copy(1, kMaxReportedLine), 1);
-  line = String();  // lines may be huge
-  const TLogCheck afterFirst = check;
-  const double next = check.scanAll != 0 ? 0 : check.Scan(line, error);
-  const bool morePending = next != 0 && next != -1;
+  reply.AddIntParam(check.match.offset);
+  reply.AddStringParam(check.match.line, 1);
+  const TLogState state = check.state;
+  const int firstFilterMatched = check.firstFilterMatched;
+  const bool morePending = check.scanAll == 0 && check.Scan() && check.match.offset != 0;
   reply.AddBoolParam(morePending);
-  // The waiting match is left to the next check, which starts from the state before it.
-  (morePending ? afterFirst : check).AddState(reply);
+  if (morePending) {
+    // The waiting match is left to the next check, which starts from the state before it.
+    check.state = state;
+    check.firstFilterMatched = firstFilterMatched;
+  }
+  check.AddState(reply);
 }
-
-void ReportMissing(QovReply& reply) { reply.SetResult(kResultCannot) += "File does not exist"; }
 
 }  // namespace
 
 void DecodeFilter(const VxRequest& params, TTextLogFilter& filter, int first) {
-  filter.text = qovDecodeStrings(params.GetParam(first, 1));
-  filter.isExpression = qovDecodeBool(params.GetParam(first + 1, 1));
-  filter.caseSensitive = qovDecodeBool(params.GetParam(first + 2, 1));
-  filter.wholeWord = qovDecodeBool(params.GetParam(first + 3, 1));
+  filter.text = qovDecodeStrings(params.GetText(first));
+  filter.isExpression = qovDecodeBool(params.GetValue(first + 1));
+  filter.caseSensitive = qovDecodeBool(params.GetValue(first + 2));
+  filter.wholeWord = qovDecodeBool(params.GetValue(first + 3));
 }
 
 double CheckFileForExpression(const char* path, const String& expr, double& position, double& size,
@@ -96,8 +90,9 @@ double CheckFileForExpression2(const char* path, double& position, double& size,
                                const TTextLogFilter& filter1, const TTextLogFilter& filter2,
                                int useFilter2, int scanAll, int& firstFilterMatched,
                                String& lastLine, String& error, double& currentSize) {
-  TLineFilters filters(Prepared(filter1));
-  if (useFilter2 != 0) filters.SetSecond(Prepared(filter2));
+  TLineFilters filters;
+  filters.push_back(Prepared(filter1));
+  if (useFilter2 != 0) filters.push_back(Prepared(filter2));
   TLogState state{position, size, time, 0};
   TLogMatch match;
   const int scanned = ScanLog(path, filters, scanAll != 0, state, match, error);
@@ -113,14 +108,16 @@ double CheckFileForExpression2(const char* path, double& position, double& size,
 void ProcessTest_TextLog(const VxRequest& params, QovReply& reply) {
   if (!TestAllowed(CurrentSettings()->textlog, reply)) return;
   TLogCheck check;
-  check.path = GetFirstMatchedFile(params.GetParam(1, 1));
-  if (check.path.Empty()) return ReportMissing(reply);
-  check.filter1.text = qovDecodeStrings(params.GetParam(2, 1));
+  check.path = GetFirstMatchedFile(params.GetValue(1));
+  if (check.path.Empty()) return Refuse(reply, kMissing);
   if (!check.DecodeState(params, 3)) return RefuseParameter(reply);
-  check.filter1.isExpression = qovDecodeBool(params.GetParam(6, 1));
-  check.scanAll = qovDecodeBool(params.GetParam(7, 1));
-  check.filter1.caseSensitive = qovDecodeBool(params.GetParam(8, 1));
-  check.filter1.wholeWord = qovDecodeBool(params.GetParam(9, 1));
+  TTextLogFilter filter;
+  filter.text = qovDecodeStrings(params.GetText(2));
+  filter.isExpression = qovDecodeBool(params.GetValue(6));
+  check.scanAll = qovDecodeBool(params.GetValue(7));
+  filter.caseSensitive = qovDecodeBool(params.GetValue(8));
+  filter.wholeWord = qovDecodeBool(params.GetValue(9));
+  check.filters.push_back(Prepared(std::move(filter)));
   Answer(check, reply);
 }
 
@@ -129,17 +126,20 @@ void ProcessTest_TextLog2(const VxRequest& params, QovReply& reply) {
   TLogCheck check;
   check.reportsFilter = true;
   if (!check.DecodeState(params, 2)) return RefuseParameter(reply);
-  check.scanAll = qovDecodeBool(params.GetParam(5, 1));
-  DecodeFilter(params, check.filter1, 6);
-  check.useFilter2 = qovDecodeBool(params.GetParam(10, 1));
-  if (check.useFilter2 != 0) DecodeFilter(params, check.filter2, 11);
-  check.path = params.GetParam(1, 1);
-  // Deliberate: the flag's place depends on whether the second filter is there.
-  const int macroFlag = (check.useFilter2 + 4) * 4;
-  if (qovDecodeBool(params.GetParam(macroFlag, 1)) != 0) {
-    check.path = GetFileUsingSpecialMacros(check.path);
+  check.scanAll = qovDecodeBool(params.GetValue(5));
+  const bool useFilter2 = qovDecodeBool(params.GetValue(10)) != 0;
+  for (const int first : {6, 11}) {
+    if (first == 11 && !useFilter2) break;
+    TTextLogFilter filter;
+    DecodeFilter(params, filter, first);
+    check.filters.push_back(Prepared(std::move(filter)));
   }
-  check.path = GetFirstMatchedFile(check.path);
-  if (check.path.Empty()) return ReportMissing(reply);
+  String mask = params.GetValue(1);
+  // Deliberate: the flag's place depends on whether the second filter is there.
+  if (qovDecodeBool(params.GetValue(useFilter2 ? 20 : 16)) != 0) {
+    mask = GetFileUsingSpecialMacros(mask);
+  }
+  check.path = GetFirstMatchedFile(mask);
+  if (check.path.Empty()) return Refuse(reply, kMissing);
   Answer(check, reply);
 }

@@ -32,8 +32,10 @@ struct TTextLogFilter {
 void DecodeFilter(const VxRequest& params, TTextLogFilter& filter, int first);
 
 /// Scans a log from `position` on for a line that matches; see ScanLog (checks/log/logscan.h).
+/// Neither form is called by the agent itself, whose checks prepare their filters once.
 /// @param position, size, time  the state, in and out
 /// @param scanAll      not 0: read to the end and report the last matching line
+/// @param lastLine     out: the first 1,024 bytes of the matching line; "" when nothing matched
 /// @param currentSize  out: file size at the start of the scan or at its last match, bytes
 /// @return offset of the line plus the match value (1-based position of the text in the line, 1
 ///         for an expression); 0 when nothing matched; -1 with `error` set
