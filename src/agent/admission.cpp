@@ -1,9 +1,10 @@
 #include "agent/admission.h"
 
 #include <pthread.h>
-#include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -16,6 +17,13 @@
 
 namespace {
 
+/// How many refused connections are kept, or strangers would use up the descriptors.
+size_t MaxRefused() {
+  rlimit limit = {};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  return std::min<size_t>(2048, limit.rlim_cur / 2);
+}
+
 bool IsAdmitted(in_addr peer) {
   const TSettingsView settings = CurrentSettings();
   if (settings->filteractive == 0) return true;
@@ -24,33 +32,18 @@ bool IsAdmitted(in_addr peer) {
   return FilterAdmits(dotted, settings->effectivefilter);
 }
 
-/// Starts a session thread on which no signal but those of its own faults is delivered.
-/// @return 0, or the error number
-int StartSession(std::unique_ptr<ThreadParams> params) {
-  sigset_t blocked;
-  sigset_t former;
-  sigfillset(&blocked);
-  for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) {
-    sigdelset(&blocked, signal);
-  }
-  pthread_sigmask(SIG_SETMASK, &blocked, &former);
-  pthread_t thread;
-  const int error = pthread_create(&thread, nullptr, &ClientExecute, params.get());
-  pthread_sigmask(SIG_SETMASK, &former, nullptr);
-  if (error == 0) params.release();  // NOLINT(bugprone-unused-return-value): the session frees it
-  return error;
-}
-
 }  // namespace
 
 void TAdmission::Admit(TFd socket, in_addr peer) {
   if (!IsAdmitted(peer)) return Refuse(std::move(socket), peer);
   showmessage("TCP connection accepted\n", peer, msgOk, 0);
   auto params = std::make_unique<ThreadParams>(ThreadParams{socket.Get(), peer});
-  if (StartSession(std::move(params)) != 0) {
+  pthread_t thread;
+  if (pthread_create(&thread, nullptr, &ClientExecute, params.get()) != 0) {
     showmessage("Cannot start session thread, connection closed\n", peer, msgFail, 0);
     return;
   }
+  params.release();  // NOLINT(bugprone-unused-return-value): the session frees it
   socket.Release();
 }
 
@@ -63,9 +56,7 @@ bool TAdmission::DropRefused() {
 void TAdmission::Refuse(TFd socket, in_addr peer) {
   ++AgentStatus.FailedConnections;
   showmessage("TCP connection rejected\n", peer, msgFail, 0);
-  // Deliberate: shut down but not closed. Only so many are kept, or strangers would use up the
-  // descriptors.
-  shutdown(socket.Get(), SHUT_RDWR);
+  shutdown(socket.Get(), SHUT_RDWR);  // Deliberate: not closed.
   refused_.push_back(std::move(socket));
-  if (refused_.size() > maxRefused_) refused_.pop_front();
+  if (refused_.size() > MaxRefused()) refused_.pop_front();
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <netinet/in.h>
-#include <stddef.h>
 
 #include <deque>
 
@@ -10,8 +9,6 @@
 /// Takes in accepted connections: refuses by the address filter, or starts a session. Main thread.
 class TAdmission {
  public:
-  explicit TAdmission(size_t maxRefused) : maxRefused_(maxRefused) {}
-
   void Admit(TFd socket, in_addr peer);
   /// Closes what is kept of refused connections; false when there was nothing to close.
   bool DropRefused();
@@ -19,6 +16,5 @@ class TAdmission {
  private:
   void Refuse(TFd socket, in_addr peer);
 
-  size_t maxRefused_;
   std::deque<TFd> refused_;
 };

@@ -5,18 +5,18 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <algorithm>
+#include <optional>
 #include <utility>
-#include <vector>
 
 #include "agent/admission.h"
-#include "agent/daemon.h"
+#include "agent/crash.h"
 #include "agent/flags.h"
-#include "agent/limits.h"
+#include "agent/image.h"
 #include "agent/listener.h"
+#include "agent/pidfile.h"
 #include "agent/signals.h"
+#include "agent/wake.h"
 #include "checks/process/runner.h"
 #include "config/settings.h"
 #include "config/status.h"
@@ -25,37 +25,16 @@
 namespace {
 
 constexpr timespec kSlice{1, 0};
-// A file that was written a moment ago is "busy" while a child that a session has just started
-// still holds a copy of the descriptor.
-constexpr int kBusyTries = 250;
-constexpr timespec kBusyPause{0, 20'000'000};
-constexpr int kExitDone = 0;
-constexpr int kExitListen = 4;
-constexpr int kGoOn = -1;
-constexpr size_t kMaxRefused = 2048;
-
-char** startArguments = nullptr;
-std::vector<char*> startEnvironment;
 
 TListener listener;
 FILE* pidFile = nullptr;
 
-/// Replaces the process image; comes back only on failure.
-void Execute(const char* path) {
+/// Hands the process on; comes back only on failure. Deliberate: the listening socket and the pid
+/// file stay closed then.
+void Execute(const String& path) {
   listener.Close();
   closepidfile(std::exchange(pidFile, nullptr));
-  fflush(stdout);
-  RemoveTempFiles();  // the sessions that use them end here
-  alarm(0);           // the limit of a crash report would go on in the new image
-  RestoreDescriptorLimit();
-  ReleaseSignals();
-  for (int i = 0; i < kBusyTries; ++i) {
-    execve(path, startArguments, startEnvironment.data());
-    if (errno != ETXTBSY) break;
-    nanosleep(&kBusyPause, nullptr);
-  }
-  HoldSignals();
-  RaiseDescriptorLimit();
+  ReplaceImage(path.CStr());
 }
 
 void RunUpgrade() {
@@ -65,15 +44,16 @@ void RunUpgrade() {
     const std::lock_guard<std::mutex> lock(thread_mutex);
     script = QovFlags.upgradeScript;
   }
-  Execute(script.CStr());
+  Execute(script);
   showmessage("Error: cannot start upgrading script\n", kNoPeer, msgFail, 0);
   QovFlags.upgrade = 0;
+  const std::lock_guard<std::mutex> lock(upgrade_mutex);
   QovFlags.upgrading = 0;
 }
 
 /// Acts on what sessions and signals asked for.
-/// @return kGoOn, or the exit status
-int PollFlags() {
+/// @return the exit status when the agent is to end
+std::optional<int> PollFlags() {
   AnswerCrashMark();
   if (TakeReloadMark()) {
     String ignored;
@@ -82,11 +62,12 @@ int PollFlags() {
   if (QovFlags.terminate != 0) {
     showmessage("Terminate request received. Terminating..\n", kNoPeer, msgInfo, 0);
     closepidfile(std::exchange(pidFile, nullptr));
-    return kExitDone;
+    return 0;
   }
   if (QovFlags.reload != 0) ReloadAgent();
   if (QovFlags.upgrade != 0) RunUpgrade();
-  return listener.FollowPort() ? kGoOn : kExitListen;
+  if (!listener.FollowPort()) return kExitListen;
+  return std::nullopt;
 }
 
 /// Waits for a connection, a wake-up, a signal or the end of the slice; true for a connection.
@@ -109,10 +90,9 @@ bool AcceptOne(TAdmission& admission) {
       admission.Admit(std::move(socket), address.sin_addr);
       return true;
     }
-    if (errno == EINTR || errno == EAGAIN) return true;
-    const bool exhausted = errno == EMFILE || errno == ENFILE;
     const int error = errno;
-    if (exhausted && admission.DropRefused()) continue;
+    if (error == EINTR || error == EAGAIN) return true;
+    if ((error == EMFILE || error == ENFILE) && admission.DropRefused()) continue;
     showmessage("Accept fatal error: %s\n\n", kNoPeer, msgFail, 1, strerror(error));
     return false;
   }
@@ -120,16 +100,9 @@ bool AcceptOne(TAdmission& admission) {
 
 }  // namespace
 
-void RememberStart(char** argv, char** envp) {
-  startArguments = argv;
-  // A copy: setting a variable may write into the array that the process was started with.
-  while (*envp != nullptr) startEnvironment.push_back(*envp++);
-  startEnvironment.push_back(nullptr);
-}
-
 void ReloadAgent() {
   showmessage("Reload request received. Executing..\n", kNoPeer, msgInfo, 0);
-  Execute(CurrentSettings()->qovpath.CStr());
+  Execute(CurrentSettings()->qovpath);
   showmessage("Error: cannot start new instance\n", kNoPeer, msgFail, 0);
   QovFlags.reload = 0;
 }
@@ -144,11 +117,10 @@ int ServeConnections() {
   if (settings->interactive == 0 && !settings->pidfile.Empty()) pidFile = createpidfile();
   showmessage("Listening...\n", kNoPeer, msgInfo, 0);
 
-  TAdmission admission(std::min(kMaxRefused, DescriptorLimit() / 2));
+  TAdmission admission;
   for (;;) {
     ReapBackgroundChildren();
-    const int status = PollFlags();
-    if (status != kGoOn) return status;
+    if (const std::optional<int> status = PollFlags()) return *status;
     if (WaitForConnection() && !AcceptOne(admission)) return kExitListen;
   }
 }

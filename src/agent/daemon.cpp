@@ -1,12 +1,10 @@
 #include "agent/daemon.h"
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
-#include "agent/signals.h"
-#include "config/settings.h"
-#include "core/message.h"
 #include "core/owned.h"
 
 namespace {
@@ -14,13 +12,6 @@ namespace {
 void ReopenOnNull(int fd, int flags) {
   const TFd null(open("/dev/null", flags | O_CLOEXEC));
   if (null) dup2(null.Get(), fd);
-}
-
-bool LockWhole(FILE* file) {
-  struct flock lock = {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  return fcntl(fileno(file), F_SETLK, &lock) == 0;
 }
 
 }  // namespace
@@ -44,28 +35,5 @@ int daemon_init() {
   ReopenOnNull(STDIN_FILENO, O_RDONLY);
   ReopenOnNull(STDOUT_FILENO, O_WRONLY);
   ReopenOnNull(STDERR_FILENO, O_WRONLY);
-  InstallReloadSignal();
   return 0;
-}
-
-FILE* createpidfile() {
-  const String path = CurrentSettings()->pidfile;
-  TFile file(fopen(path.CStr(), "we"));
-  if (file == nullptr) {
-    showmessage("Failed to create pid file %s\n", kNoPeer, msgFail, 1, path.CStr());
-    return nullptr;
-  }
-  if (!LockWhole(file.get())) {
-    showmessage("Failed to lock pid file %s\n", kNoPeer, msgFail, 1, path.CStr());
-    return nullptr;
-  }
-  fprintf(file.get(), "%d\n", static_cast<int>(getpid()));
-  fflush(file.get());
-  return file.release();
-}
-
-void closepidfile(FILE* file) {
-  if (file == nullptr) return;
-  unlink(CurrentSettings()->pidfile.CStr());  // while the lock still keeps others out
-  fclose(file);
 }

@@ -21,57 +21,15 @@ namespace {
 constexpr int64_t kMinUpgradeBytes = 101;
 constexpr int64_t kMaxUpgradeBytes = 10485759;
 
-using THandler = void (*)(const VxRequest& params, QovReply& reply);
-struct TCommand {
-  const char* name;  // compared exactly, case included
-  THandler run;
-};
-constexpr TCommand kCommands[] = {
-    {"TEST-UNC", ProcessTest_UNC},
-    {"TEST-DiskSpace", ProcessNotApplicable},  // "TEST-UNC" measures disks here
-    {"TEST-FolderSize", ProcessTest_FolderSize},
-    {"TEST-FileExists", ProcessTest_FileExists},
-    {"TEST-FileCompare", ProcessTest_FileCompare},
-    {"TEST-FileCRC", ProcessTest_FileCRC},
-    {"TEST-CountFiles", ProcessTest_CountFiles},
-    {"TEST-Service", ProcessNotApplicable},
-    {"TEST-NTLog", ProcessNotApplicable},
-    {"TEST-PerfCounter", ProcessNotApplicable},
-    {"TEST-Script", ProcessNotImplemented},
-    {"TEST-SNMP", ProcessNotImplemented},
-    {"TEST-Ping", ProcessNotImplemented},
-    {"TEST-Process", ProcessTest_Process},
-    {"TEST-CPU", ProcessTest_CPU},
-    {"TEST-ExternalPrg", ProcessTest_External},
-    {"TEST-TextLog", ProcessTest_TextLog},
-    {"TEST-TextLog2", ProcessTest_TextLog2},
-    {"TEST-ShellScript", ProcessTest_ShellScript},
-    {"TEST-TCP", ProcessTest_TCP},
-    {"TEST-UDP", ProcessTest_UDP},
-    {"ACT-ExternalCmd", ProcessAct_ExternalCmd},
-    {"ACT-TCPUDPsend", ProcessAct_TCPSend},
-    {"ACT-Syslog", ProcessAct_Syslog},
-    {"GetProcessesList", ProcessInfo_ProcessesList},
-    {"GetServicesList", ProcessNotApplicable},
-    {"GetEventLogFiles", ProcessNotApplicable},
-    {"GetEventLogSources", ProcessNotApplicable},
-    {"GetFilesList", ProcessInfo_GetFileList},
-    {"GetDriveList", ProcessNotImplemented},
-    {"GetInfo", GetAgentStatus},
-};
-
-/// What an administrative command works with.
-struct TAdminCall {
+/// What a command works with.
+struct TCall {
   const VxRequest& params;
   QovReply& reply;
   TQovFlags& flags;
+  UpgradeRec& upgrade;
 };
 
-void GetSettings(const TAdminCall& call) { GetAgentSettings(call.params, call.reply); }
-
-void SetSettings(const TAdminCall& call) { SetAgentSettings(call.params, call.reply); }
-
-void ReloadConfiguration(const TAdminCall& call) {
+void ReloadConfiguration(const TCall& call) {
   String error;
   if (LoadOptions(error) != 0) {
     call.reply.SetResult(kResultDone) += "Ok";
@@ -80,29 +38,14 @@ void ReloadConfiguration(const TAdminCall& call) {
   }
 }
 
-void Quit(const TAdminCall& call) {
+void Quit(const TCall& call) {
   call.reply.SetResult(kResultDone) += "Ok";
   call.flags.terminate = 1;
 }
 
-void ReloadApplication(const TAdminCall& call) {
+void ReloadApplication(const TCall& call) {
   call.reply.SetResult(kResultDone) += "Ok";
   call.flags.reload = 1;
-}
-
-struct TAdminCommand {
-  const char* name;
-  void (*run)(const TAdminCall& call);
-};
-constexpr TAdminCommand kAdminCommands[] = {
-    {"GetSettings", GetSettings},       {"SetSettings", SetSettings},
-    {"ReloadCfg", ReloadConfiguration}, {"QUIT", Quit},
-    {"ReloadApp", ReloadApplication},
-};
-
-bool HasRight(int allowed, const String& list, in_addr peer) {
-  String fault;
-  return allowed != 0 && IPAllowed(peer.s_addr, list, fault) != 0;
 }
 
 /// The announced size, saturated; what is not a number is 0.
@@ -114,25 +57,100 @@ int64_t AnnouncedSize(const VxRequest& params) {
   return size == size ? static_cast<int64_t>(size) : 0;
 }
 
-void StartUpgrade(const String& sessionKey, const VxRequest& params, QovReply& reply,
-                  UpgradeRec& upgrade) {
-  if (!upgrade.RequestUpgrade(sessionKey)) {
-    reply.SetResult(kResultBusy);
+void StartUpgrade(const TCall& call) {
+  UpgradeRec& upgrade = call.upgrade;
+  if (!upgrade.RequestUpgrade(call.params.GetSessionKey())) {
+    call.reply.SetResult(kResultBusy);
     return;
   }
-  upgrade.expectedSize = AnnouncedSize(params);
+  upgrade.expectedSize = AnnouncedSize(call.params);
   upgrade.sized = 1;
   if (upgrade.expectedSize < kMinUpgradeBytes || upgrade.expectedSize > kMaxUpgradeBytes) {
     // Deliberate: the claim is kept and the session stays in data mode.
-    reply.SetResult(kResultWrongParameter) += "Wrong file parameter(s)";
+    call.reply.SetResult(kResultWrongParameter) += "Wrong file parameter(s)";
     return;
   }
   String error;
   if (DoUpgrading(upgrade, nullptr, 0, error) != 0) {
-    reply.SetResult(kResultDone);
+    call.reply.SetResult(kResultDone);
   } else {
-    reply.SetResult(kResultFailed) += error;
+    call.reply.SetResult(kResultFailed) += error;
   }
+}
+
+/// A check or an action: all it needs is its parameters.
+template <void (*handler)(const VxRequest& params, QovReply& reply)>
+void Run(const TCall& call) {
+  handler(call.params, call.reply);
+}
+
+enum TRight { rightAny, rightManage, rightUpdate };
+
+struct TCommand {
+  const char* name;  // compared exactly, case included
+  TRight right;
+  void (*run)(const TCall& call);
+};
+constexpr TCommand kCommands[] = {
+    {"TEST-UNC", rightAny, Run<ProcessTest_UNC>},
+    {"TEST-DiskSpace", rightAny, Run<ProcessTest_DiskSpace>},
+    {"TEST-FolderSize", rightAny, Run<ProcessTest_FolderSize>},
+    {"TEST-FileExists", rightAny, Run<ProcessTest_FileExists>},
+    {"TEST-FileCompare", rightAny, Run<ProcessTest_FileCompare>},
+    {"TEST-FileCRC", rightAny, Run<ProcessTest_FileCRC>},
+    {"TEST-CountFiles", rightAny, Run<ProcessTest_CountFiles>},
+    {"TEST-Process", rightAny, Run<ProcessTest_Process>},
+    {"TEST-Service", rightAny, Run<ProcessTest_Service>},
+    {"TEST-NTLog", rightAny, Run<ProcessTest_NTLog>},
+    {"TEST-CPU", rightAny, Run<ProcessTest_CPU>},
+    {"TEST-PerfCounter", rightAny, Run<ProcessTest_Perf>},
+    {"TEST-Script", rightAny, Run<ProcessTest_Script>},
+    {"TEST-SNMP", rightAny, Run<ProcessTest_SNMP>},
+    {"TEST-ExternalPrg", rightAny, Run<ProcessTest_External>},
+    {"TEST-Ping", rightAny, Run<ProcessTest_Ping>},
+    {"TEST-TCP", rightAny, Run<ProcessTest_TCP>},
+    {"TEST-UDP", rightAny, Run<ProcessTest_UDP>},
+    {"TEST-TextLog", rightAny, Run<ProcessTest_TextLog>},
+    {"TEST-TextLog2", rightAny, Run<ProcessTest_TextLog2>},
+    {"TEST-ShellScript", rightAny, Run<ProcessTest_ShellScript>},
+    {"ACT-ExternalCmd", rightAny, Run<ProcessAct_ExternalCmd>},
+    {"ACT-TCPUDPsend", rightAny, Run<ProcessAct_TCPSend>},
+    {"ACT-Syslog", rightAny, Run<ProcessAct_Syslog>},
+    {"GetProcessesList", rightAny, Run<ProcessInfo_ProcessesList>},
+    {"GetServicesList", rightAny, Run<ProcessInfo_ServicesList>},
+    {"GetEventLogFiles", rightAny, Run<ProcessInfo_EventLogFiles>},
+    {"GetEventLogSources", rightAny, Run<ProcessInfo_EventLogSources>},
+    {"GetDriveList", rightAny, Run<ProcessInfo_GetDriveList>},
+    {"GetFilesList", rightAny, Run<ProcessInfo_GetFileList>},
+    {"GetInfo", rightAny, Run<GetAgentStatus>},
+    {"GetSettings", rightManage, Run<GetAgentSettings>},
+    {"SetSettings", rightManage, Run<SetAgentSettings>},
+    {"ReloadCfg", rightManage, ReloadConfiguration},
+    {"QUIT", rightManage, Quit},
+    {"ReloadApp", rightManage, ReloadApplication},
+    {"UpgradeCode", rightUpdate, StartUpgrade},
+};
+
+bool HasRight(TRight right, in_addr peer) {
+  if (right == rightAny) return true;
+  const TSettingsView settings = CurrentSettings();
+  const bool manage = right == rightManage;
+  String fault;
+  return (manage ? settings->allowmanage : settings->allowupdates) != 0 &&
+         IPAllowed(peer.s_addr, manage ? settings->manageaddr : settings->updateaddr, fault) != 0;
+}
+
+/// Takes the first line off the request, which leaves the parameters.
+/// @return the line, trimmed
+String TakeName(VxRequest& request) {
+  const int lineEnd = request.Pos('\n');
+  String name = lineEnd != 0 ? request.Copy(1, lineEnd - 1) : request;
+  if (lineEnd != 0) {
+    request.Delete(1, lineEnd);
+  } else {
+    request = "";
+  }
+  return name.Trim();
 }
 
 /// Answers with the bare code and leaves the reason to the agent's logs.
@@ -140,31 +158,6 @@ void StartUpgrade(const String& sessionKey, const VxRequest& params, QovReply& r
 int Reject(QovReply& reply, const char* code) {
   reply.SetResult(code);
   return 0;
-}
-
-/// Runs the command of an ordinary row; false when no row has the name.
-bool RunCommand(const String& name, const VxRequest& params, QovReply& reply) {
-  for (const TCommand& command : kCommands) {
-    if (!(name == command.name)) continue;
-    command.run(params, reply);
-    return true;
-  }
-  return false;
-}
-
-/// Runs an administrative command, or refuses it; false when no row has the name.
-bool RunAdminCommand(const String& name, const TAdminCall& call, in_addr peer) {
-  for (const TAdminCommand& command : kAdminCommands) {
-    if (!(name == command.name)) continue;
-    const TSettingsView settings = CurrentSettings();
-    if (HasRight(settings->allowmanage, settings->manageaddr, peer)) {
-      command.run(call);
-    } else {
-      call.reply.SetResult(kResultRefused);
-    }
-    return true;
-  }
-  return false;
 }
 
 }  // namespace
@@ -175,22 +168,15 @@ int ProcessVxRequest(VxRequest& request, QovReply& reply, TQovFlags& flags, Thre
     showmessage("EndOfTransmission signal missed\n", params.address, msgFail, 0);
     return Reject(reply, kResultIncomplete);
   }
-  const int lineEnd = request.Pos('\n');
-  String name = lineEnd != 0 ? request.Copy(1, lineEnd - 1) : request;
-  name.Trim();
+  const String name = TakeName(request);
   if (name.Empty()) {
     showmessage("Void request received\n", params.address, msgFail, 0);
     return Reject(reply, kResultUnknown);
   }
-  VxRequest block;
-  if (lineEnd != 0) block = request.Copy(lineEnd + 1, request.Length());
-
-  if (RunCommand(name, block, reply)) return 1;
-  if (RunAdminCommand(name, TAdminCall{block, reply, flags}, params.address)) return 1;
-  if (name == "UpgradeCode") {
-    const TSettingsView settings = CurrentSettings();
-    if (HasRight(settings->allowupdates, settings->updateaddr, params.address)) {
-      StartUpgrade(request.GetSessionKey(), block, reply, upgrade);
+  for (const TCommand& command : kCommands) {
+    if (!(name == command.name)) continue;
+    if (HasRight(command.right, params.address)) {
+      command.run({request, reply, flags, upgrade});
     } else {
       reply.SetResult(kResultRefused);
     }

@@ -4,12 +4,13 @@
 #include <time.h>
 
 #include <atomic>
+#include <mutex>
 
 #include "core/wqstring.h"
 
 /// The process-wide control record: sessions raise, the main loop polls at least once a second.
 struct TQovFlags {
-  std::atomic<uint32_t> upgrading{0};  ///< 1 while a session holds the upgrade; see upgrade_mutex
+  uint32_t upgrading = 0;  ///< 1 while a session holds the upgrade; guarded by upgrade_mutex
   std::atomic<uint32_t> terminate{0};
   std::atomic<uint32_t> reload{0};   ///< asks for a re-execution of the agent
   std::atomic<uint32_t> upgrade{0};  ///< asks for the execution of upgradeScript
@@ -17,4 +18,5 @@ struct TQovFlags {
   time_t startTime = time(nullptr);  ///< when the process started, seconds since the epoch
 };
 
-extern TQovFlags QovFlags;
+inline TQovFlags QovFlags;
+inline std::mutex upgrade_mutex;

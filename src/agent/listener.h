@@ -16,7 +16,6 @@ class TListener {
   void Close();
   /// -1 when there is none.
   int Socket() const { return socket_; }
-  int Port() const { return port_; }
   /// Follows a changed `port` setting and falls back to the old port, which goes back into the
   /// setting, when the new one cannot be opened. Reports each step.
   /// @return false when no port can be opened

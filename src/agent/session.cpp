@@ -9,11 +9,11 @@
 
 #include <memory>
 #include <mutex>
+#include <utility>
 
-#include "agent/dispatch.h"
 #include "agent/flags.h"
-#include "agent/signals.h"
 #include "agent/upgrade.h"
+#include "agent/wake.h"
 #include "config/settings.h"
 #include "config/status.h"
 #include "core/message.h"
@@ -28,6 +28,9 @@ constexpr timespec kPoll{0, 500'000};  // 500 microseconds
 constexpr int kMsPerSec = 1000;
 constexpr int kCodeLength = 3;
 
+/// The connection of this thread's session, -1 without one.
+thread_local int openSocket = -1;
+
 time_t MonotonicSec() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -38,6 +41,7 @@ time_t MonotonicSec() {
 class TSession {
  public:
   explicit TSession(const ThreadParams& params) : params_(params) {
+    openSocket = params.socket;
     const std::lock_guard<std::mutex> lock(thread_mutex);
     ++AgentStatus.ActiveConnections;
     ++AgentStatus.OpenedConnections;
@@ -50,7 +54,7 @@ class TSession {
 
  private:
   bool Receive();
-  bool IsIdleTooLong() const;
+  bool IsIdleTooLong();
   bool TakeUpgradeData(char* data, int length);
   bool TakeRequestData(const char* data, int length);
   void ServeRequest();
@@ -63,13 +67,14 @@ class TSession {
   QovReply reply_;
   TQovFlags raised_;  // what the request raises; takes effect once the connection is closed
   time_t lastChunk_ = MonotonicSec();
+  time_t lastLook_ = lastChunk_;  // at the idle limit
   bool wholePacket_ = false;
 };
 
 TSession::~TSession() {
   showmessage("Session closed, wait for next ..\n", kNoPeer, msgInfo, 0);
   shutdown(params_.socket, SHUT_RDWR);
-  close(params_.socket);
+  close(std::exchange(openSocket, -1));
   const std::lock_guard<std::mutex> lock(thread_mutex);
   --AgentStatus.ActiveConnections;
   if (raised_.terminate != 0) QovFlags.terminate = 1;
@@ -99,11 +104,14 @@ bool TSession::Receive() {
   return upgrade_.active != 0 ? TakeUpgradeData(chunk, length) : TakeRequestData(chunk, length);
 }
 
-/// The limit holds until a whole packet has been seen; an upgrade waits without one.
-bool TSession::IsIdleTooLong() const {
-  if (wholePacket_) return false;
+/// The limit holds until a whole packet has been seen; an upgrade waits without one. Looks at the
+/// settings, which costs a lock, only when the clock has moved on by a second.
+bool TSession::IsIdleTooLong() {
+  const time_t now = MonotonicSec();
+  if (wholePacket_ || now == lastLook_) return false;
+  lastLook_ = now;
   const int timeoutMs = CurrentSettings()->timeout;
-  return timeoutMs > 0 && lastChunk_ + timeoutMs / kMsPerSec < MonotonicSec();
+  return timeoutMs > 0 && lastChunk_ + timeoutMs / kMsPerSec < now;
 }
 
 bool TSession::TakeUpgradeData(char* data, int length) {
@@ -162,4 +170,11 @@ void* ClientExecute(void* block) {
   TSession session(*std::unique_ptr<ThreadParams>(static_cast<ThreadParams*>(block)));
   session.Run();
   return nullptr;
+}
+
+void DropCrashedSession() {
+  if (openSocket == -1) return;
+  shutdown(openSocket, SHUT_RDWR);
+  close(openSocket);
+  --AgentStatus.ActiveConnections;
 }

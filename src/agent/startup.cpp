@@ -8,22 +8,28 @@
 
 #include "agent/cmdline.h"
 #include "agent/control.h"
+#include "agent/crash.h"
 #include "agent/daemon.h"
-#include "agent/limits.h"
+#include "agent/image.h"
 #include "agent/listener.h"
 #include "agent/messages.h"
-#include "agent/selfcheck.h"
 #include "agent/signals.h"
+#include "agent/wake.h"
 #include "checks/process/runner.h"
 #include "config/settings.h"
 #include "config/tempfolder.h"
+#include "protocol/ciplib.h"
+#include "protocol/qov_const.h"
+#include "protocol/twofish.h"
 
 namespace {
 
 constexpr int kExitSettings = 1;
 constexpr int kExitDaemon = 2;
 constexpr int kExitSelfCheck = 3;
-constexpr int kExitListen = 4;
+
+constexpr char kPassphrase[] = "test-key-value";
+constexpr char kPlainText[16] = "123456789012345";
 
 bool CheckSettings() {
   printf("Settings checking .. ");
@@ -38,6 +44,40 @@ bool CheckSettings() {
     printf("Warning: %s\n", error.CStr());
   }
   return true;
+}
+
+/// Tells the platform's sizes where the run asks for detail; computes nothing.
+void ReportPlatform() {
+  puts("CPU testing .. Ok");
+  if (QovSettings.debug != 0) printf("stat.size: %d\nsrec.size: %d\nint64 = double\n", 8, 8);
+}
+
+const unsigned char* Bytes(const char* text) {
+  return reinterpret_cast<const unsigned char*>(text);
+}
+
+/// Runs the cipher's self test, which ends the process with status 3 on a fault, then takes one
+/// block there and back.
+bool CheckCipher() {
+  Twofish_initialise();
+  THash_SHA hash;
+  const char* digest = hash.GetHash(kPassphrase, static_cast<long>(strlen(kPassphrase)));
+  Twofish_key key;
+  Twofish_prepare_key(Bytes(digest), hash.GetHashSize(), &key);
+  unsigned char block[sizeof kPlainText];
+  Twofish_encrypt(&key, Bytes(kPlainText), block);
+  Twofish_decrypt(&key, block, block);
+  const bool same = memcmp(block, kPlainText, sizeof block) == 0;
+  printf("Basic encyption checking .. %s\n", same ? "Ok" : "Error");
+  return same;
+}
+
+/// Takes one text through the packet codec and back.
+bool CheckCodec() {
+  const String coded = EncodeData(kPlainText, kPassphrase, 0);
+  const bool same = DecodeData(coded, kPassphrase) == kPlainText;
+  printf("QOV encyption checking .. %s\n", same ? "Ok" : "Error");
+  return same;
 }
 
 /// Proves that the port can be opened.
@@ -63,7 +103,6 @@ int RunAgent(int argc, char** argv, char** envp) {
   OpenMissingStreams();
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   RememberStart(argv, envp);
-  RaiseDescriptorLimit();
   PrepareToWaitForChildren();
   PrintBanner();
   printf("Command line checking .. ");
@@ -77,7 +116,10 @@ int RunAgent(int argc, char** argv, char** envp) {
     fprintf(stderr, "Error initializing daemon: %s\n", strerror(errno));
     return kExitDaemon;
   }
+  if (QovSettings.interactive == 0) InstallReloadSignal();
+  OpenWake();
   InstallSignals();
+  InstallCrashHandler(&ReloadAgent);
   InstallMessages();
   FreezeEnvironment();
   const int status = ServeConnections();

@@ -1,5 +1,6 @@
 #include "agent/upgrade.h"
 
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -37,8 +38,6 @@ constexpr char kScript[] =
     "$oldQOV $1 $2 $3 $4 $5 $6\n"
     "rm %s\n";
 
-std::mutex upgrade_mutex;
-
 TFile CreateFreshStream(const String& path) {
   TFd fd = CreateFresh(path.CStr());
   TFile file(fd ? fdopen(fd.Get(), "w+") : nullptr);
@@ -74,15 +73,22 @@ int WritePart(UpgradeRec& rec, const char* data, int length, String& error) {
   return 1;
 }
 
+/// Closes what was written and makes it executable: by its name, so that a file which is gone by
+/// now is told, and through no link that may have taken its place.
+bool CloseExecutable(TFile& file, const String& path) {
+  const bool closed = file != nullptr && fclose(file.release()) == 0;
+  return closed && fchmodat(AT_FDCWD, path.CStr(), kExecutableMode, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 bool WriteScript(const String& path, const String& newProgram, String& error) {
   TFile script = CreateFreshStream(path);
-  if (script == nullptr) return false;
-  const int printed = fprintf(script.get(), kScript, CurrentSettings()->qovpath.CStr(),
-                              newProgram.CStr(), path.CStr());
-  const bool flushed = fflush(script.get()) == 0;
-  const bool executable = fchmod(fileno(script.get()), kExecutableMode) == 0;
-  const bool closed = fclose(script.release()) == 0;
-  if (printed < 0 || !flushed || !closed) return false;
+  if (script == nullptr ||
+      fprintf(script.get(), kScript, CurrentSettings()->qovpath.CStr(), newProgram.CStr(),
+              path.CStr()) < 0 ||
+      fflush(script.get()) != 0) {
+    return false;
+  }
+  const bool executable = CloseExecutable(script, path);
   if (!executable) error = "Cannot set exec flag for script";
   return executable;
 }
@@ -94,16 +100,8 @@ bool IsDigestRight(UpgradeRec& rec, const char* trailer, int length) {
   return decoded.Length() == kDigestBytes && memcmp(decoded.Data(), digest, kDigestBytes) == 0;
 }
 
-/// Gives the new executable its mode and closes it.
-bool CloseExecutable(UpgradeRec& rec) {
-  if (rec.file == nullptr) return false;
-  const bool executable = fchmod(fileno(rec.file.get()), kExecutableMode) == 0;
-  const bool closed = fclose(rec.file.release()) == 0;
-  return executable && closed;
-}
-
 int Complete(UpgradeRec& rec, const char* trailer, int length, String& error) {
-  if (!CloseExecutable(rec)) {
+  if (!CloseExecutable(rec.file, rec.tempPath)) {
     // Deliberate: the digest is still checked, and a good one still runs the script.
     error = "Cannot set exec flag new module";
     DeleteFile(rec.tempPath.CStr());

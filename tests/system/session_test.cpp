@@ -1,9 +1,14 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 
 #include <thread>
 
-#include "support/process.h"
+#include "built.h"
+#include "support/agentprocess.h"
+#include "support/await.h"
+#include "support/rawpeer.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -13,14 +18,11 @@ bool AwaitAlone(const TAgentProcess& agent) {
 }
 
 TEST(SessionTest, CountsItsConnections) {
-  TAgentOptions options;
-  options.config = "filteractive=1\n";
-  const TAgentProcess agent(options);
+  const TAgentProcess agent({.config = "filteractive=1\n"});
   TReply info = agent.Ask("GetInfo");
   EXPECT_EQ("1", Named(info, "ActiveConnections"));
   EXPECT_EQ("1", Named(info, "OpenedConnections"));
   EXPECT_EQ("0", Named(info, "FailedConnections"));
-  EXPECT_EQ("0", Named(info, "Service"));
 
   TRawPeer stranger(agent.Port(), "127.0.0.2");
   ASSERT_TRUE(stranger.Connected());
@@ -30,48 +32,40 @@ TEST(SessionTest, CountsItsConnections) {
   EXPECT_EQ("2", Named(info, "OpenedConnections"));
   EXPECT_EQ("1", Named(info, "FailedConnections"));
   EXPECT_TRUE(AwaitAlone(agent));
-  EXPECT_NE(std::string::npos,
-            agent.ReadFile("log2.txt").find("]\t 127.0.0.2\t TCP connection rejected\n"));
-  EXPECT_NE(std::string::npos,
-            agent.ReadFile("log1.txt").find("]\t 127.0.0.1\t TCP connection accepted\n"));
+  EXPECT_THAT(agent.ReadFile("log2.txt"), HasSubstr("]\t 127.0.0.2\t TCP connection rejected\n"));
+  EXPECT_THAT(agent.ReadFile("log1.txt"), HasSubstr("]\t 127.0.0.1\t TCP connection accepted\n"));
 }
 
 TEST(SessionTest, AssemblesARequestFromItsPieces) {
   const TAgentProcess agent;
-  const std::string packet = TAgentProcess::Packet("TEST-Ping");
   TRawPeer peer(agent.Port());
-  for (const char byte : packet) {
+  for (const char byte : TAgentProcess::Packet("TEST-Ping")) {
     ASSERT_TRUE(peer.Send({&byte, 1}));
     std::this_thread::yield();
   }
-  const TReply reply = TAgentProcess::Decode(peer.ReceiveAll());
-  EXPECT_EQ("500\nnot implemented yet\n\r", reply.text);
+  EXPECT_EQ("500\nnot implemented yet\n\r", TAgentProcess::Decode(peer.ReceiveAll()).text);
   EXPECT_TRUE(peer.Closed());  // by the agent
+  EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.1\t <-- Correct VX request received\n"));
+  EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.1\t --> request processed (500)\n"));
+  EXPECT_EQ("500\n\r", agent.Ask("Test-Ping").text);
+  EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.1\t --> request rejected or operation failed (500)\n"));
 }
 
 TEST(SessionTest, ClosesWithoutAReplyOnWhatIsNotARequest) {
   const TAgentProcess agent;
   const std::string good = TAgentProcess::Packet("GetInfo");
-  std::string wrongProof = good;
-  wrongProof[8] = static_cast<char>(wrongProof[8] ^ 1);
-  std::string huge = good;
-  huge[3] = 0x7f;  // announces two gigabytes
-  std::string negative = good;
-  negative[3] = static_cast<char>(0x80);
-  const struct {
-    const char* name;
-    std::string bytes;
-  } cases[] = {
-      {"wrong proof", wrongProof},
-      {"one byte too many", good + "x"},
-      {"announces too much", huge},
-      {"negative length", negative},
-      {"nothing but zeros", std::string(14, '\0')},
+  const auto damaged = [good](size_t at, char bits) {
+    std::string bytes = good;
+    bytes[at] = static_cast<char>(bytes[at] ^ bits);
+    return bytes;
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  // A wrong proof, a byte too many, two announced gigabytes, a negative length, nothing but zeros.
+  const std::string cases[] = {damaged(8, 1), good + "x", damaged(3, 0x7f), damaged(3, '\x80'),
+                               std::string(14, '\0')};
+  for (const std::string& bytes : cases) {
+    SCOPED_TRACE(&bytes - cases);
     TRawPeer peer(agent.Port());
-    ASSERT_TRUE(peer.Send(c.bytes));
+    ASSERT_TRUE(peer.Send(bytes));
     EXPECT_EQ("", peer.ReceiveAll());
     EXPECT_TRUE(peer.Closed());
   }
@@ -82,22 +76,39 @@ TEST(SessionTest, ClosesWithoutAReplyOnWhatIsNotARequest) {
 TEST(SessionTest, DropsSilentPeersByTheTimeout) {
   const struct {
     const char* timeout;
-    bool dropped;
-  } cases[] = {{"1000", true}, {"999", true}, {"-1", false}};
+    int leastMs;  // 0: never dropped
+  } cases[] = {{"2000", 2000}, {"999", 1}, {"-1", 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.timeout);
-    TAgentOptions options;
-    options.config = std::string("timeout=") + c.timeout + "\n";
-    const TAgentProcess agent(options);
+    const TAgentProcess agent({.config = std::string("timeout=") + c.timeout + "\n"});
     TRawPeer peer(agent.Port());
-    ASSERT_TRUE(peer.Send("half a packet"));
-    peer.ReceiveAll(c.dropped ? 20000 : 2500);
-    EXPECT_EQ(c.dropped, peer.Closed());
+    ASSERT_TRUE(peer.Send("half a"));
+    const long long first = NowMs();
+    peer.ReceiveAll(c.leastMs > 1 ? 1500 : 10);
+    const long long second = NowMs();
+    if (second - first < c.leastMs || c.leastMs < 2) {
+      ASSERT_TRUE(peer.Send("packet"));  // the limit starts anew
+    }
+    peer.ReceiveAll(c.leastMs != 0 ? 20000 : 2500);
+    EXPECT_EQ(c.leastMs != 0, peer.Closed());
+    if (second - first < c.leastMs) EXPECT_LE(c.leastMs, NowMs() - second);
   }
+}
+
+/// Reserved memory of the serving process, MiB.
+long Reserved(const TAgentProcess& agent) {
+  const std::string status = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
+  return atol(&status[status.find("VmSize:") + 7]) / 1024;
 }
 
 TEST(SessionTest, AnswersTwoHundredAtOnce) {
   const TAgentProcess agent;
+  // One behind the other: a thread that were not detached would leave its stack of 8 MiB.
+  EXPECT_EQ("200", agent.Ask("GetInfo").code);
+  const long before = Reserved(agent);
+  for (int i = 0; i < 200; ++i) EXPECT_EQ("200", agent.Ask("GetInfo").code);
+  EXPECT_GT(1000, Reserved(agent) - before);
+
   std::vector<TRawPeer> peers;
   for (int i = 0; i < 200; ++i) peers.emplace_back(agent.Port());
   const std::string packet = TAgentProcess::Packet("GetInfo");
@@ -105,17 +116,28 @@ TEST(SessionTest, AnswersTwoHundredAtOnce) {
   int right = 0;
   for (TRawPeer& peer : peers) right += TAgentProcess::Decode(peer.ReceiveAll()).code == "200";
   EXPECT_EQ(200, right);
-  EXPECT_TRUE(agent.WaitFor("Session closed, wait for next ..\n", 200));
+  EXPECT_TRUE(agent.WaitFor("]\t qov\t\t Session closed, wait for next ..\n", 400));
   EXPECT_TRUE(AwaitAlone(agent));
 }
 
 TEST(SessionTest, KeepsOnlySoManyRefusedConnections) {
-  TAgentOptions options;
-  options.config = "filteractive=1\nlogfails=0\n";
-  const TAgentProcess agent(options);
+  const TAgentProcess agent({.config = "filteractive=1\nlogfails=0\n"});
   for (int i = 0; i < 3000; ++i) TRawPeer(agent.Port(), "127.0.0.2");
-  EXPECT_EQ("3000", Named(agent.Ask("GetInfo"), "FailedConnections"));
+  EXPECT_EQ("3000", agent.Info("FailedConnections"));
   EXPECT_GT(2100, agent.CountDescriptors());
+}
+
+TEST(SessionTest, EndsTheAgentWithoutADescriptorToSpare) {
+  TAgentProcess agent(
+      {.config = "filteractive=1\n",
+       .environment = {std::string("LD_PRELOAD=") + QOV_FAULTS, "FAULT_ACCEPT=2 3"}});
+  TRawPeer refused(agent.Port(), "127.0.0.2");
+  EXPECT_EQ("", refused.ReceiveAll());
+  // The second call gives up the refused connection and tries again, the third has none to give up.
+  EXPECT_EQ("", agent.Ask("GetInfo").code);
+  EXPECT_EQ(4, agent.Wait());
+  EXPECT_THAT(agent.Console(),
+              HasSubstr("]\t qov\t\t Accept fatal error: Too many open files\n\n"));
 }
 
 }  // namespace

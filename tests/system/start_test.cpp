@@ -1,120 +1,129 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/process.h"
+#include <filesystem>
+
+#include "built.h"
+#include "support/agentprocess.h"
+#include "support/rawpeer.h"
+
+using testing::HasSubstr;
 
 namespace {
 
-constexpr char kRule[] = "-------------------------------------------------------------\n";
+const std::string kFaults = std::string("LD_PRELOAD=") + QOV_FAULTS;
 
-TAgentOptions Options(std::vector<std::string> switches, std::string config = "") {
-  TAgentOptions options;
-  options.switches = std::move(switches);
-  options.config = std::move(config);
-  options.waitForListening = false;
-  return options;
+/// Signals that the serving process ignores, as the kernel tells it.
+bool Ignores(const TAgentProcess& agent, int signal) {
+  const std::string status = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
+  const size_t at = status.find("SigIgn:");
+  return at != std::string::npos && (strtoull(&status[at + 7], nullptr, 16) >> (signal - 1)) % 2;
 }
 
 TEST(StartTest, PrintsEveryStepOnce) {
-  TAgentProcess agent(Options({"-i", "-vd"}, "filtermarks=11\n"));
-  ASSERT_TRUE(agent.WaitFor("Listening..."));
+  const TAgentProcess agent({.config = "filtermarks=11\n", .switches = {"-i", "-vd"}});
+  const std::string rule = "-------------------------------------------------------------\n";
   const std::string console = agent.Console();
-  EXPECT_EQ(0u, console.find(std::string(kRule) +
-                             " Application:  QOV (Orvane for Vextral)\n"
-                             " Version:      1.29j for Linux (Red Hat, Mandrake, SuSE)\n"
-                             " Developer:    "));
-  const std::string steps =
-      std::string(kRule) +
-      "Command line checking .. Ok\n"
-      "Settings checking .. Warning: FilterMarks has less items than FilterList\n"
-      "CPU testing .. Ok\n"
-      "stat.size: 8\n"
-      "srec.size: 8\n"
-      "int64 = double\n"
-      "Basic encyption checking .. Ok\n"
-      "QOV encyption checking .. Ok\n"
-      "Sock testing .. Ok\n"
-      "[qov][";
-  EXPECT_NE(std::string::npos, console.find(steps)) << console;
-  EXPECT_NE(std::string::npos, console.find("]\t qov\t\t Listening...\n")) << console;
+  EXPECT_EQ(0u, console.find(rule + " Application:  QOV (Orvane for Vextral)\n"
+                                    " Version:      1.29j for Linux (Red Hat, Mandrake, SuSE)\n"
+                                    " Developer:    "));
+  EXPECT_THAT(
+      console,
+      HasSubstr(rule + "Command line checking .. Ok\n"
+                       "Settings checking .. Warning: FilterMarks has less items than FilterList\n"
+                       "CPU testing .. Ok\n"
+                       "stat.size: 8\n"
+                       "srec.size: 8\n"
+                       "int64 = double\n"
+                       "Basic encyption checking .. Ok\n"
+                       "QOV encyption checking .. Ok\n"
+                       "Sock testing .. Ok\n"
+                       "[qov]["));
+  EXPECT_THAT(console, HasSubstr("]\t qov\t\t Listening...\n"));
 }
 
 TEST(StartTest, EndsWithTheStatusAndTextOfTheFault) {
   const struct {
-    const char* name;
     std::vector<std::string> switches;
     const char* config;
+    const char* fault;
     int status;
     const char* text;
   } cases[] = {
-      {"port too large",
-       {"-i", "-p", "70000"},
+      {{"-p", "0"}, "", "", 1, "Command line checking .. Error\nInvalid port number\n\n Usage"},
+      {{"-v", "-i"},
        "",
-       1,
-       "Command line checking .. Error\nInvalid port number\n\n Usage: qov [-d|-i] [-v|-vd] [-p "
-       "<port>] <cfg_file>\n  -d        - daemon mode (default)\n"},
-      {"port zero", {"-p", "0"}, "", 1, "Error\nInvalid port number\n\n Usage"},
-      {"missing port and file", {"-i", "-vd", "-p"}, "", 1, "Error\nInvalid port number"},
-      {"switches in another order make the first one the file",
-       {"-v", "-i"},
        "",
        1,
        "Settings checking .. Error\nCannot open configuration file '-i'\nPlease check '-i' file\n"},
-      {"mandatory settings",
-       {"-i"},
+      {{"-i"},
        "password=\nqovpath=qov\n",
+       "",
        1,
        "  Password is not specified!\n  Full path to the agent is not specified!\n"},
-      {"agent path", {"-i"}, "qovpath=/nowhere/qov\n", 1, "  Invalid path to the agent!\n"},
-      {"address of another host",
-       {"-i"},
-       "host=192.0.2.1\n",
+      {{"-i"}, "", "FAULT_CIPHER=1", 3, "Basic encyption checking .. Error\n"},
+      {{"-i"}, "", "FAULT_CIPHER=2", 3, "QOV encyption checking .. Error\n"},
+      {{"-i"},
+       "",
+       "FAULT_BIND=1 3",
        4,
        "Sock testing .. TCP listen error:\nsocket() or bind() error\n\n"},
+      {{"-i"}, "", "FAULT_BIND=2 4", 4, "\nTCP listen error: socket() or bind() error\n\n"},
+      {{"-d"},
+       "",
+       "FAULT_FORK=1 1",
+       2,
+       "Error initializing daemon: Resource temporarily unavailable\n"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    TAgentProcess agent(Options(c.switches, c.config));
+    SCOPED_TRACE(c.text);
+    TAgentProcess agent({.config = c.config,
+                         .switches = c.switches,
+                         .environment = {kFaults, c.fault},
+                         .waitForListening = false});
     EXPECT_EQ(c.status, agent.Wait());
-    EXPECT_NE(std::string::npos, agent.Console().find(c.text)) << agent.Console();
+    EXPECT_THAT(agent.Console(), HasSubstr(c.text));
   }
 }
 
-TEST(StartTest, TakesTheCommandLinePortBeforeTheFiles) {
+TEST(StartTest, TakesTheCommandLinePortAtTheThirdTry) {
   const int port = FindFreePort();
-  TAgentProcess agent(Options({"-i", "-p", std::to_string(port)}));
-  ASSERT_TRUE(agent.WaitFor("Listening..."));
+  const TAgentProcess agent(
+      {.switches = {"-i", "-p", std::to_string(port)}, .environment = {kFaults, "FAULT_BIND=1 2"}});
   EXPECT_TRUE(TRawPeer(port).Connected());
   EXPECT_FALSE(TRawPeer(agent.Port()).Connected());
+  EXPECT_FALSE(std::filesystem::exists(agent.Folder().Path("pid")));  // in the foreground
 }
 
 TEST(StartTest, DetachesAndLocksThePidFile) {
-  TAgentOptions options;
-  options.switches = {"-d"};
-  const TAgentProcess first(options);
-  EXPECT_EQ("200", first.Ask("GetInfo").code);
-  EXPECT_NE(std::string::npos, first.Console().find("Sock testing .. Ok\nDaemon started\n"));
-
-  options = Options({"-d"}, "pidfile=" + first.Folder().Path("pid") + "\n");
-  TAgentProcess second(options);
+  const TAgentProcess first({.switches = {"-d"}});
+  EXPECT_THAT(first.Console(), HasSubstr("Sock testing .. Ok\nDaemon started\n"));
+  EXPECT_EQ(first.Pid(), getsid(first.Pid()));
+  for (const char* stream : {"0", "1", "2"}) {
+    const std::string link = "/proc/" + std::to_string(first.Pid()) + "/fd/" + stream;
+    EXPECT_EQ("/dev/null", std::filesystem::read_symlink(link)) << stream;
+  }
+  const std::string pid = first.Folder().Path("pid");
+  EXPECT_EQ("200", first.Ask("TEST-FileCRC", {pid}).code);  // which must not end the lock
+  TAgentProcess second(
+      {.config = "pidfile=" + pid + "\n", .switches = {"-d"}, .waitForListening = false});
   EXPECT_EQ(0, second.Wait());
-  ASSERT_TRUE(
-      second.WaitFor("Failed to lock pid file " + first.Folder().Path("pid"), 1, "log2.txt"));
-  EXPECT_EQ("200", second.Ask("GetInfo").code);
-  EXPECT_EQ("Ok", second.Ask("QUIT").values.at(0));
+  ASSERT_TRUE(second.WaitFor("Failed to lock pid file " + pid, 1, "log2.txt"));
+  EXPECT_EQ("200", second.Ask("QUIT").code);
   EXPECT_TRUE(second.WaitForPort(false));
-  EXPECT_EQ(0, access(first.Folder().Path("pid").c_str(), F_OK));  // not the second one's to remove
+  EXPECT_TRUE(std::filesystem::exists(pid));  // not the second one's to remove
 
   EXPECT_EQ("200", first.Ask("QUIT").code);
   EXPECT_TRUE(first.WaitForPort(false));
-  EXPECT_NE(0, access(first.Folder().Path("pid").c_str(), F_OK));
+  EXPECT_FALSE(std::filesystem::exists(pid));
 }
 
 TEST(StartTest, LetsNoHangUpEndADaemonThatStartsAnew) {
-  TAgentOptions options;
-  options.switches = {"-d"};
-  TAgentProcess agent(options);
+  TAgentProcess agent({.switches = {"-d"}});
   const std::string image = agent.Folder().File(
       "image", "#!/bin/sh\nkill -HUP $$\necho alive >" + agent.Folder().Path("state") + "\n");
   ASSERT_EQ(0, chmod(image.c_str(), 0700));
@@ -126,9 +135,23 @@ TEST(StartTest, LetsNoHangUpEndADaemonThatStartsAnew) {
 
 TEST(StartTest, RefusesAPortThatIsServed) {
   const TAgentProcess first;
-  TAgentProcess second(Options({"-i", "-p", std::to_string(first.Port())}));
+  TAgentProcess second(
+      {.switches = {"-i", "-p", std::to_string(first.Port())}, .waitForListening = false});
   EXPECT_EQ(4, second.Wait());
   EXPECT_EQ("200", first.Ask("GetInfo").code);
+}
+
+TEST(StartTest, IgnoresWhatItsStarterIgnored) {
+  const sighandler_t former = signal(SIGINT, SIG_IGN);
+  TAgentProcess agent;
+  signal(SIGINT, former);
+  for (int image = 1; image <= 2; ++image) {
+    for (const int signal : {SIGINT, SIGPIPE, SIGXFSZ, SIGTERM}) {
+      EXPECT_EQ(signal != SIGTERM, Ignores(agent, signal)) << signal;
+    }
+    EXPECT_EQ("200", agent.Ask("ReloadApp").code);
+    ASSERT_TRUE(agent.WaitFor("Listening...\n", image + 1));
+  }
 }
 
 }  // namespace

@@ -1,3 +1,0 @@
-#include "agent/flags.h"
-
-TQovFlags QovFlags;

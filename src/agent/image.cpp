@@ -1,0 +1,56 @@
+#include "agent/image.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <sys/resource.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "agent/signals.h"
+#include "checks/process/runner.h"
+
+namespace {
+
+// A file that was written a moment ago is "busy" while a child that a session has just started
+// still holds a copy of the descriptor.
+constexpr int kBusyTries = 250;
+constexpr timespec kBusyPause{0, 20'000'000};
+
+char** startArguments = nullptr;
+std::vector<char*> startEnvironment;
+rlimit startLimit = {};
+
+void RaiseDescriptorLimit() {
+  rlimit raised = startLimit;
+  raised.rlim_cur = raised.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &raised);
+}
+
+}  // namespace
+
+void RememberStart(char** argv, char** envp) {
+  startArguments = argv;
+  // A copy: setting a variable may write into the array that the process was started with.
+  while (*envp != nullptr) startEnvironment.push_back(*envp++);
+  startEnvironment.push_back(nullptr);
+  getrlimit(RLIMIT_NOFILE, &startLimit);
+  SetChildDescriptorLimit(startLimit);
+  RaiseDescriptorLimit();
+}
+
+void ReplaceImage(const char* path) {
+  fflush(stdout);
+  RemoveTempFiles();  // the sessions that use them end here
+  alarm(0);           // the limit of a crash would go on in the new image
+  setrlimit(RLIMIT_NOFILE, &startLimit);
+  ReleaseSignals();
+  for (int i = 0; i < kBusyTries; ++i) {
+    execve(path, startArguments, startEnvironment.data());
+    if (errno != ETXTBSY) break;
+    nanosleep(&kBusyPause, nullptr);
+  }
+  HoldSignals();
+  RaiseDescriptorLimit();
+}
