@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
-#include "config/tempfolder.h"
 #include "support/handlercall.h"
 #include "support/messagecapture.h"
 #include "support/tempdir.h"
@@ -128,7 +127,7 @@ TEST_F(DispatchTest, RefusesWithoutTheRight) {
 
 TEST_F(DispatchTest, ReadsTheAnnouncedSizeSaturated) {
   const TTempDir folder;
-  SettleTempFolder(folder.Path().c_str());
+  const TEnvironment tmp("TMPDIR", folder.Path().c_str());
   ChangeSettings([](TSet& settings) {
     settings.allowupdates = 1;
     settings.updateaddr = "127.0.0.1";

@@ -9,7 +9,6 @@
 
 #include "agent/flags.h"
 #include "client/vxwire.h"
-#include "config/tempfolder.h"
 #include "protocol/twofish.h"
 #include "support/tempdir.h"
 #include "support/text.h"
@@ -34,7 +33,7 @@ TEST(UpgradeTest, EndsByItsDigest) {
   const std::string upd = folder.Path("qov__.upd");
   const std::string script = folder.Path("qovupd__.sh");
   const std::string victim = folder.File("victim");
-  SettleTempFolder(folder.Path().c_str());
+  const TEnvironment tmp("TMPDIR", folder.Path().c_str());
   Twofish_initialise();
   const std::string good = Trailer(kProgram);
   const std::string bad = good.substr(0, 9) + static_cast<char>(good[9] ^ 1) + good.substr(10);
