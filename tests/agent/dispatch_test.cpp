@@ -5,8 +5,7 @@
 #include <string.h>
 
 #include "support/handlercall.h"
-#include "support/messagecapture.h"
-#include "support/tempdir.h"
+#include "support/scopes.h"
 #include "support/text.h"
 
 namespace {

@@ -10,14 +10,14 @@
 #include "agent/flags.h"
 #include "client/vxwire.h"
 #include "protocol/twofish.h"
-#include "support/tempdir.h"
+#include "support/scopes.h"
 #include "support/text.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-const std::string kProgram(300, 'p');
+const std::string kProgram(200, 'p');
 
 std::string Trailer(const std::string& program) {
   md5_ctx md5;
@@ -63,8 +63,8 @@ TEST(UpgradeTest, EndsByItsDigest) {
       {"r", 999, {kProgram, good}, kNoFlag, "s"},
       {"rl", 999, {kProgram, good}, kNoFlag, "s"},
       {"r", 999, {kProgram, bad}, kCrc, ""},
-      {"", 299, {kProgram, good}, "Write error", "u"},
-      {"", 310, {kProgram, good}, kNoScript, ""},  // no room for the script
+      {"", 199, {kProgram, good}, "Write error", "u"},
+      {"", 210, {kProgram, good}, kNoScript, ""},  // no room for the script
   };
   const sighandler_t handler = signal(SIGXFSZ, SIG_IGN);
   rlimit former;
@@ -86,7 +86,7 @@ TEST(UpgradeTest, EndsByItsDigest) {
     UpgradeRec rec;
     ASSERT_TRUE(rec.RequestUpgrade("key"));
     EXPECT_FALSE(UpgradeRec().RequestUpgrade("key"));
-    rec.expectedSize = 300;
+    rec.expectedSize = 200;
     String error;
     const rlimit limit{c.fileLimit, former.rlim_max};
     setrlimit(RLIMIT_FSIZE, &limit);

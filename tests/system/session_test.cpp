@@ -4,9 +4,7 @@
 #include <thread>
 
 #include "built.h"
-#include "support/agentprocess.h"
-#include "support/await.h"
-#include "support/rawpeer.h"
+#include "support/process.h"
 
 using testing::HasSubstr;
 

@@ -8,8 +8,7 @@
 #include <filesystem>
 
 #include "built.h"
-#include "support/agentprocess.h"
-#include "support/rawpeer.h"
+#include "support/process.h"
 
 using testing::HasSubstr;
 

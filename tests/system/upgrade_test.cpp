@@ -5,9 +5,7 @@
 #include <memory>
 
 #include "built.h"
-#include "support/agentprocess.h"
-#include "support/await.h"
-#include "support/rawpeer.h"
+#include "support/process.h"
 
 namespace fs = std::filesystem;
 
