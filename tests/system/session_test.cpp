@@ -74,22 +74,22 @@ TEST(SessionTest, ClosesWithoutAReplyOnWhatIsNotARequest) {
 TEST(SessionTest, DropsSilentPeersByTheTimeout) {
   const struct {
     const char* timeout;
-    int leastMs;  // 0: never dropped
-  } cases[] = {{"2000", 2000}, {"999", 1}, {"-1", 0}};
+    int leastMs;  // since the last chunk
+    bool dropped;
+  } cases[] = {{"2000", 2000, true}, {"999", 0, true}, {"-1", 0, false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.timeout);
     const TAgentProcess agent({.config = std::string("timeout=") + c.timeout + "\n"});
     TRawPeer peer(agent.Port());
-    ASSERT_TRUE(peer.Send("half a"));
     const long long first = NowMs();
-    peer.ReceiveAll(c.leastMs > 1 ? 1500 : 10);
+    ASSERT_TRUE(peer.Send("half a"));
+    peer.ReceiveAll(1500);
     const long long second = NowMs();
-    if (second - first < c.leastMs || c.leastMs < 2) {
-      ASSERT_TRUE(peer.Send("packet"));  // the limit starts anew
-    }
-    peer.ReceiveAll(c.leastMs != 0 ? 20000 : 2500);
-    EXPECT_EQ(c.leastMs != 0, peer.Closed());
-    if (second - first < c.leastMs) EXPECT_LE(c.leastMs, NowMs() - second);
+    if (!peer.Closed()) peer.Send("packet");
+    peer.ReceiveAll(c.dropped ? 20000 : 1500);
+    EXPECT_EQ(c.dropped, peer.Closed());
+    // On a machine that is busy the first chunk's time may have been over before the second came.
+    EXPECT_LE(c.leastMs, NowMs() - (second - first < c.leastMs ? second : first));
   }
 }
 

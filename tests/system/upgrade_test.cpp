@@ -88,7 +88,7 @@ class TTransfer {
   /// The agent's last word on a program sent whole, the trailer in one piece with its end.
   std::string Finish(const std::string& program, const std::string& behind = "") {
     EXPECT_TRUE(SendPart(program.substr(0, program.size() - 100)));
-    EXPECT_TRUE(peer_.Send(program.substr(program.size() - 100) + Trailer(program)));
+    EXPECT_TRUE(peer_.Send(program.substr(program.size() - 100) + Trailer(program) + behind));
     return Receive();
   }
 
