@@ -1,8 +1,10 @@
 #include "checks/process/tempfile.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
@@ -72,6 +74,33 @@ TEST(TempFile, NeverFollowsAPlantedLinkAndLeavesNothing) {
   }
   EXPECT_NE(0, access(path.c_str(), F_OK));
   EXPECT_EQ("untouched", ReadFile(victim));
+}
+
+TEST(TempFile, GoesWithTheProcessOnlyWhenAnotherProgramTakesOver) {
+  const TTempDir dir;
+  const TEnvironment folder("TMPDIR", dir.Path().c_str());
+  char program[] = "/bin/true";
+  char* const argv[] = {program, nullptr};
+  const pid_t pid = fork();
+  if (pid == 0) {
+    TTempFile first, second;
+    const bool made = first.Choose("first") && first.Create();
+    const int missing = ExecuteAndRemoveTempFiles("/no/such", argv, environ);
+    const int denied = ExecuteAndRemoveTempFiles("/", argv, environ);
+    const bool noChildLeft = waitpid(-1, nullptr, WNOHANG) == -1;
+    const bool stays =
+        access(first.Path(), F_OK) == 0 && second.Choose("second") && second.Create();
+    if (made && missing == ENOENT && denied == EACCES && noChildLeft && stays) {
+      ExecuteAndRemoveTempFiles(program, argv, environ);
+    }
+    _exit(1);
+  }
+  int status;
+  ASSERT_EQ(pid, waitpid(pid, &status, 0));
+  EXPECT_EQ(0, status);
+  int tries = 1000;
+  while (--tries > 0 && rmdir(dir.Path().c_str()) != 0) usleep(10000);
+  EXPECT_GT(tries, 0) << "files are left";
 }
 
 }  // namespace

@@ -1,10 +1,14 @@
 #include "checks/process/tempfile.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -59,6 +63,54 @@ bool AppendUnusedName(char* buf, int size) {
   return false;
 }
 
+/// In the forked child, which has a copy of the paths: unlinks them when the other end of `socket`
+/// closes without a word, as it does when the parent becomes another program.
+[[noreturn]] void Keep(int socket) {
+  dup2(socket, 0);
+  closefrom(1);
+  char word;
+  ssize_t result;
+  while ((result = read(0, &word, 1)) == -1 && errno == EINTR) {
+  }
+  if (result == 0) {
+    for (const char* path : livePaths) unlink(path);
+  }
+  _exit(0);
+}
+
+/// The child that removes the files there are now once this process has become another program.
+/// Lives under liveMutex, so that its copy of the paths is whole and stays true.
+class TKeeper {
+ public:
+  TKeeper() {
+    int ends[2];
+    if (livePaths.empty() || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return;
+    parent_ = TFd(ends[0]);
+    const TFd child(ends[1]);
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);  // no handler of the agent runs in the child
+    pid_ = fork();
+    if (pid_ == 0) Keep(child.Get());
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  }
+  /// The process is still what it was: sends the child away and waits for it.
+  ~TKeeper() {
+    if (pid_ == -1) return;
+    const int error = errno;
+    send(parent_.Get(), "", 1, MSG_NOSIGNAL);
+    while (waitpid(pid_, nullptr, 0) == -1 && errno == EINTR) {
+    }
+    errno = error;
+  }
+  TKeeper(const TKeeper&) = delete;
+  TKeeper& operator=(const TKeeper&) = delete;
+
+ private:
+  pid_t pid_ = -1;
+  TFd parent_;
+};
+
 }  // namespace
 
 int64_t GetUniqueThreadID() {
@@ -99,6 +151,13 @@ bool TTempFile::Choose(const char* name) {
 void RemoveTempFiles() {
   const std::lock_guard<std::mutex> lock(liveMutex);
   for (const char* path : livePaths) unlink(path);
+}
+
+int ExecuteAndRemoveTempFiles(const char* path, char* const argv[], char* const envp[]) {
+  const std::lock_guard<std::mutex> lock(liveMutex);
+  const TKeeper keeper;
+  execve(path, argv, envp);
+  return errno;
 }
 
 TFd TTempFile::Create() {

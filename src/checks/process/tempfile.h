@@ -49,3 +49,11 @@ class TTempFile {
 /// Unlinks the file of every TTempFile there is: for a process that ends while other threads still
 /// use theirs. Any thread.
 void RemoveTempFiles();
+
+/// execve for a process whose other threads may be using temporary files. When another program
+/// takes over, the file of every TTempFile there is at that moment is unlinked; when it cannot, all
+/// stay as they are. No TTempFile comes or goes meanwhile. A forked child sees to it and is gone
+/// when this returns; it becomes a child of the new program, which should wait for it (see
+/// PrepareToWaitForChildren). Where no such child can be made the files stay in both cases.
+/// @return the error number of execve; a success does not return. Any thread, no signals needed.
+int ExecuteAndRemoveTempFiles(const char* path, char* const argv[], char* const envp[]);
