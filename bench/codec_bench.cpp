@@ -39,7 +39,7 @@ BENCHMARK(Encode)->RangeMultiplier(32)->Range(16, 16 << 20)->Unit(benchmark::kMi
 void Decode(benchmark::State& state) {
   const String text = Text(state.range(0));
   const TCipherKey key("session key");
-  for (auto _ : state) benchmark::DoNotOptimize(DecodeData(text, key).Data());
+  for (auto _ : state) benchmark::DoNotOptimize(DecodeData(text.Data(), text.Length(), key).Data());
   state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 BENCHMARK(Decode)->RangeMultiplier(32)->Range(16, 16 << 20)->Unit(benchmark::kMicrosecond);
@@ -53,7 +53,7 @@ void ParseAndReply(benchmark::State& state) {
     request = bytes;
     if (request.ParseInitRequest("password", in_addr{}) == 0) state.SkipWithError("refused");
     QovReply reply;
-    reply.InitPacket(nullptr, request.GetSessionKey(), request.SessionCipher());
+    reply.InitPacket(nullptr, request.SessionCipher());
     reply.SetResult("200");
     reply.FinalizePacket();
     benchmark::DoNotOptimize(reply.Data());

@@ -14,7 +14,6 @@
 #include "config/info.h"
 #include "config/settings.h"
 #include "core/message.h"
-#include "protocol/resultcodes.h"
 
 namespace {
 

@@ -19,7 +19,6 @@
 #include "core/message.h"
 #include "protocol/reply.h"
 #include "protocol/request.h"
-#include "protocol/resultcodes.h"
 
 namespace {
 
@@ -145,7 +144,7 @@ void TSession::ServeRequest() {
     return;
   }
   showmessage("<-- Correct VX request received\n", params_.address, msgInfo, 0);
-  reply_.InitPacket(nullptr, request_.GetSessionKey(), request_.SessionCipher());
+  reply_.InitPacket(nullptr, request_.SessionCipher());
   const int done = ProcessVxRequest(request_, reply_, raised_, params_, upgrade_);
   const String code = reply_.Copy(1, kCodeLength);
   if (done != 0) {

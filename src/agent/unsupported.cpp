@@ -1,6 +1,5 @@
 #include "agent/unsupported.h"
 
-#include "protocol/resultcodes.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "core/owned.h"
 #include "core/wqstring.h"
-#include "protocol/md5.h"
+#include "protocol/ciplib.h"
 
 /// One session's part in a remote upgrade of the executable. One thread; only the claim is shared.
 ///

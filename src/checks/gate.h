@@ -7,7 +7,6 @@
 
 #include "protocol/reply.h"
 #include "protocol/request.h"
-#include "protocol/resultcodes.h"
 
 /// The first line of every handler: false, with the reply refused, when the settings do not
 /// enable the command.

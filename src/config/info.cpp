@@ -5,7 +5,6 @@
 #include "config/remotekeys.h"
 #include "config/settings.h"
 #include "config/status.h"
-#include "protocol/resultcodes.h"
 
 namespace {
 

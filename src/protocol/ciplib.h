@@ -1,5 +1,6 @@
 #pragma once
 
+#include <nettle/md5.h>
 #include <nettle/sha1.h>
 #include <stdint.h>
 
@@ -45,3 +46,12 @@ class THash_SHA {
   uint8_t digest_[SHA1_DIGEST_SIZE];
   bool initialized_;
 };
+
+/// A running MD5. Open, feed with Digest, Close. One thread at a time.
+struct MD5 {
+  md5_ctx context;
+};
+
+void MD5Open(MD5* md5);
+void MD5Digest(MD5* md5, const void* data, unsigned len);
+void MD5Close(MD5* md5, unsigned char digest[16]);

@@ -9,17 +9,15 @@
 
 #include "core/assertfail.h"
 #include "protocol/ciplib.h"
-#include "protocol/md5.h"
 
 namespace {
 
 constexpr int kBlock = TWOFISH_BLOCK_SIZE;
+constexpr int kEscapeBytes = 3;
 constexpr int kEncodeLengthLine = 43;
 constexpr int kDecodeLengthLine = 54;
 
-const unsigned char* Bytes(const String& s) {
-  return reinterpret_cast<const unsigned char*>(s.CStr());
-}
+const unsigned char* Bytes(const char* p) { return reinterpret_cast<const unsigned char*>(p); }
 
 /// 8-bit cipher feedback over n bytes. The register is always the 16 bytes of ciphertext that went
 /// before (the key's start in front of the first), so it is read where they lie and never shifted.
@@ -37,10 +35,14 @@ void RunCipher(const TCipherKey& key, const unsigned char* in, unsigned char* ou
   }
 }
 
-int LengthOf(const char* p, int len) { return len == 0 ? static_cast<int>(strlen(p)) : len; }
+int LengthOf(const char* p, int len) { return len <= 0 ? static_cast<int>(strlen(p)) : len; }
 
 int CountBreaks(const char* p, int len) {
   return static_cast<int>(std::count_if(p, p + len, [](char c) { return c == '\n' || c == '\r'; }));
+}
+
+bool IsEscape(const char* p, const char* end) {
+  return end - p >= kEscapeBytes && p[0] == '%' && p[1] == '0' && (p[2] == 'A' || p[2] == 'D');
 }
 
 /// `count` decimal digits; a byte that is none counts by its distance from '0'.
@@ -58,9 +60,7 @@ String EncodeLength(const String& s, int digits) {
     AssertFail("digits<=sizeof(len)", "qov_const", kEncodeLengthLine,
                "String EncodeLength(const String&, int)");
   }
-  String result;
-  for (int i = 0; i < digits; ++i) result.AddChar(static_cast<char>(len >> (8 * i)));
-  return result;
+  return String(reinterpret_cast<const char*>(&len), digits);
 }
 
 int DecodeLength(const char* p, int digits) {
@@ -68,10 +68,9 @@ int DecodeLength(const char* p, int digits) {
     AssertFail("digits<=sizeof(int)", "qov_const", kDecodeLengthLine,
                "int DecodeLength(const char*, int)");
   }
-  if (digits == 0 || digits == 3) return 0;
-  uint32_t value = 0;
-  for (int i = digits - 1; i >= 0; --i) value = (value << 8) | static_cast<unsigned char>(p[i]);
-  return static_cast<int>(value);
+  int value = 0;
+  if (digits > 0 && digits != 3) memcpy(&value, p, static_cast<size_t>(digits));
+  return value;
 }
 
 TCipherKey::TCipherKey(const String& key) {
@@ -101,21 +100,21 @@ String EncodeData(const String& data, const TCipherKey& key, int digits) {
   const int prefix = result.Length();
   result.SetLength(prefix + data.Length());
   unsigned char* out = reinterpret_cast<unsigned char*>(result.Data()) + prefix;
-  RunCipher(key, Bytes(data), out, out, data.Length());
+  RunCipher(key, Bytes(data.Data()), out, out, data.Length());
   return result;
 }
 
 String DecodeData(const String& data, const String& key) {
   if (data.Empty()) return String();
-  return DecodeData(data, TCipherKey(key));
+  return DecodeData(data.Data(), data.Length(), TCipherKey(key));
 }
 
-String DecodeData(const String& data, const TCipherKey& key) {
+String DecodeData(const char* data, int len, const TCipherKey& key) {
   String result;
-  if (data.Empty()) return result;
-  result.SetLength(data.Length());
-  RunCipher(key, Bytes(data), reinterpret_cast<unsigned char*>(result.Data()), Bytes(data),
-            data.Length());
+  if (len <= 0) return result;
+  result.SetLength(len);
+  const unsigned char* in = Bytes(data);
+  RunCipher(key, in, reinterpret_cast<unsigned char*>(result.Data()), in, len);
   return result;
 }
 
@@ -187,24 +186,23 @@ String qovEncodeStrings(const char* p, int len) {
   return result;
 }
 
-String qovEncodeStrings(const String& s) {
-  return s.Empty() ? String() : qovEncodeStrings(s.Data(), s.Length());
-}
+String qovEncodeStrings(const String& s) { return qovEncodeStrings(s.CStr(), s.Length()); }
 
 String qovDecodeStrings(const char* p, int len) {
   String result;
   if (p == nullptr) return result;
   len = LengthOf(p, len);
   result.Reserve(len);
-  for (int i = 0; i < len; ++i) {
-    const bool escape =
-        len - i >= 3 && p[i] == '%' && p[i + 1] == '0' && (p[i + 2] == 'A' || p[i + 2] == 'D');
-    result.AddChar(escape ? static_cast<char>(p[i + 2] - 0x37) : p[i]);
-    if (escape) i += 2;
+  const char* end = p + len;
+  while (p < end) {
+    const char* run = p;
+    while (p < end && !IsEscape(p, end)) ++p;
+    result.AddData(run, static_cast<int>(p - run));
+    if (p == end) break;
+    result.AddChar(p[2] == 'A' ? '\n' : '\r');
+    p += kEscapeBytes;
   }
   return result;
 }
 
-String qovDecodeStrings(const String& s) {
-  return s.Empty() ? String() : qovDecodeStrings(s.Data(), s.Length());
-}
+String qovDecodeStrings(const String& s) { return qovDecodeStrings(s.CStr(), s.Length()); }

@@ -31,6 +31,7 @@ inline constexpr int SIZELEN_MINIMUM =
 /// Largest packet that is read: a peer that announces or sends more is refused, bytes.
 inline constexpr int kMaxPacketBytes = 16 * 1024 * 1024;
 
+/// Lengths lie in memory as on the wire: Twofish_initialise refuses any other machine.
 /// The length of s as its `digits` low-order bytes, little-endian; digits > 4 aborts the process.
 String EncodeLength(const String& s, int digits);
 /// A length field: 4 signed, 2 and 1 unsigned, 0 and 3 give 0; digits > 4 aborts the process.
@@ -61,7 +62,7 @@ String EncodeData(const String& data, const String& key, int digits);
 String EncodeData(const String& data, const TCipherKey& key, int digits);
 /// Deciphers data; a wrong key yields garbage of the same length.
 String DecodeData(const String& data, const String& key);
-String DecodeData(const String& data, const TCipherKey& key);
+String DecodeData(const char* data, int len, const TCipherKey& key);
 
 /// Proof of a password: its 16 MD5 bytes, or "" for an empty one.
 String EncodePswd(const String& password);
@@ -90,7 +91,7 @@ struct tm qovDecodeTime(const char* text);
 struct tm qovDecodeTime(String text);
 
 /// Line breaks as "%0A" and "%0D", so that a value stays on one line; nothing else is escaped.
-/// len 0: up to the terminator; a null pointer gives "".
+/// len 0 or less: up to the terminator; a null pointer gives "".
 String qovEncodeStrings(const char* p, int len);
 String qovEncodeStrings(const String& s);
 /// The reverse; only the upper-case forms are escapes.

@@ -15,21 +15,14 @@ constexpr int64_t kMaxGrowth = int64_t{1} << 30;
 
 }  // namespace
 
-QovReply& QovReply::operator=(const String& text) {
-  String::operator=(text);
-  return *this;
-}
-
-QovReply& QovReply::operator=(const char* text) {
-  String::operator=(text);
-  return *this;
-}
-
-void QovReply::InitPacket(const char* text, const String& key, TCipher cipher) {
+void QovReply::InitPacket(const char* text, TCipher key) {
   *this = text;
   if (text != nullptr) AddChar('\n');
-  key_ = key;
-  cipher_ = std::move(cipher);
+  key_ = std::move(key);
+}
+
+void QovReply::InitPacket(const char* text, const String& key) {
+  InitPacket(text, std::make_shared<const TCipherKey>(key));
 }
 
 QovReply& QovReply::SetResult(const char* code) {
@@ -54,12 +47,8 @@ void QovReply::AddLine(const char* bytes, int count) {
 }
 
 void QovReply::AddStringParam(const String& s, int encode) {
-  if (encode == 0) {
-    AddLine(s.CStr(), s.Length());
-  } else {
-    const String escaped = qovEncodeStrings(s);
-    AddLine(escaped.CStr(), escaped.Length());
-  }
+  const String value = encode != 0 ? qovEncodeStrings(s) : s;  // `s` may be the reply itself
+  AddLine(value.CStr(), value.Length());
 }
 
 void QovReply::AddStringParam(const char* s, int encode) { AddStringParam(String(s), encode); }
@@ -108,6 +97,6 @@ void QovReply::AddVarParams(const char* format, ...) {
 void QovReply::FinalizePacket() {
   CommandSeparatorCheck();
   AddChar('\r');
-  String::operator=(cipher_ != nullptr ? EncodeData(*this, *cipher_, SIZELEN_PACKET)
-                                       : EncodeData(*this, key_, SIZELEN_PACKET));
+  *this = key_ != nullptr ? EncodeData(*this, *key_, SIZELEN_PACKET)
+                          : EncodeData(*this, String(), SIZELEN_PACKET);
 }

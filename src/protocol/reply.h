@@ -5,16 +5,27 @@
 #include "core/wqstring.h"
 #include "protocol/qov_const.h"
 
+/// First line of every reply.
+inline constexpr char kResultDone[] = "200";            ///< test passed or operation done
+inline constexpr char kResultFailed[] = "300";          ///< test performed, condition bad
+inline constexpr char kResultCannot[] = "301";          ///< test could not be performed
+inline constexpr char kResultBusy[] = "302";            ///< another session is upgrading
+inline constexpr char kResultUnknown[] = "500";         ///< unknown or not applicable
+inline constexpr char kResultWrongParameter[] = "501";  ///< wrong or missing parameters
+inline constexpr char kResultIncomplete[] = "502";      ///< end of transmission missed
+inline constexpr char kResultRefused[] = "600";         ///< refused by the settings
+
 /// A reply under construction: the result code line, then value lines. One connection's thread.
 class QovReply : public String {
  public:
   QovReply() = default;
-  QovReply& operator=(const String& text);
-  QovReply& operator=(const char* text);
+  /// Replaces the text only.
+  using String::operator=;
 
-  /// Starts with `text` and a line feed (null: empty); the packet will be enciphered under `key`.
-  /// @param cipher  the same key, prepared, where the caller has it
-  void InitPacket(const char* text, const String& key, TCipher cipher = nullptr);
+  /// Starts with `text` and a line feed (null: empty); the packet will be enciphered under the key
+  /// (an empty one without this call).
+  void InitPacket(const char* text, TCipher key);
+  void InitPacket(const char* text, const String& key);
   /// Replaces everything by the code and a line feed; returns the reply for a text to be appended.
   QovReply& SetResult(const char* code);
   /// Ends an unfinished line.
@@ -42,6 +53,5 @@ class QovReply : public String {
  private:
   void AddLine(const char* bytes, int count);
 
-  String key_;
-  TCipher cipher_;
+  TCipher key_;
 };

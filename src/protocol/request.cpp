@@ -5,37 +5,12 @@
 #include <string.h>
 
 #include <algorithm>
-#include <mutex>
 
 #include "core/message.h"
 
 namespace {
 
 constexpr unsigned char kMarker[SIZELEN_AUTH] = {0x03, 0x12};
-
-/// The cipher for the agent's password, kept from one packet to the next.
-class TPasswordCipher {
- public:
-  TCipher For(const String& password) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (cipher_ == nullptr || !(password_ == password)) {
-      cipher_ = std::make_shared<const TCipherKey>(password);
-      password_ = password;
-    }
-    return cipher_;
-  }
-
- private:
-  std::mutex mutex_;
-  String password_;
-  TCipher cipher_;
-};
-
-/// Never destroyed: detached sessions may outlive the end of main.
-TPasswordCipher& PasswordCipher() {
-  static TPasswordCipher& cache = *new TPasswordCipher;
-  return cache;
-}
 
 /// The fields of a packet; offsets and lengths in bytes.
 struct TLayout {
@@ -78,28 +53,14 @@ bool ReadLayout(const String& packet, in_addr from, TLayout& out) {
          memcmp(packet.Data() + OFFSET_AUTH - 1, kMarker, sizeof kMarker) == 0;
 }
 
-String Field(const String& packet, int64_t at, int64_t count) {
-  return packet.Copy(static_cast<int>(at) + 1, static_cast<int>(count));
-}
-
 /// In a time that does not depend on the bytes, so that it tells nothing about the proof.
-bool ProofMatches(const String& proof, const String& password) {
+bool ProofMatches(const char* proof, int64_t length, const String& password) {
   const String expected = EncodePswd(password);
-  return proof.Length() == expected.Length() &&
-         memeql_sec(proof.CStr(), expected.CStr(), static_cast<size_t>(expected.Length())) != 0;
+  return length == expected.Length() &&
+         memeql_sec(proof, expected.CStr(), static_cast<size_t>(length)) != 0;
 }
 
 }  // namespace
-
-VxRequest& VxRequest::operator=(const String& text) {
-  String::operator=(text);
-  return *this;
-}
-
-VxRequest& VxRequest::operator=(const char* text) {
-  String::operator=(text);
-  return *this;
-}
 
 int VxRequest::WholePacket() const {
   if (Length() < SIZELEN_MINIMUM) return 0;
@@ -108,18 +69,25 @@ int VxRequest::WholePacket() const {
 }
 
 int VxRequest::ParseInitRequest(const String& password, in_addr from) {
+  return ParseInitRequest(password, TCipherKey(password), from);
+}
+
+int VxRequest::ParseInitRequest(const String& password, const TCipherKey& passwordCipher,
+                                in_addr from) {
   sessionKey_ = String();
   cipher_ = nullptr;
   TLayout layout;
   if (!ReadLayout(*this, from, layout)) return 0;
-  if (!ProofMatches(Field(*this, layout.ProofAt(), layout.proofLength), password)) {
+  if (!ProofMatches(Data() + layout.ProofAt(), layout.proofLength, password)) {
     showmessage("<-- Wrong password or MD5 error\n", from, msgDebug, 0);
     return 0;
   }
-  sessionKey_ =
-      DecodeData(Field(*this, layout.KeyAt(), layout.keyLength), *PasswordCipher().For(password));
+  const auto decoded = [this](int64_t at, int64_t count, const TCipherKey& key) {
+    return DecodeData(Data() + at, static_cast<int>(count), key);
+  };
+  sessionKey_ = decoded(layout.KeyAt(), layout.keyLength, passwordCipher);
   cipher_ = std::make_shared<const TCipherKey>(sessionKey_);
-  String::operator=(DecodeData(Field(*this, layout.RequestAt(), layout.requestLength), *cipher_));
+  *this = decoded(layout.RequestAt(), layout.requestLength, *cipher_);
   return 1;
 }
 

@@ -10,8 +10,8 @@
 class VxRequest : public String {
  public:
   VxRequest() = default;
-  VxRequest& operator=(const String& text);
-  VxRequest& operator=(const char* text);
+  /// Replaces the text only.
+  using String::operator=;
 
   /// 1 when the bytes received so far hold a whole packet, or announce one that can never be
   /// accepted (a negative length, or more than kMaxPacketBytes); 0 while more must come.
@@ -20,9 +20,10 @@ class VxRequest : public String {
   /// debug messages. Returns 1 with text and session key set; 0 with the packet kept as it was
   /// and an empty session key.
   int ParseInitRequest(const String& password, in_addr from);
+  /// @param passwordCipher  the same password, prepared, where the caller has it
+  int ParseInitRequest(const String& password, const TCipherKey& passwordCipher, in_addr from);
   String GetSessionKey() const { return sessionKey_; }
-  /// The prepared session key, null before a successful parse: a reply that takes it saves the
-  /// preparation.
+  /// The session key, prepared, for the reply; null before a successful parse.
   const TCipher& SessionCipher() const { return cipher_; }
 
   /// Number of line feeds in the text.

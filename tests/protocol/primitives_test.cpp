@@ -5,7 +5,6 @@
 #include <map>
 
 #include "protocol/ciplib.h"
-#include "protocol/md5.h"
 #include "protocol/twofish.h"
 
 namespace {

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "client/vxwire.h"
-#include "protocol/resultcodes.h"
 #include "support/text.h"
 
 TEST(Reply, CollectsOneLineAValue) {
@@ -66,8 +65,11 @@ TEST(Reply, FinishedPacketIsReadByThePeer) {
   Twofish_initialise();
   for (const bool prepared : {false, true}) {
     QovReply reply;
-    reply.InitPacket("discarded", "k1",
-                     prepared ? std::make_shared<const TCipherKey>("k1") : nullptr);
+    if (prepared) {
+      reply.InitPacket("discarded", std::make_shared<const TCipherKey>("k1"));
+    } else {
+      reply.InitPacket("discarded", "k1");
+    }
     EXPECT_EQ("discarded\n", ToStd(reply));
     reply.SetResult(kResultDone) += "unfinished line";
     reply.FinalizePacket();
