@@ -139,7 +139,9 @@ bool TSession::TakeRequestData(const char* data, int length) {
 
 void TSession::ServeRequest() {
   const TSettingsPin pin;  // one settings record for the whole request
-  if (request_.ParseInitRequest(CurrentSettings()->password, params_.address) <= 0) {
+  const TSettingsView settings = CurrentSettings();
+  if (request_.ParseInitRequest(settings->password, *settings->PasswordCipher(), params_.address) <=
+      0) {
     showmessage("<-- Invalid VX request received\n", params_.address, msgInfo, 0);
     return;
   }

@@ -1,6 +1,5 @@
 #include "agent/unsupported.h"
 
-
 namespace {
 
 void NotApplicable(QovReply& reply) {
