@@ -61,9 +61,11 @@ TProcess::TProcess(std::vector<std::string> words, std::vector<std::string> envi
 }
 
 TProcess::~TProcess() {
-  if (pid_ > 0) kill(pid_, SIGKILL);
+  Signal(SIGKILL);
   Wait();
 }
+
+bool TProcess::Signal(int signal) const { return pid_ > 1 && kill(pid_, signal) == 0; }
 
 int TProcess::Wait(int limitMs) {
   int status = 0;

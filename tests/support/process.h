@@ -22,6 +22,7 @@ class TProcess : TScope {
 
   /// -1 when it could not be started or has been waited for.
   pid_t Pid() const { return pid_; }
+  bool Signal(int signal) const;
   /// Exit status: 0 to 255, 1000 + signal, or -1 while it runs on.
   int Wait(int limitMs = 20000);
 

@@ -6,316 +6,229 @@
 
 #include "built.h"
 #include "client/commands.h"
-#include "client/upgrade.h"
 #include "support/process.h"
 
 using testing::HasSubstr;
-using testing::StartsWith;
-using TWords = std::vector<std::string>;
+using TPeer = TLoopbackPeer;
 
 namespace {
 
-constexpr char kPlugin[] = "check_qov";
-
-TWords operator+(TWords words, const TWords& more) {
-  words.insert(words.end(), more.begin(), more.end());
-  return words;
-}
-
-/// The built client, by one of its two names.
-TProgramRun RunClient(const TWords& words, const char* name = "qovctl") {
-  const std::string client = QOV_CLIENT;
-  return RunProgram(TWords{client.substr(0, client.rfind('/') + 1) + name} + words);
-}
-
-TAgentOptions Everything() {
-  const std::string helpers = std::string(QOV_SOURCE_DIR) + "/packaging/helpers/";
-  TAgentOptions options;
-  options.config =
-      "executeaction=1\ntcpudpaction=1\nsyslogaction=1\ndelayforscripts=1\n"
-      "cpuusagescript=" +
-      helpers + "cpuusage\nproclistscript=" + helpers + "proclist\nproccntscript=" + helpers +
-      "proccount\n";
-  return options;
-}
-
-class ClientTest : public testing::Test {
- protected:
-  TWords ForAgent(const TWords& words) const {
-    return TWords{"--config", agent.ConfigPath()} + words;
-  }
-  TProgramRun Control(const TWords& words) const { return RunClient(ForAgent(words)); }
-  TProgramRun Plugin(const TWords& words) const { return RunClient(ForAgent(words), kPlugin); }
-
-  TAgentProcess agent{Everything()};
-};
+const std::string kHelpers = QOV_SOURCE_DIR "/packaging/helpers/";
 
 struct TCase {
-  TWords words;
+  std::string line;  ///< for the shell, with the names of ClientTest
   int status;
-  const char* out;
+  std::string text;  ///< part of the output, or of the errors when there is no output
+};
+
+std::string Port(const TPeer& peer) { return std::to_string(peer.Port()); }
+
+/// An agent that allows everything, and names for the shell: $Q and $P are the two clients, $A and
+/// $C the same with the agent's configuration.
+class ClientTest : public testing::Test {
+ protected:
+  ClientTest() {
+    std::filesystem::permissions(own, std::filesystem::perms::owner_all);
+    agent.WriteConfig(
+        "executeaction=1\ntcpudpaction=1\nsyslogaction=1\ndelayforscripts=1\nqovpath=" + own +
+        "\ncpuusagescript=" + kHelpers + "cpuusage\nproclistscript=" + kHelpers +
+        "proclist\nproccntscript=" + kHelpers + "proccount\n");
+    EXPECT_EQ("200", agent.Ask("ReloadCfg").code);
+  }
+  TProgramRun Run(const std::string& line) const {
+    return RunProgram({"/bin/sh", "-c", names + "exec " + line});
+  }
+  void Expect(const std::vector<TCase>& cases) const {
+    for (const TCase& c : cases) {
+      SCOPED_TRACE(c.line);
+      const TProgramRun run = Run(c.line);
+      EXPECT_EQ(c.status, run.status);
+      EXPECT_THAT(run.out.empty() ? run.err : run.out, HasSubstr(c.text));
+      EXPECT_TRUE(run.out.empty() || run.err.empty()) << run.err;
+      EXPECT_TRUE(c.line.find("--json") != 3 || nlohmann::json::accept(run.out)) << run.out;
+    }
+  }
+
+  const TTempDir files;
+  const std::string own = files.File("agent", "#!/bin/sh\nexec " QOV_AGENT " \"$@\"\n");
+  TAgentProcess agent;
+  const TPeer tcp{TPeer::kTcp, {.text = "220 ready"}}, udp{TPeer::kUdp, {.text = "pong"}};
+  const TPeer mute{TPeer::kTcp},
+      cut{TPeer::kTcp, {.text = {"\x20\0\0\0abc", 7}, .after = 1, .closeThen = true}};
+  const std::string names =
+      "F=" + files.Path() + " CFG=" + agent.ConfigPath() +
+      " Q=" QOV_CLIENT " P=$(dirname " QOV_CLIENT ")/check_qov PORT=" +
+      std::to_string(agent.Port()) + " FREE=" + std::to_string(FindFreePort()) +
+      " TCP='127.0.0.1 " + Port(tcp) + "' UDP=" + Port(udp) + " MUTE=" + Port(mute) +
+      " CUT=" + Port(cut) +
+      "; W=\"--password-file $F/wrong\" A=\"$Q --config $CFG\" C=\"$P --config $CFG\"; ";
 };
 
 }  // namespace
 
 TEST_F(ClientTest, EverySubcommandGetsItsAnswer) {
-  const TLoopbackPeer tcp(TLoopbackPeer::kTcp, {.text = "220 ready"});
-  const TLoopbackPeer udp(TLoopbackPeer::kUdp, {.text = "pong"});
-  const std::string tcpPort = std::to_string(tcp.Port()), udpPort = std::to_string(udp.Port());
-  const std::string file = agent.Folder().File("data/one", "the cat sat\n");
-  const std::string same = agent.Folder().File("data/two", "the cat sat\n");
-  const std::string script = agent.Folder().File("s.sh", "echo ScriptRes:Ok $1\n");
-  const std::string folder = agent.Folder().Path("data"), state = agent.Folder().Path("state");
-  const TCase cases[] = {
-      {{"disk", "/"}, 0, "total "},
-      {{"folder-size", folder, "--recurse"}, 0, "size  24 B\n"},
-      {{"file", folder + "/%newestfile%", "--macros"}, 0, "size      12 B\n"},
-      {{"count-files", folder, "t*"}, 0, "count  1\n"},
-      {{"compare", file, same, "--contents"}, 0, "equal  yes\n"},
-      {{"find-text", file, "CAT", "--whole-word"}, 0, "found  yes\n"},
-      {{"find-file", file, same}, 0, "found  yes\n"},
-      {{"checksum", file}, 0, "checksum  0x"},
-      {{"text-log", file, "--find", "cat", "--size", "1"}, 0, "line          the cat sat\n"},
-      {{"text-log2", file, "--find", "x", "--or-find", "cat", "--size", "1"},
-       0,
-       "first filter  no\n"},
-      {{"text-log2", file, "--find", "cat", "--state-file", state}, 0, "match         0\n"},
-      {{"files", folder, "o*"}, 0, "one\n2 entries\n"},  // with ".."
-      {{"process", "qov"}, 0, "count  "},
-      {{"processes"}, 0, "\n"},
-      {{"cpu"}, 0, " %\n"},
-      {{"external", "/bin/sh -c 'exit 3'"}, 0, "exit code  3\n"},
-      {{"shell-script", script, "--params", "word"}, 0, "result  ScriptRes:Ok word\n"},
-      {{"tcp", "127.0.0.1", tcpPort, "--receive", "99"}, 0, "answer  220 ready\n"},
-      {{"udp", "127.0.0.1", udpPort, "--send", "ping", "--receive", "9"}, 0, "answer  pong\n"},
-      {{"execute", "/bin/true"}, 0, "exit code  0\n"},
-      {{"send", "127.0.0.1", udpPort, "hello", "--udp"}, 0, "Data has been sent\n"},
-      {{"syslog", "127.0.0.1", "hello", "--syslog-port", udpPort}, 0, "has been sent\n"},
-      {{"info"}, 0, "AgentVersion "},
-      {{"settings"}, 0, "Password           ********\n"},
-      {{"settings", "--show-password"}, 0, TAgentProcess::kPassword},
-      {{"disk-space"}, 6, "Not applicable for UNIX/Linux\n"},
-      {{"service"}, 6, "Not applicable"},
-      {{"nt-log"}, 6, "Not applicable"},
-      {{"perf-counter"}, 6, "Not applicable"},
-      {{"script"}, 6, "not implemented yet"},
-      {{"snmp"}, 6, "not implemented yet"},
-      {{"icmp-ping"}, 6, "not implemented yet"},
-      {{"services"}, 6, "Not applicable"},
-      {{"event-log-files"}, 6, "Not applicable"},
-      {{"event-log-sources"}, 6, "Not applicable"},
-      {{"drives"}, 6, "not implemented yet"},
-      {{"raw", "TEST-UNC", "/"}, 0, "200  done\n"},
-      {{"raw", "nonsense", "-p", "--x"}, 6, "500  unknown command"},
-      {{"GetInfo"}, 0, "\nAgentVersion="},
-      {{"ping", "-n", "2"}, 0, "2 answers: fastest "},
-      {{"wait"}, 0, " answers\n"},
-      {{"all"}, 0, "== cpu\n"},
-      {{"set", "Comment=a b", "TCP=off"}, 0, "set and saved\n"},
-      {{"info"}, 0, "Comment            a b\n"},
-      {{"tcp", "127.0.0.1", tcpPort}, 7, "refused by the agent's settings: test is not allowed"},
-      {{"folder-size", "/nonexistent/folder"}, 4, "Folder/File doesn`t exist or access denied"},
-      {{"check-config", agent.ConfigPath()}, 0, " 0 errors, "},
-      {{"show-config"}, 0, "password=********\n"},
-      {{"packet", "build", "--key", "k", "GetInfo"}, 0, "session key k\n"},
-      {{"reload"}, 0, "outcome  Ok\n"},
-      {{"restart"}, 0, "outcome  Ok\n"},
+  files.File("data/one", "the cat sat\n");
+  files.File("data/two", "the cat sat\n");
+  files.File("s.sh", "echo ScriptRes:Ok $1\n");
+  std::string next = ReadFile(own);
+  for (int i = 0; next.size() < 700001; ++i) next += "# line " + std::to_string(i) + '\n';
+  files.File("next", next);
+  std::vector<TCase> cases = {
+      {"$A disk /", 0, "total "},
+      {"$A folder-size $F/data --recurse", 0, "size  24 B\n"},
+      {"$A file $F/data/%newestfile% --macros", 0, "size      12 B\n"},
+      {"$A count-files $F/data 't*'", 0, "count  1\n"},
+      {"$A compare $F/data/one $F/data/two --contents", 0, "equal  yes\n"},
+      {"$A find-text $F/data/one CAT --whole-word", 0, "found  yes\n"},
+      {"$A find-file $F/data/one $F/data/two", 0, "found  yes\n"},
+      {"$A checksum $F/data/one", 0, "checksum  0x"},
+      {"$A text-log $F/data/one --find cat --size 1", 0, "line          the cat sat\n"},
+      {"$A text-log2 $F/data/one --find x --or-find cat --size 1", 0, "first filter  no\n"},
+      {"$A text-log2 $F/data/one --find cat --state-file $F/state", 0, "match         0\n"},
+      {"$A files $F/data 'o*'", 0, "one\n2 entries\n"},  // with ".."
+      {"$A process qov", 0, "count  "},
+      {"$A processes", 0, "\n"},
+      {"$A cpu", 0, " %\n"},
+      {"$A external \"/bin/sh -c 'exit 3'\"", 0, "exit code  3\n"},
+      {"$A shell-script $F/s.sh --params word", 0, "result  ScriptRes:Ok word\n"},
+      {"$A tcp $TCP --receive 99", 0, "answer  220 ready\n"},
+      {"$A udp 127.0.0.1 $UDP --send ping --receive 9", 0, "answer  pong\n"},
+      {"$A execute /bin/true", 0, "exit code  0\n"},
+      {"$A send 127.0.0.1 $UDP hello --udp", 0, "Data has been sent\n"},
+      {"$A syslog 127.0.0.1 hello --syslog-port $UDP", 0, "has been sent\n"},
+      {"$A info", 0, "AgentVersion "},
+      {"$A settings", 0, "Password           ********\n"},
+      {"$A settings --show-password", 0, TAgentProcess::kPassword},
+      {"$A raw TEST-UNC /", 0, "200  done\n"},
+      {"$A raw nonsense -p --x", 6, "500  unknown command"},
+      {"$A GetInfo", 0, "\nAgentVersion="},
+      {"$A ping -n 2", 0, "2 answers: fastest "},
+      {"$A wait", 0, " answers\n"},
+      {"$A all", 0, "== cpu\n"},
+      {"$A --json disk /", 0, "\"ok\": true"},
+      {"$A --json info", 0, "\"TCP\": true"},
+      {"$A --json files $F agent", 0, "\"name\": \"agent\",\n        \"folder\": false"},
+      {"$A --json check-config $CFG", 0, "\"findings\": ["},
+      {"$A --json processes", 0, "\"values\": ["},
+      {"$A --json ping -n 2", 0, "\"times_ms\": ["},
+      {"$A --json all", 0, "\"command\": \"TEST-CPU\""},
+      {"$A set 'Comment=a b' TCP=off", 0, "set and saved\n"},
+      {"$A info", 0, "Comment            a b\n"},
+      {"$A --json tcp $TCP", 7, "\"text\": \"test is not allowed\""},
+      {"$A tcp $TCP", 7, "refused by the agent's settings: test is not allowed"},
+      {"$A folder-size /nonexistent/folder", 4, "Folder/File doesn`t exist or access denied"},
+      {"$A check-config $CFG", 0, " 0 errors, "},
+      {"$A show-config", 0, "password=********\n"},
+      {"$A packet build --key k TEST-UNC /x >$F/packet", 0, ""},
+      {"$A packet read $F/packet", 0, "TEST-UNC\\n/x\\n\\r\n"},
+      {"/bin/sh -c 'echo 00 >>'$F/packet", 0, ""},
+      {"$A packet read $F/packet", 1, "says 44 bytes, there are 45\n"},
+      {"$A set AllowUpdates=off", 0, "set and saved\n"},
+      {"$A upgrade $F/next", 7, ""},
+      {"$A reload", 0, "outcome  Ok\n"},
   };
-  std::set<std::string> missing = {"quit"};
-  for (const TCommand& row : Commands()) missing.insert(row.name);
-  for (const TCase& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.words));
-    const TProgramRun run = Control(c.words);
-    EXPECT_EQ(c.status, run.status);
-    EXPECT_THAT(run.out, HasSubstr(c.out));
-    EXPECT_EQ("", run.err);
-    missing.erase(c.words.front());
+  for (const char* name : {"disk-space", "service", "nt-log", "perf-counter", "services",
+                           "event-log-files", "event-log-sources"}) {
+    cases.push_back({std::string("$A ") + name, 6, "Not applicable for UNIX/Linux\n"});
   }
-  ASSERT_TRUE(agent.WaitFor("Listening...", 2));  // after the restart
-  EXPECT_EQ("outcome  Ok\n", Control({"quit"}).out);
-  EXPECT_EQ(0, agent.Wait());
-  missing.erase("quit");
-  EXPECT_THAT(missing, testing::IsEmpty()) << "commands without a case";
-}
+  for (const char* name : {"script", "snmp", "icmp-ping", "drives"}) {
+    cases.push_back({std::string("$A ") + name, 6, "not implemented yet\n"});
+  }
+  cases.push_back({"$A restart", 0, "outcome  Ok\n"});
+  Expect(cases);
+  ASSERT_TRUE(agent.WaitFor("Listening...", 2));
+  Expect({{"$A set AllowUpdates=on", 0, "set and saved\n"},
+          {"$A upgrade $F/next", 0, "installed: the agent now starts the new program\n"}});
+  ASSERT_TRUE(agent.WaitFor("Listening...", 3));
+  EXPECT_EQ(next, ReadFile(own));
+  Expect({{"$A quit", 0, "outcome  Ok\n"}});
+  EXPECT_NE(-1, agent.Wait());  // the script that swapped the programs
 
-TEST_F(ClientTest, JsonHoldsTypedValues) {
-  const auto ask = [&](const TWords& words) {
-    return nlohmann::json::parse(Control(TWords{"--json"} + words).out);
-  };
-  const nlohmann::json disk = ask({"disk", "/"});
-  EXPECT_TRUE(disk["ok"].get<bool>());
-  EXPECT_LE(disk["values"]["avail"].get<double>(), disk["values"]["total"].get<double>());
-  EXPECT_TRUE(ask({"info"})["values"]["tests"]["TCP"].get<bool>());
-  const nlohmann::json files = ask({"files", agent.Folder().Path(), "qov.cfg"})["values"];
-  EXPECT_EQ("qov.cfg", files["entries"].back()["name"]);
-  EXPECT_FALSE(files["entries"].back()["folder"].get<bool>());
-  EXPECT_EQ("200", ask({"set", "UNC=off"})["code"]);
-  EXPECT_EQ("test is not allowed", ask({"disk", "/"})["text"]);
-  EXPECT_EQ("200", ask({"GetInfo"})["code"]);
-  EXPECT_TRUE(ask({"check-config", agent.ConfigPath()})["findings"].is_array());
-  EXPECT_TRUE(ask({"processes"})["values"].is_array());
-  EXPECT_EQ(2u, ask({"ping", "-n", "2"})["times_ms"].size());
-  EXPECT_EQ("TEST-CPU", ask({"all"}).back()["command"]);
+  std::set<std::string> missing;
+  for (const TCommand& row : Commands()) missing.insert(row.name);
+  for (const TCase& c : cases) missing.erase(c.line.substr(3, c.line.find(' ', 3) - 3));
+  EXPECT_THAT(missing, testing::ElementsAre("quit")) << "commands without a case";
 }
 
 TEST_F(ClientTest, SilenceIsPutIntoWords) {
-  const std::string wrong = agent.Folder().File("wrong", "wrong password\n");
-  const TLoopbackPeer cut(TLoopbackPeer::kTcp,
-                          {.text = std::string("\x20\0\0\0abc", 7), .after = 1, .closeThen = true});
-  const TLoopbackPeer mute(TLoopbackPeer::kTcp);
-  const std::string agentPort = std::to_string(agent.Port());
-  const struct {
-    TWords words;
-    int status;
-    const char* err;
-  } cases[] = {
-      {{"-p", agentPort, "--password-file", wrong, "info"},
-       3,
-       "no reply: wrong password, address filter, or damaged packet\n"},
-      {{"-p", std::to_string(FindFreePort()), "--password-file", wrong, "info"},
-       3,
-       "connection refused\n"},
-      {{"-H", "no.such.host.invalid", "-p", "1", "--password-file", wrong, "info"},
-       3,
-       "unknown host"},
-      {{"-p", std::to_string(cut.Port()), "--password-file", wrong, "info"},
-       3,
-       "reply cut: 7 of 36 bytes came\n"},
-      {{"-p", std::to_string(mute.Port()), "--password-file", wrong, "-t", "0.2", "info"},
-       3,
-       "timed out without a reply\n"},
-      {{"--password-file", wrong, "info"}, 2, "no usable port"},
-      {{"-p", "1", "info"}, 2, "no password"},
-      {{"-p", "1", "--password-file", wrong, "set", "Password=x"}, 2, "does not belong"},
-      {{"-p", "1", "--password-file", wrong, "nonsense"}, 2, "unknown command"},
-      {{"disk", "/", "surplus"}, 2, "unexpected argument: surplus\n"},
-      {{"disk", "--nonsense"}, 2, "unexpected argument: --nonsense\n"},
-      {{"folder-size"}, 2, "FOLDER is required"},
-      {{"-p", "70000", "info"}, 2, "--port"},
-      {{"-t", "0", "info"}, 2, "--timeout"},
-      {{"check-config"}, 2, "FILE is required"},
-      {{"raw", "--json", "GetInfo"}, 2, "--json: options of qovctl stand before the command"},
-      {{}, 2, "no command given"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.words));
-    const TProgramRun run = RunClient(c.words);
-    EXPECT_EQ(c.status, run.status);
-    EXPECT_EQ("", run.out);
-    EXPECT_THAT(run.err, HasSubstr(c.err));
-  }
+  files.File("wrong", "wrong password\n");
+  files.File("small", "too small");
+  Expect({
+      {"$Q -p $PORT $W info", 3, "no reply: wrong password, address filter, or damaged packet\n"},
+      {"$Q -p $FREE $W info", 3, "connection refused\n"},
+      {"$Q -H no.such.host.invalid -p 1 $W info", 3, "unknown host"},
+      {"$Q -p $CUT $W info", 3, "reply cut: 7 of 36 bytes came\n"},
+      {"$Q -p $MUTE $W -t 0.2 info", 3, "timed out without a reply\n"},
+      {"$Q $W info", 2, "no usable port"},
+      {"$Q -p 1 info", 2, "no password"},
+      {"$Q -p 1 $W set Password=x", 2, "does not belong"},
+      {"$Q -p 1 $W nonsense", 2, "unknown command"},
+      {"$Q disk / surplus", 2, "unexpected argument: surplus\n"},
+      {"$Q disk --nonsense", 2, "unexpected argument: --nonsense\n"},
+      {"$Q folder-size", 2, "FOLDER is required"},
+      {"$Q -p 70000 info", 2, "--port"},
+      {"$Q -t 0 info", 2, "--timeout"},
+      {"$Q check-config", 2, "FILE is required"},
+      {"$Q raw --json GetInfo", 2, "--json: options of qovctl stand before the command"},
+      {"$Q", 2, "no command given"},
+      {"$A upgrade $F/small", 2, "101 to 10485759 bytes, this one has 9"},
+      {"$P", 3, "QOV UNKNOWN: no check named"},
+      {"$P nonsense", 3, "QOV UNKNOWN: "},
+      {"$P --help", 3, "Checks a host "},
+      {"$P disk --help", 3, "size and free space "},
+      {"$P --version", 3, "check_qov 1.29"},
+      {"$C info --nonsense", 3, "QOV UNKNOWN: "},
+      {"$C info -w 5:1", 3, "INFO UNKNOWN: -w: range "},
+      {"$C info -t 1:badness", 3, "INFO UNKNOWN: -t: not a state"},
+      {"$C info --metric none", 3, "INFO UNKNOWN: info has no metric "},
+      {"$C -p $FREE info", 2, "INFO CRITICAL: 127.0.0.1 port "},
+      {"$C -p $FREE -u info", 3, "INFO UNKNOWN: 127.0.0.1 port "},
+      {"$C $W info", 2, "INFO CRITICAL: 127.0.0.1 port "},
+      {"$C -p $MUTE -t 1:1 -u info", 1, "INFO WARNING: 127.0.0.1 port "},
+  });
 }
 
-TEST_F(ClientTest, PluginKeepsToTheConventions) {
-  const std::string wrong = agent.Folder().File("wrong", "wrong password\n");
-  const TLoopbackPeer mute(TLoopbackPeer::kTcp);
-  const std::string mutePort = std::to_string(mute.Port());
-  const std::string freePort = std::to_string(FindFreePort());
-  const TCase cases[] = {
-      {{"disk", "/", "-c", "0:"}, 0, "DISK OK: used "},
-      {{"-w", "~:-1", "disk", "/"}, 1, "DISK WARNING: used "},
-      {{"disk", "/", "--metric", "used_pct", "-w", "0", "-c", "@0:100"},
-       2,
-       "DISK CRITICAL: used_p"},
-      {{"external", "/bin/sh -c 'exit 1'"}, 1, "EXTERNAL WARNING: exit code 1\n"},
-      {{"tcp", "127.0.0.1", freePort}, 3, "TCP UNKNOWN: 301 "},
-      {{"file", "/nonexistent", "--missing", "critical"}, 2, "FILE CRITICAL: 301 "},
-      {{"info", "-v"}, 0, "INFO OK: active 1, opened "},
-      {{"-p", freePort, "info"}, 2, "INFO CRITICAL: 127.0.0.1 port "},
-      {{"-p", freePort, "-u", "info"}, 3, "INFO UNKNOWN: 127.0.0.1 port "},
-      {{"--password-file", wrong, "info"}, 2, "INFO CRITICAL: 127.0.0.1 port "},
-      {{"-p", mutePort, "-t", "1", "info"}, 2, "INFO CRITICAL: 127.0.0.1 port "},
-      {{"-p", mutePort, "-t", "1:1", "-u", "info"}, 1, "INFO WARNING: 127.0.0.1 port "},
-      {{"-p", mutePort, "-t", "1", "-u", "info"}, 3, "INFO UNKNOWN: 127.0.0.1 port "},
-      {{"info", "-t", "x"}, 3, "INFO UNKNOWN: -t: "},
-      {{"info", "-w", "5:1"}, 3, "INFO UNKNOWN: -w: range "},
-      {{"info", "-t", "1:badness"}, 3, "INFO UNKNOWN: -t: not a state"},
-      {{"info", "--metric", "none"}, 3, "INFO UNKNOWN: info has no metric "},
-      {{"info", "--nonsense"}, 3, "QOV UNKNOWN: "},
-      {{"nonsense"}, 3, "QOV UNKNOWN: "},
-      {{}, 3, "QOV UNKNOWN: no check named"},
-      {{"--help"}, 3, "Checks a host "},
-      {{"disk", "--help"}, 3, "size and free space "},
-      {{"--version"}, 3, "check_qov 1.29"},
-  };
-  for (const TCase& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.words));
-    const TProgramRun run = Plugin(c.words);
-    EXPECT_EQ(c.status, run.status);
-    EXPECT_THAT(run.out, StartsWith(c.out));
-    EXPECT_EQ("", run.err);
-  }
-  EXPECT_THAT(Plugin({"info", "-v"}).out, HasSubstr("\nAgentVersion "));
+TEST_F(ClientTest, PluginJudgesAndCountsEachLogMatchOnce) {
+  files.File("log", "error before the watch\n");
+  const std::string watch = " --state-file $F/state $F/log --find ";
+  const std::string check = "$C text-log2" + watch + "error --or-find fatal -c 2 -w 0";
+  Expect({
+      {"$C disk / -c 0:", 0, "DISK OK: used "},
+      {"$C -w '~:-1' disk /", 1, "DISK WARNING: used "},
+      {"$C disk / --metric used_pct -w 0 -c @0:100", 2, "DISK CRITICAL: used_p"},
+      {"$C external \"/bin/sh -c 'exit 1'\"", 1, "EXTERNAL WARNING: exit code 1\n"},
+      {"$C tcp 127.0.0.1 $FREE", 3, "TCP UNKNOWN: 301 "},
+      {"$C file /nonexistent --missing critical", 2, "FILE CRITICAL: 301 "},
+      {"$C info -v", 0, "INFO OK: active 1, opened "},
+      {"$C info -v", 0, "\nAgentVersion "},
+      {check, 0, "OK: 0 matches | 'matches'=0;0;2;0\n"},
+  });
+  files.File("log", "error before the watch\nan error\nnothing\nfatal\nerror again\n");
+  Expect({
+      {check, 2,
+       "LOG2 CRITICAL: 3 matches (critical at 2), last: error again | 'matches'=3;0;2;0\n"},
+      {check, 0, "TEXT-LOG2 OK: 0 matches"},
+      {"$C text-log" + watch + "x", 3, "belongs to another watch"},
+  });
 }
 
-TEST_F(ClientTest, PluginCountsEachLogMatchOnce) {
-  const std::string state = agent.Folder().Path("state");
-  const std::string log = agent.Folder().File("log", "error before the watch\n");
-  const TWords check = {"text-log2", log, "--find", "error", "--or-find",    "fatal",
-                        "-c",        "2", "-w",     "0",     "--state-file", state};
-  EXPECT_THAT(Plugin(check).out, StartsWith("TEXT-LOG2 OK: 0 matches | 'matches'=0;0;2;0\n"));
-  agent.Folder().File("log", "error before the watch\nan error\nnothing\nfatal\nerror again\n");
-  EXPECT_EQ(
-      "TEXT-LOG2 CRITICAL: 3 matches (critical at 2), last: error again | "
-      "'matches'=3;0;2;0\n",
-      Plugin(check).out);
-  EXPECT_THAT(Plugin(check).out, StartsWith("TEXT-LOG2 OK: 0 matches"));
-  EXPECT_THAT(Plugin({"text-log", log, "--find", "x", "--state-file", state}).out,
-              HasSubstr("belongs to another watch"));
-}
-
-TEST_F(ClientTest, UpgradeReplacesAndStartsTheProgram) {
-  // A script stands for the new program, for a sanitized agent may be larger than agents accept.
-  std::string program = std::string("#!/bin/sh\nexec ") + QOV_AGENT + " \"$@\"\n";
-  for (int i = 0; program.size() < 700001; ++i) program += "# line " + std::to_string(i) + '\n';
-  const std::string path = agent.Folder().File("new", program);
-  const std::string own = agent.Folder().File("own/agent", "the old program\n");
-  agent.WriteConfig("qovpath=" + own + '\n');
-  ASSERT_EQ(0, Control({"reload"}).status);
-
-  const TProgramRun small = Control({"upgrade", agent.Folder().File("small", "too small")});
-  EXPECT_EQ(2, small.status);
-  EXPECT_THAT(small.err, HasSubstr("101 to 10485759 bytes, this one has 9"));
-  ASSERT_EQ(0, Control({"set", "AllowUpdates=off"}).status);
-  EXPECT_EQ(7, Control({"upgrade", path}).status);
-  ASSERT_EQ(0, Control({"set", "AllowUpdates=on"}).status);
-
-  const TProgramRun run = Control({"upgrade", path});
-  EXPECT_EQ("installed: the agent now starts the new program\n", run.out);
-  EXPECT_EQ(0, run.status);
-  EXPECT_TRUE(agent.WaitFor("Listening...", 2));
-  EXPECT_EQ(program, ReadFile(own));
-  EXPECT_EQ(0, Control({"wait", "-t", "20"}).status);
-  EXPECT_EQ(0, Control({"quit"}).status);
-  EXPECT_NE(-1, agent.Wait());  // the script that swapped the programs
-}
-
-TEST_F(ClientTest, PacketsCanBeLookedIntoOffline) {
-  const TProgramRun built = Control({"packet", "build", "--key", "k", "TEST-UNC", "/x"});
-  const std::string packet = agent.Folder().File("packet", built.out);
-  EXPECT_THAT(Control({"packet", "read", packet}).out, HasSubstr("TEST-UNC\\n/x\\n\\r\n"));
-  const std::string damaged = agent.Folder().File("damaged", built.out + "00\n");
-  const TProgramRun run = Control({"packet", "read", damaged});
-  EXPECT_EQ(1, run.status);
-  EXPECT_THAT(run.out, HasSubstr("packet length field says "));
-}
-
-TEST(ClientFilesTest, CompletionAndPagesNameEveryCommand) {
-  const std::string root = std::string(QOV_SOURCE_DIR) + "/";
+TEST_F(ClientTest, CompletionAndPagesNameEveryCommand) {
+  const std::string root = QOV_SOURCE_DIR "/";
   for (const auto& [shell, file] : {std::pair{"bash", "qovctl.bash"}, std::pair{"zsh", "_qovctl"},
                                     std::pair{"fish", "qovctl.fish"}}) {
-    EXPECT_EQ(ReadFile(root + "packaging/completion/" + file), RunClient({"completion", shell}).out)
+    EXPECT_EQ(ReadFile(root + "packaging/completion/" + file),
+              Run(std::string("$Q completion ") + shell).out)
         << "write it anew with: qovctl completion " << shell;
   }
   const std::string pages = ReadFile(root + "docs/commands.md");
-  const std::string icinga = ReadFile(root + "packaging/examples/icinga2-qov.conf");
-  const std::string nagios = ReadFile(root + "packaging/examples/nagios-qov.cfg");
+  const std::string definitions = ReadFile(root + "packaging/examples/icinga2-qov.conf") +
+                                  ReadFile(root + "packaging/examples/nagios-qov.cfg");
   for (const TCommand& row : Commands()) {
-    SCOPED_TRACE(row.name);
-    EXPECT_THAT(pages, HasSubstr("qovctl " + std::string(row.name)));
-    EXPECT_THAT(pages, HasSubstr('`' + std::string(row.agent) + '`'));
+    const std::string name = row.name;
+    EXPECT_THAT(pages, HasSubstr("qovctl " + name));
+    EXPECT_THAT(pages, HasSubstr('`' + std::string(row.agent) + '`')) << name;
     if (!row.IsCheck()) continue;
-    EXPECT_THAT(icinga, HasSubstr("\"qov-" + std::string(row.name) + "\" {"));
-    EXPECT_THAT(nagios, HasSubstr(" " + std::string(row.name) + " "));
+    EXPECT_THAT(definitions, HasSubstr("\"qov-" + name + "\" {"));
+    EXPECT_THAT(definitions, HasSubstr(" " + name + " "));
   }
 }

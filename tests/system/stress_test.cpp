@@ -1,0 +1,179 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <memory>
+#include <random>
+
+#include "built.h"
+#include "support/process.h"
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr int kProbes = 50;
+const std::string kFaults = std::string("LD_PRELOAD=") + QOV_FAULTS;
+
+/// How many of kProbes questions were answered in time.
+int Answered(const TAgentProcess& agent) {
+  int right = 0;
+  for (int i = 0; i < kProbes; ++i) right += AnswersInTime(agent, "GetInfo");
+  return right;
+}
+
+TEST(StressTest, KeepsTheConfigurationOnAFullDisk) {
+  const TTempDir folder;
+  TPrivateMounts mounts;
+  if (!mounts.Usable()) GTEST_SKIP() << "mounting takes the superuser";
+  ASSERT_TRUE(mounts.AddMemory(folder.Path(), 1024 * 1024));
+  const TEnvironment temporary("TMPDIR", folder.Path().c_str());
+  const TAgentProcess agent;
+  const std::string before = agent.ReadFile("qov.cfg");
+  const std::string filler = FillUp(folder.Path());
+  EXPECT_EQ("300\nCannot create new configuration file '" + agent.ConfigPath() + ".New'\n\r",
+            agent.Ask("SetSettings", {"Comment=changed"}).text);
+  EXPECT_EQ(before, agent.ReadFile("qov.cfg"));
+  EXPECT_EQ("", agent.ReadFile("qov.cfg.New") + agent.ReadFile("qov.cfg.Old"));
+  EXPECT_EQ("changed", agent.Info("Comment"));  // in memory
+  fs::remove(filler);
+  EXPECT_EQ("200", agent.Ask("SetSettings", {"Ping=1"}).code);
+  EXPECT_THAT(agent.ReadFile("qov.cfg"), HasSubstr("comment=changed\r\n"));
+}
+
+TEST(StressTest, HasAConfigurationWhenItEndsDuringASave) {
+  for (const std::string command : {"ReloadApp", "QUIT"}) {
+    TAgentProcess agent({.environment = {kFaults, "FAULT_RENAME_MS=500"}});
+    TRawPeer saver(agent.Port());
+    ASSERT_TRUE(saver.Send(TAgentProcess::Packet("SetSettings", {"Comment=saved"})));
+    ASSERT_TRUE(Await([&] { return fs::exists(agent.ConfigPath() + ".Old"); }));
+    EXPECT_EQ("200\nOk\n\r", agent.Ask(command).text);
+    EXPECT_TRUE(command == "QUIT" ? agent.Wait() == 0 : agent.WaitFor("Listening...\n", 2));
+    EXPECT_THAT(agent.ReadFile("qov.cfg"), HasSubstr("logsuccess=1")) << command;
+  }
+}
+
+TEST(StressTest, GoesOnWhenAThreadCannotBeStarted) {
+  constexpr int kEvery = 7;
+  const TAgentProcess agent({.environment = {kFaults, "FAULT_THREADS=" + std::to_string(kEvery)}});
+  const int descriptors = agent.CountDescriptors();
+  const int rounds = Repeats(20, 100);
+  for (int i = 1; i <= rounds * kEvery; ++i) {
+    ASSERT_EQ(i % kEvery == 0 ? "" : "200", agent.Ask("GetInfo").code) << i;
+  }
+  EXPECT_TRUE(agent.WaitFor("Cannot start session thread, connection closed\n", rounds));
+  EXPECT_TRUE(Await([&] { return agent.CountDescriptors() == descriptors; }));
+}
+
+TEST(StressTest, ANameServerThatIsSilentHoldsNobodyElse) {
+  const std::string address = "127.0.53.53";
+  const TTempDir folder;
+  TPrivateMounts mounts;
+  const TLoopbackPeer server(TLoopbackPeer::kUdp, {}, address.c_str(), 53);
+  if (!mounts.Usable() || server.Port() == 0) GTEST_SKIP() << "takes the superuser";
+  ASSERT_TRUE(mounts.Cover(
+      "/etc/resolv.conf",
+      folder.File("r", "nameserver " + address + "\noptions timeout:30 attempts:1\n")));
+  const TAgentProcess agent;
+  std::vector<TRawPeer> asking;
+  for (const char* command : {"TEST-TCP", "TEST-TCP", "TEST-UDP", "TEST-UDP"}) {
+    asking.emplace_back(agent.Port());
+    ASSERT_TRUE(asking.back().Send(
+        TAgentProcess::Packet(command, {"host.invalid", "9", "1000", "1", "1", "1"})));
+  }
+  ASSERT_FALSE(server.Received(1).empty());
+  EXPECT_EQ(kProbes, Answered(agent));
+  for (TRawPeer& peer : asking) {
+    EXPECT_EQ("", peer.ReceiveAll(1));
+    EXPECT_FALSE(peer.Closed()) << "the look-up is over already";
+  }
+}
+
+TEST(StressTest, ServesDescriptorsBeyondAThousand) {
+  constexpr int kRefused = 1150;
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  if (limit.rlim_max < 2 * kRefused + 100) GTEST_SKIP() << "takes a higher descriptor limit";
+  const TAgentProcess agent({.config = "filteractive=1\nlogfails=0\n"});
+  const TLoopbackPeer service(TLoopbackPeer::kTcp, {.text = "hello", .after = 2});
+  for (int i = 0; i < kRefused; ++i) TRawPeer(agent.Port(), "127.0.0.2");
+  EXPECT_EQ(std::to_string(kRefused), agent.Info("FailedConnections"));
+  ASSERT_LT(1024 + kProbes, agent.CountDescriptors());
+  EXPECT_EQ(kProbes, Answered(agent));
+  // What waits for a descriptor of its own does so beyond the thousandth too.
+  EXPECT_TRUE(AnswersInTime(agent, "TEST-TCP",
+                            {"127.0.0.1", std::to_string(service.Port()), "5000", "hi", "5"}));
+  EXPECT_EQ("200\n0\n\r", agent.Ask("TEST-ExternalPrg", {"/bin/true", "", "", "10"}).text);
+}
+
+TEST(StressTest, AnswersThroughAStormOfHangupsFromOneRecord) {
+  TAgentProcess agent({.config = "comment=0\nupdateaddr=0\n", .switches = {"-d", "-v"}});
+  const std::string log = agent.Folder().File("watched.log", "one line\n");
+  TProbe writer(agent, "SetSettings", {"Timeout=5000", "Ping=0"});
+  TProbe watcher(agent, "TEST-TextLog", {log, "line", "0", "1", "1", "0", "1", "0", "0"});
+  std::atomic<bool> stop{false};
+  int torn = 0, whole = 0, admitted = 0;
+  std::thread reader([&] {
+    while (!stop) {
+      const TReply reply = agent.Ask("GetSettings");
+      const bool same = Named(reply, "Comment") == Named(reply, "UpdateAddr");
+      ++(reply.code == "200" && same ? whole : torn);
+    }
+  });
+  // A load starts from an empty password, which nobody may ever see.
+  std::thread stranger([&] {
+    const std::string packet = BuildRequest("", TAgentProcess::kSessionKey, "GetInfo\n\r");
+    while (!stop) {
+      TRawPeer peer(agent.Port());
+      admitted += peer.Send(packet) && !peer.ReceiveAll().empty();
+    }
+  });
+  const auto load = [&](const std::string& mark) {
+    agent.WriteConfig("comment=" + mark + "\nupdateaddr=" + mark + "\n");
+    return agent.Signal(SIGHUP);
+  };
+  for (int i = 1; i < Repeats(400, 2000); ++i) {
+    EXPECT_TRUE(i % 20 == 0 ? load(std::to_string(i)) : agent.Signal(SIGHUP));
+    usleep(5000);
+  }
+  // What is saved is what the agent holds, so the last file comes when nothing is saved any more.
+  EXPECT_LT(0, writer.Stop());
+  EXPECT_TRUE(load("last"));
+  EXPECT_TRUE(Await([&] { return agent.Info("Comment") == "last"; }));
+  stop = true;
+  reader.join();
+  stranger.join();
+  EXPECT_LT(0, watcher.Stop());
+  EXPECT_LT(0, whole);
+  EXPECT_EQ(0, torn);
+  EXPECT_EQ(0, admitted);
+}
+
+TEST(StressTest, ChangesItsPortAndRestartsWithIdlePeersConnected) {
+  constexpr int kIdlePeers = 20;
+  TAgentProcess agent({.config = "timeout=-1\n"});
+  const int descriptors = agent.CountDescriptors();
+  for (int i = 1; i <= Repeats(5, 50); ++i) {
+    std::vector<TRawPeer> idle;
+    for (int j = 0; j < kIdlePeers; ++j) idle.emplace_back(agent.Port());
+    const int port = FindFreePort();
+    ASSERT_EQ("200", agent.Ask("SetSettings", {"Port=" + std::to_string(port)}).code);
+    ASSERT_TRUE(agent.WaitFor("Server port switching .. Ok\n", i));
+    EXPECT_TRUE(agent.WaitForPort(false));
+    agent.FollowPort(port);
+    ASSERT_TRUE(
+        Await([&] { return agent.Info("ActiveConnections") == std::to_string(kIdlePeers + 1); }));
+    ASSERT_EQ("200\nOk\n\r", agent.Ask("ReloadApp").text);
+    for (TRawPeer& peer : idle) {
+      EXPECT_EQ("", peer.ReceiveAll());
+      ASSERT_TRUE(peer.Closed()) << i;
+    }
+    ASSERT_TRUE(Await([&] { return agent.CountDescriptors() == descriptors; }, 5000)) << i;
+  }
+}
+
+}  // namespace
