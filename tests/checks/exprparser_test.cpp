@@ -8,15 +8,6 @@
 
 namespace {
 
-std::string Postfix(const char* expression) {
-  TExprParser parser(PriorityTable1, sizeof PriorityTable1);
-  String source(expression);
-  if (parser.Expr2Polish(source, 0) == 0) return ToStd(parser.Error());
-  std::string tokens;
-  for (int i = 0; i < parser.Output().Count(); ++i) tokens += ToStd(parser.Output()[i]) + ' ';
-  return tokens;
-}
-
 TEST(Expressions, BecomePostfix) {
   const struct {
     const char *expression, *postfix;
@@ -33,12 +24,22 @@ TEST(Expressions, BecomePostfix) {
       {"error", "Unknown operator: \"err\""},            // cut where an operator is found
       {"'a' oR\t'b'", "Unknown operator: \"oR\t'b'\""},  // only a blank ends a word
   };
-  for (const auto& c : cases) EXPECT_EQ(c.postfix, Postfix(c.expression)) << c.expression;
+  TExprParser parser(PriorityTable1, sizeof PriorityTable1);
+  for (const auto& c : cases) {
+    String source(c.expression);
+    const bool done = parser.Expr2Polish(source, 0) != 0;
+    std::string tokens;
+    for (int i = 0; i < parser.Output().Count(); ++i) tokens += ToStd(parser.Output()[i]) + ' ';
+    EXPECT_EQ(c.postfix, done ? tokens : ToStd(parser.Error())) << c.expression;
+    EXPECT_EQ(done, parser.Error().Empty() && source.Empty());
+  }
 
   TExprParser wide(PriorityTable2, sizeof PriorityTable2);
   EXPECT_EQ(6, wide.TokenInPos("1<=2", 2));
   EXPECT_EQ(-1, wide.TokenInPos("1<=2", 4));
+  EXPECT_EQ(-1, wide.TokenInPos("", 1));
   EXPECT_EQ(4, wide.TokenInPriority("MOD"));
+  EXPECT_EQ(-1, wide.TokenInPriority("mo"));
   EXPECT_EQ(65520, wide.TokenSPriority(")"));
   String rest(" 7div 2");
   EXPECT_EQ("7", wide.GetToken(rest));
@@ -50,97 +51,58 @@ TEST(Expressions, BecomePostfix) {
 }
 
 TEST(Expressions, HoldForALine) {
-  const struct {
-    const char *line, *expression;
-    int caseSensitive, wholeWord, holds;
-  } cases[] = {
-      {"disk error", "'ERROR'", 1, 0, 0},
-      {"disk error", "'ERROR'", 0, 0, 1},
-      {"disk errors", "'error'", 1, 1, 0},
-      {"a", "( 'a'", 1, 0, 0},
-      {"a", "'a' )", 1, 0, 0},
-      {"a", "", 1, 0, 0},
-      {"a", "''", 1, 0, 0},
-      {"a", "not ''", 1, 0, 1},
-      {"a", "'a' 'a'", 1, 0, 0},
-      {"a", "not", 1, 0, 0},
-      {"a", "'a' and", 1, 0, 0},
-      {"a 2 b", "123", 1, 0, 1},
-      {"a 13 b", "123", 1, 0, 0},
-      {"a", "'a' or (", 1, 0, 1},
+  const auto holds = [](const char* line, const char* expression, int caseSensitive,
+                        int wholeWord) {
+    return SearchForExpression(line, expression, caseSensitive, wholeWord);
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(c.holds, SearchForExpression(c.line, c.expression, c.caseSensitive, c.wholeWord))
-        << c.line << " " << c.expression;
+  EXPECT_EQ(0, holds("disk error", "'ERROR'", 1, 0));
+  EXPECT_EQ(1, holds("disk error", "'ERROR'", 0, 0));
+  EXPECT_EQ(0, holds("disk errors", "'error'", 1, 1));
+  for (const char* e : {"( 'a'", "'a' )", "", "''", "'a' 'a'", "not", "'a' and", "123", "'A"}) {
+    EXPECT_EQ(0, holds("a 13", e, 1, 0)) << e;
   }
-}
-
-TEST(Expressions, StackRefusesWithoutHarm) {
+  for (const char* e : {"not ''", "'a' or (", "113", "'3\nb' and '\n'"}) {
+    EXPECT_EQ(1, holds("a 1\n3\nb", e, 1, 0)) << e;
+  }
   BoolStack stack(1);
   stack.Push(5);
+  EXPECT_FALSE(stack.Failed());
   stack.Or();
   EXPECT_TRUE(stack.Failed());
-  EXPECT_EQ(1, stack.Count());
   stack.Push(0);
   EXPECT_EQ(1, stack.Pop());
   EXPECT_EQ(0, stack.Pop());
 }
 
-/// Writes random expressions and, beside it, what they come to for a line.
-class TExpressionMaker {
- public:
-  explicit TExpressionMaker(const std::string& line, std::minstd_rand& random)
-      : line_(line), random_(random) {}
-
-  /// "not" takes all that follows in its group, the other operators join from left to right.
-  bool Group(int depth) {
-    if (Roll(5) == 0) {
-      text += "not ";
-      return !Group(depth);
-    }
-    bool value = Operand(depth);
-    while (Roll(2) == 0) {
-      const bool both = Roll(2) == 0;
-      text += both ? (Roll(2) == 0 ? " and " : " AND ") : (Roll(2) == 0 ? "or" : " Or ");
-      const bool last = Roll(6) == 0;
-      if (last) text += "not";
-      const bool right = last ? !Group(depth) : Operand(depth);
-      value = both ? value && right : value || right;
-      if (last) break;
-    }
-    return value;
+/// Writes a random group and returns what it comes to for the line: operators join from left to
+/// right, and "not" takes all that follows.
+bool Group(std::minstd_rand& random, const std::string& line, int depth, std::string& text) {
+  const auto roll = [&random](unsigned sides) { return random() % sides; };
+  for (bool value = false, both = false;;) {
+    const bool inverted = roll(5) == 0;
+    const bool nested = !inverted && depth > 0 && roll(3) == 0;
+    const char c = "abcd"[roll(4)];
+    bool right = line.find(c) != std::string::npos;
+    text += inverted ? "not " : nested ? "(" : std::string("'") + c + '\'';
+    if (inverted || nested) right = Group(random, line, depth - 1, text) != inverted;
+    if (nested) text += ')';
+    value = both ? value && right : value || right;
+    if (inverted || roll(2) == 0) return value;
+    both = roll(2) == 0;
+    text += both ? (roll(2) == 0 ? " and " : " AND ") : (roll(2) == 0 ? "or" : " Or ");
   }
-  std::string text;
-
- private:
-  unsigned Roll(unsigned sides) { return static_cast<unsigned>(random_() % sides); }
-  bool Operand(int depth) {
-    if (depth > 0 && Roll(3) == 0) {
-      text += '(';
-      const bool value = Group(depth - 1);
-      text += ')';
-      return value;
-    }
-    const char c = "abcd"[Roll(4)];
-    text += std::string("'") + c + "'";
-    return line_.find(c) != std::string::npos;
-  }
-
-  const std::string& line_;
-  std::minstd_rand& random_;
-};
+}
 
 TEST(Expressions, AgreeWithASmallEvaluator) {
   std::minstd_rand random(3);
   int held = 0;
   for (int round = 0; round < 3000; ++round) {
-    std::string line;
+    std::string line, text;
     for (const char c : {'a', 'b', 'c', 'd'}) line += random() % 2 == 0 ? c : '-';
-    TExpressionMaker maker(line, random);
-    const bool expected = maker.Group(4);
+    const bool expected = Group(random, line, 4, text);
     held += expected;
-    ASSERT_EQ(expected, SearchForExpression(ToString(line), ToString(maker.text), 1, 0) == 1)
-        << line << ": " << maker.text;
+    ASSERT_EQ(expected, SearchForExpression(ToString(line), ToString(text), 1, 0) == 1)
+        << line << ": " << text;
   }
   EXPECT_GT(held, 500);
   EXPECT_LT(held, 2500);
