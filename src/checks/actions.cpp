@@ -12,7 +12,6 @@
 #include "checks/process/runner.h"
 #include "config/settings.h"
 #include "core/iplib.h"
-#include "core/syncsocket.h"
 
 namespace {
 

@@ -61,13 +61,14 @@ int LookUp(const char* host, int addressBytes, unsigned* ip, String& err) {
   std::vector<char> buf(kLookUpBytes);
   hostent record;
   hostent* found = nullptr;
-  int error = 0;
-  while (iplib::gethostbyname_r(host, &record, buf.data(), buf.size(), &found, &error) != 0) {
-    if (error != ERANGE || buf.size() >= kMaxLookUpBytes) {
-      err = "Cannot resolve server name to IP address";
-      return kIpUnresolved;
-    }
+  int unused = 0;
+  while (gethostbyname_r(host, &record, buf.data(), buf.size(), &found, &unused) == ERANGE &&
+         buf.size() < kMaxLookUpBytes) {
     buf.resize(buf.size() * 2);
+  }
+  if (found == nullptr) {
+    err = "Cannot resolve server name to IP address";
+    return kIpUnresolved;
   }
   if (record.h_length != addressBytes) {
     err = "Name resolution error: unknown address structure";
@@ -151,19 +152,6 @@ char* inet_ntoa_safe(in_addr addr, char* dst, int size) {
   snprintf(dst, static_cast<size_t>(size), "%s", text);
   dst[size - 1] = 0;
   return dst;
-}
-
-int iplib::gethostbyname_r(const char* name, hostent* result, char* buf, size_t buflen,
-                           hostent** out, int* err) {
-  int hostError = 0;
-  hostent* found = nullptr;
-  if (::gethostbyname_r(name, result, buf, buflen, &found, &hostError) != 0 || found == nullptr) {
-    *err = errno;
-    return -1;
-  }
-  *out = found;
-  *err = 0;
-  return 0;
 }
 
 int GetHostIP(const char* host, unsigned int* ip, String& err) {
@@ -302,4 +290,44 @@ int SendReceiveUDPPacket(const char* host, int port, int timeoutSec, void* sendB
   }
   if (recvLen <= 0) return static_cast<int>(sent);
   return ReceiveOnce(sock.Get(), recvBuf, recvLen, int64_t{timeoutSec} * 1000, err);
+}
+
+int TSyncSocket::Connect(const char* host, int port, int timeoutMs) {
+  Disconnect();
+  if (mode_ == kTcp) return PerformConnect(socket_, host, port, timeoutMs, LastError);
+  unsigned ip = 0;
+  const int resolved = GetHostIP(host, &ip, LastError);
+  if (resolved != kIpOk) return resolved;
+  socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (socket_ == -1) return Fail(kIpNoSocket, LastError);
+  return ::Connect(socket_, MakeAddress(ip, port)) == 0 ? kIpOk : Fail(kIpNotConnected, LastError);
+}
+
+void TSyncSocket::Disconnect() {
+  LastError = "";
+  if (socket_ == -1) return;
+  close(socket_);
+  socket_ = -1;
+}
+
+bool TSyncSocket::Connected() {
+  constexpr int kLookMs = 5;
+  return socket_ != -1 && WaitForSocket(socket_, POLLIN, kLookMs) != -1;
+}
+
+int TSyncSocket::SendBuf(const char* buf, int len, int) {
+  LastError = "";
+  if (len < 1) return 0;
+  const ssize_t sent =
+      TEMP_FAILURE_RETRY(send(socket_, buf, static_cast<size_t>(len), MSG_NOSIGNAL));
+  return sent != -1 ? static_cast<int>(sent) : Fail(kIpNotSent, LastError);
+}
+
+int TSyncSocket::ReadString(String& out, int timeoutMs) {
+  char chunk[20480];
+  LastError = "";
+  out = "";
+  const int count = ReceiveOnce(socket_, chunk, sizeof chunk, timeoutMs, LastError);
+  if (count > 0) out.AddData(chunk, count);
+  return count;
 }

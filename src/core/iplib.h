@@ -18,6 +18,7 @@ inline constexpr int kIpNotReceived = -5;
 inline constexpr int kIpNotConnected = -6;
 
 /// Generic texts for callers that want one; the helpers put their own into the caller's String.
+/// Not used by the agent itself.
 extern const char* const ipErrMsg[8];
 
 /// Text of a system error number. Deliberate: always empty with the GNU C library, whose
@@ -27,16 +28,6 @@ String GetErrorStr(int errnum);
 /// Writes the dotted text of addr into dst, at most size - 1 bytes, and always a terminator at
 /// dst[size - 1]. Returns dst. size >= 1.
 char* inet_ntoa_safe(in_addr addr, char* dst, int size);
-
-namespace iplib {
-
-/// Re-entrant look-up with the C library function's name and arguments; the record's pointers
-/// refer to buf. Returns 0 with *out = result and *err = 0, or -1 with *err = errno (ERANGE when
-/// buf is too small for the record).
-int gethostbyname_r(const char* name, hostent* result, char* buf, size_t buflen, hostent** out,
-                    int* err);
-
-}  // namespace iplib
 
 /// Address of `host` in network byte order. Deliberate: only dotted text other than
 /// "255.255.255.255" succeeds; a name that resolves is refused for its address length.
@@ -74,7 +65,7 @@ int ReceiveOnce(int sock, void* buf, int size, int64_t timeoutMs, String& err);
 /// @return kIpOk, kIpTimeout, kIpUnresolved, kIpNoSocket or kIpNotConnected
 int PerformConnect(int& sock, const char* host, int port, int timeoutMs, String& err);
 
-/// PerformConnect, then closes: a pure reachability probe.
+/// PerformConnect, then closes: a pure reachability probe. Not called by the agent itself.
 int TCPConnect(const char* host, int port, int timeoutMs, String& err);
 
 /// Connects, sends sendLen bytes (if > 0), receives once at most recvLen bytes (if > 0).
@@ -89,3 +80,40 @@ int SendReceiveTCPPacket(const char* host, int port, int timeoutMs, void* sendBu
 /// @return byte count of the last transfer, kIpTimeout or a negative result
 int SendReceiveUDPPacket(const char* host, int port, int timeoutSec, void* sendBuf, void* recvBuf,
                          int sendLen, int recvLen, String& err);
+
+/// A connected client socket. After each call LastError holds
+/// the text of the failure, "" after a success. One thread at a time.
+class TSyncSocket {
+ public:
+  static constexpr int kTcp = 1;
+  static constexpr int kUdp = 2;
+
+  explicit TSyncSocket(int mode) : mode_(mode) {}
+  ~TSyncSocket() { Disconnect(); }
+  TSyncSocket(const TSyncSocket&) = delete;
+  TSyncSocket& operator=(const TSyncSocket&) = delete;
+
+  /// TCP: PerformConnect. UDP: fixes the peer of later sends; the time-out is not used and the
+  /// host must be a dotted address.
+  int Connect(const char* host, int port, int timeoutMs);
+  void Disconnect();
+  /// Not called by the agent itself: waits up to 5 ms for readability; a peer that has closed still
+  /// counts as connected.
+  bool Connected();
+  int SendString(const String& s, int timeoutMs) {
+    return SendBuf(s.Data(), s.Length(), timeoutMs);
+  }
+  /// One send of `len` bytes; the time-out is not used. Returns the bytes accepted, 0 without
+  /// sending when len < 1, or kIpNotSent.
+  int SendBuf(const char* buf, int len, int timeoutMs);
+  /// Not called by the agent itself: one chunk of at most 20480 bytes. Returns its size, 0 when the
+  /// peer closed (no text) or nothing came in time ("Timeout"), or kIpNotReceived.
+  int ReadString(String& out, int timeoutMs);
+
+ private:
+  int socket_ = -1;
+  int mode_;
+
+ public:
+  String LastError;
+};

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <dirent.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -38,9 +37,3 @@ struct TFileClose {
 };
 /// Owns one stdio stream. To see the result of the close, call fclose(file.release()).
 using TFile = std::unique_ptr<FILE, TFileClose>;
-
-struct TDirClose {
-  void operator()(DIR* dir) const { closedir(dir); }
-};
-/// Owns one open folder listing.
-using TDir = std::unique_ptr<DIR, TDirClose>;

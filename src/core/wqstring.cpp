@@ -109,8 +109,6 @@ int String::AddData(const char* src, int n) {
   return length;
 }
 
-int String::AddChar(char c) { return AddData(&c, 1); }
-
 void String::Reserve(int n) {
   if (n > capacity && fixed == 0) prAllocMem(n);
 }
@@ -162,10 +160,12 @@ bool String::operator==(const char* text) const {
   return strlen(text) == Size(length) && memcmp(CStr(), text, Size(length)) == 0;
 }
 
-int String::Pos(char c) const {
-  if (length == 0) return 0;
-  const void* found = memchr(data, c, Size(length));
+int String::PositionOf(const void* found) const {
   return found == nullptr ? 0 : static_cast<int>(static_cast<const char*>(found) - data) + 1;
+}
+
+int String::Pos(char c) const {
+  return length == 0 ? 0 : PositionOf(memchr(data, c, Size(length)));
 }
 
 int String::Pos(const char* text, int n) const {
@@ -174,18 +174,8 @@ int String::Pos(const char* text, int n) const {
 }
 
 int String::Search(const String& what, int caseSensitive, int wholeWord) const {
-  const auto find = caseSensitive != 0 ? &mempos : &memposi;
-  for (int p = 1; p <= length; ++p) {
-    const int found = find(data + p - 1, length - p + 1, what.data, what.length);
-    if (found == 0) return 0;
-    p += found - 1;
-    if (wholeWord == 0) return p;
-    const int after = p + what.length;
-    const bool wordBefore = p > 1 && IsWordByte((*this)[p - 1]);
-    const bool wordAfter = after <= length && IsWordByte((*this)[after]);
-    if (!wordBefore && !wordAfter) return p;
-  }
-  return 0;
+  const TTextFinder finder({what.CStr(), Size(what.length)}, caseSensitive, wholeWord);
+  return PositionOf(finder.Find(data, data, data + length));
 }
 
 String String::Copy(int start, int count) const {

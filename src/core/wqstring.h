@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/bytes.h"
+#include "core/textfinder.h"
 
 /// A string of bytes: no encoding, embedded zero bytes allowed, case operations ASCII only.
 /// Positions are 1-based; 0 means "not found". A value belongs to one thread at a time.
@@ -12,7 +13,7 @@ class String {
  public:
   String() = default;
   /// Empty string with a fixed buffer of `size` bytes; size 0 gives an ordinary empty string.
-  explicit String(int size);
+  String(int size);          // NOLINT(google-explicit-constructor)
   String(const char* text);  // NOLINT(google-explicit-constructor)
   String(const char* bytes, int count) { AddData(bytes, count); }
   String(const String& other) : String(other.data, other.length) {}
@@ -28,14 +29,19 @@ class String {
   int CopyData(const char* src, int n);
   /// Appends n bytes of src (n = -1: up to its terminator, null: nothing); returns the new length.
   int AddData(const char* src, int n);
-  int AddChar(char c);
+  int AddChar(char c) {
+    if (length >= capacity) return AddData(&c, 1);
+    data[length++] = c;
+    data[length] = 0;
+    return length;
+  }
   /// Makes room for n bytes in all, so that appending up to there moves nothing. A fixed string
   /// keeps its size.
   void Reserve(int n);
   /// Sets the length and sizes the buffer for it; bytes newly obtained are zero.
   void SetLength(int n);
-  /// Zeroes the buffer behind the last byte in use, growing it by 128 bytes (a growable one by the
-  /// next step) when it is full.
+  /// Not called by the agent itself: zeroes the buffer behind the last byte in use, growing it by
+  /// 128 bytes (a growable one by the next step) when it is full.
   String& SetZero();
 
   /// The buffer; null for a string that never had one.
@@ -71,8 +77,9 @@ class String {
 
   /// `count` bytes from position `start` (>= 1), cut at the end of the string.
   String Copy(int start, int count) const;
-  /// Copies into `buf` of `size` bytes (-1: as large as needed) and terminates it; leaves it
-  /// untouched when the string is empty, `buf` null or `size` 0. Returns buf.
+  /// Not called by the agent itself: copies into `buf` of `size` bytes (-1: as large as needed) and
+  /// terminates it; leaves it untouched when the string is empty, `buf` null or `size` 0. Returns
+  /// buf.
   char* StrCpy(char* buf, int size) const;
   /// Word n, counted from 1, between single separators; "" when there are fewer words.
   String GetWord(int n, char sep) const;
@@ -92,6 +99,7 @@ class String {
  private:
   void prAllocMem(int n);
   String Joined(const char* bytes, int count) const;
+  int PositionOf(const void* found) const;
 
   int length = 0;
   int capacity = 0;
@@ -134,9 +142,3 @@ char* strlower(char* s, int n);
 bool isdecimalnum(const char* s);
 /// True when each of the first n bytes is a digit. Deliberate: this form accepts no '-'.
 bool isdecimalnum(const char* s, int n);
-
-/// 1-based position of the first occurrence of pat in buf; 0 for none, null pointers or empty
-/// sizes.
-int mempos(const char* buf, int len, const char* pat, int plen);
-/// The same without regard to ASCII case.
-int memposi(const char* buf, int len, const char* pat, int plen);

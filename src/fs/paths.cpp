@@ -40,8 +40,6 @@ String GetCurrentDir() {
   return getcwd(path, sizeof path) != nullptr ? String(path) : String();
 }
 
-String ExpandTilde(const String& s) { return s; }
-
 namespace {
 
 /// One pass over an absolute path, byte by byte.
@@ -107,7 +105,3 @@ String ExpandFileName(const String& s) {
   const String path = IncludeTrailingPathDelimiter(GetCurrentDir()) + s;
   return TPathScan(path).Run();
 }
-
-const char* AnsiStrPos(const char* s, const char* sub) { return strstr(s, sub); }
-
-int AnsiPos(const String& sub, const String& s) { return s.Pos(sub); }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string.h>
+
 #include "core/wqstring.h"
 
 /// Paths are byte strings with '/' as the only delimiter; positions are 1-based. Any thread.
@@ -10,7 +12,8 @@ int LastDelimiter(const char* delims, const String& s);
 String ExtractFilePath(const String& s);
 /// What follows the last '/', at most 4095 bytes.
 String ExtractFileName(const String& s);
-/// The last '.' of the last path component and what follows it, or "".
+/// The last '.' of the last path component and what follows it, or "". Not called by the agent
+/// itself.
 String ExtractFileExt(const String& s);
 bool IsPathDelimiter(const String& s, int i);
 bool IsDelimiter(const char* delims, const String& s, int i);
@@ -20,16 +23,17 @@ String IncludeTrailingPathDelimiter(const String& s);
 String ExcludeTrailingPathDelimiter(const String& s);
 /// The working directory, "" when it cannot be told.
 String GetCurrentDir();
-/// Returns s: '~' is never expanded.
-String ExpandTilde(const String& s);
+/// Returns s: '~' is never expanded. Not called by the agent itself.
+inline String ExpandTilde(const String& s) { return s; }
 /// The absolute form with "." and ".." components and repeated slashes removed.
 /// Deliberate: a "." or ".." directly after the root is kept ("/../a" stays).
+/// Not called by the agent itself.
 String ExpandFileName(const String& s);
 
-/// Single-byte forms of the multibyte helpers that path code is written with.
+/// Single-byte forms of the multibyte helpers. Not called by the agent itself.
 inline bool isLeadByte(char) { return false; }
 inline int StrCharLength(const char*) { return 1; }
 inline int ByteType(const String&, int) { return 0; }
 inline const char* StrNextChar(const char* p) { return p + 1; }
-const char* AnsiStrPos(const char* s, const char* sub);
-int AnsiPos(const String& sub, const String& s);
+inline const char* AnsiStrPos(const char* s, const char* sub) { return strstr(s, sub); }
+inline int AnsiPos(const String& sub, const String& s) { return s.Pos(sub); }

@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "core/owned.h"
-#include "core/syncsocket.h"
 #include "support/peers.h"
 #include "support/text.h"
 

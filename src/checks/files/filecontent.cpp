@@ -33,7 +33,7 @@ class TFileSearch {
  public:
   TFileSearch(int fd, int64_t sizeBytes, const String& text, int caseSensitive, int wholeWord)
       : fd_(fd),
-        finder_(text, caseSensitive, wholeWord),
+        finder_({text.CStr(), static_cast<size_t>(text.Length())}, caseSensitive, wholeWord),
         wholeWord_(wholeWord != 0),
         length_(text.Length()),
         capacity_(2 * length_ + static_cast<int64_t>(kReadBytes)),
