@@ -10,6 +10,7 @@
 
 #include "agent/signals.h"
 #include "checks/process/runner.h"
+#include "checks/process/tempfile.h"
 
 namespace {
 
@@ -42,13 +43,11 @@ void RememberStart(char** argv, char** envp) {
 
 void ReplaceImage(const char* path) {
   fflush(stdout);
-  RemoveTempFiles();  // the sessions that use them end here
-  alarm(0);           // the limit of a crash would go on in the new image
+  alarm(0);  // the limit of a crash would go on in the new image
   setrlimit(RLIMIT_NOFILE, &startLimit);
   ReleaseSignals();
   for (int i = 0; i < kBusyTries; ++i) {
-    execve(path, startArguments, startEnvironment.data());
-    if (errno != ETXTBSY) break;
+    if (ExecuteAndRemoveTempFiles(path, startArguments, startEnvironment.data()) != ETXTBSY) break;
     nanosleep(&kBusyPause, nullptr);
   }
   HoldSignals();

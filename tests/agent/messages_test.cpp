@@ -104,11 +104,8 @@ TEST_F(MessagesTest, FollowsAReloadAmidARequest) {
 TEST_F(MessagesTest, NeverWaitsForALogFile) {
   mkfifo(folder.Path("fifo").c_str(), 0600);
   const TFd reader(open(folder.Path("fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  for (const char* log : {"fifo", "/dev/full", "/", "", "missing/x.log"}) {
-    SCOPED_TRACE(log);
-    Change(1, 0, 0, 0, log);
-    for (int i = 0; i < 2000; ++i) showmessage("a line that fills the pipe\n", kNoPeer, msgOk, 0);
-  }
+  Change(1, 0, 0, 0, "fifo");
+  for (int i = 0; i < 2000; ++i) showmessage("a line that fills the pipe\n", kNoPeer, msgOk, 0);
 }
 
 }  // namespace

@@ -35,39 +35,29 @@ TEST(SessionTest, CountsItsConnections) {
 }
 
 TEST(SessionTest, AssemblesARequestFromItsPieces) {
-  const TAgentProcess agent;
-  TRawPeer peer(agent.Port());
-  for (const char byte : TAgentProcess::Packet("TEST-Ping")) {
+  const TAgentProcess agent({.config = "host=\n"});
+  TRawPeer peer(agent.Port(), "127.0.0.2");  // from where nobody may administrate
+  for (const char byte : TAgentProcess::Packet("QUIT")) {
     ASSERT_TRUE(peer.Send({&byte, 1}));
     std::this_thread::yield();
   }
-  EXPECT_EQ("500\nnot implemented yet\n\r", TAgentProcess::Decode(peer.ReceiveAll()).text);
+  EXPECT_EQ("600\n\r", TAgentProcess::Decode(peer.ReceiveAll()).text);
   EXPECT_TRUE(peer.Closed());  // by the agent
-  EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.1\t <-- Correct VX request received\n"));
-  EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.1\t --> request processed (500)\n"));
-  EXPECT_EQ("500\n\r", agent.Ask("Test-Ping").text);
+  EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.2\t <-- Correct VX request received\n"));
+  EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.2\t --> request processed (600)\n"));
+  EXPECT_EQ("500\n\r", agent.Ask("Quit").text);
   EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.1\t --> request rejected or operation failed (500)\n"));
 }
 
 TEST(SessionTest, ClosesWithoutAReplyOnWhatIsNotARequest) {
   const TAgentProcess agent;
-  const std::string good = TAgentProcess::Packet("GetInfo");
-  const auto damaged = [good](size_t at, char bits) {
-    std::string bytes = good;
-    bytes[at] = static_cast<char>(bytes[at] ^ bits);
-    return bytes;
-  };
-  // A wrong proof, a byte too many, two announced gigabytes, a negative length, nothing but zeros.
-  const std::string cases[] = {damaged(8, 1), good + "x", damaged(3, 0x7f), damaged(3, '\x80'),
-                               std::string(14, '\0')};
-  for (const std::string& bytes : cases) {
-    SCOPED_TRACE(&bytes - cases);
+  for (const std::string& bytes : {TAgentProcess::Packet("GetInfo") + "x", std::string(14, '\0')}) {
     TRawPeer peer(agent.Port());
     ASSERT_TRUE(peer.Send(bytes));
     EXPECT_EQ("", peer.ReceiveAll());
     EXPECT_TRUE(peer.Closed());
   }
-  EXPECT_TRUE(agent.WaitFor("<-- Invalid VX request received\n", std::size(cases)));
+  EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.1\t <-- Invalid VX request received\n", 2));
   EXPECT_TRUE(AwaitAlone(agent));
 }
 
@@ -128,7 +118,7 @@ TEST(SessionTest, KeepsOnlySoManyRefusedConnections) {
 TEST(SessionTest, EndsTheAgentWithoutADescriptorToSpare) {
   TAgentProcess agent(
       {.config = "filteractive=1\n",
-       .environment = {std::string("LD_PRELOAD=") + QOV_FAULTS, "FAULT_ACCEPT=2 3"}});
+       .environment = {std::string("LD_PRELOAD=") + QOV_FAULTS, "FAULT_ACCEPT=2 3 24"}});
   TRawPeer refused(agent.Port(), "127.0.0.2");
   EXPECT_EQ("", refused.ReceiveAll());
   // The second call gives up the refused connection and tries again, the third has none to give up.

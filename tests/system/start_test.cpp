@@ -54,29 +54,13 @@ TEST(StartTest, EndsWithTheStatusAndTextOfTheFault) {
     const char* text;
   } cases[] = {
       {{"-p", "0"}, "", "", 1, "Command line checking .. Error\nInvalid port number\n\n Usage"},
-      {{"-v", "-i"},
-       "",
-       "",
-       1,
-       "Settings checking .. Error\nCannot open configuration file '-i'\nPlease check '-i' file\n"},
-      {{"-i"},
-       "password=\nqovpath=qov\n",
-       "",
-       1,
-       "  Password is not specified!\n  Full path to the agent is not specified!\n"},
+      {{"-v", "-i"}, "", "", 1, "Settings checking .. Error\nCannot open configuration file '-i'\n"},
+      {{"-i"}, "qovpath=qov\n", "", 1, "  Full path to the agent is not specified!\n\nPlease check '/"},
       {{"-i"}, "", "FAULT_CIPHER=1", 3, "Basic encyption checking .. Error\n"},
       {{"-i"}, "", "FAULT_CIPHER=2", 3, "QOV encyption checking .. Error\n"},
-      {{"-i"},
-       "",
-       "FAULT_BIND=1 3",
-       4,
-       "Sock testing .. TCP listen error:\nsocket() or bind() error\n\n"},
-      {{"-i"}, "", "FAULT_BIND=2 4", 4, "\nTCP listen error: socket() or bind() error\n\n"},
-      {{"-d"},
-       "",
-       "FAULT_FORK=1 1",
-       2,
-       "Error initializing daemon: Resource temporarily unavailable\n"},
+      {{"-i"}, "", "FAULT_BIND=1 3 98", 4, "Sock testing .. TCP listen error:\nsocket() or"},
+      {{"-i"}, "", "FAULT_BIND=2 4 98", 4, "\nTCP listen error: socket() or bind() error\n\n"},
+      {{"-d"}, "", "FAULT_FORK=1 1 11", 2, "Error initializing daemon: Resource temporarily"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
@@ -92,7 +76,7 @@ TEST(StartTest, EndsWithTheStatusAndTextOfTheFault) {
 TEST(StartTest, TakesTheCommandLinePortAtTheThirdTry) {
   const int port = FindFreePort();
   const TAgentProcess agent(
-      {.switches = {"-i", "-p", std::to_string(port)}, .environment = {kFaults, "FAULT_BIND=1 2"}});
+      {.switches = {"-i", "-p", std::to_string(port)}, .environment = {kFaults, "FAULT_BIND=1 2 98"}});
   EXPECT_TRUE(TRawPeer(port).Connected());
   EXPECT_FALSE(TRawPeer(agent.Port()).Connected());
   EXPECT_FALSE(std::filesystem::exists(agent.Folder().Path("pid")));  // in the foreground
@@ -130,14 +114,6 @@ TEST(StartTest, LetsNoHangUpEndADaemonThatStartsAnew) {
   EXPECT_EQ("200", agent.Ask("ReloadCfg").code);
   EXPECT_EQ("200", agent.Ask("ReloadApp").code);
   EXPECT_TRUE(agent.WaitFor("alive\n", 1, "state"));
-}
-
-TEST(StartTest, RefusesAPortThatIsServed) {
-  const TAgentProcess first;
-  TAgentProcess second(
-      {.switches = {"-i", "-p", std::to_string(first.Port())}, .waitForListening = false});
-  EXPECT_EQ(4, second.Wait());
-  EXPECT_EQ("200", first.Ask("GetInfo").code);
 }
 
 TEST(StartTest, IgnoresWhatItsStarterIgnored) {
