@@ -16,9 +16,9 @@ namespace {
 
 /// A process that crashes younger than this is not re-executed: it might do nothing else.
 constexpr time_t kGuardSec = 180;
-/// Limit for answering a crash, whose thread may hold a lock that the answer needs. The main loop
-/// may first have a port switch to finish, which takes it six seconds.
-constexpr unsigned kAnswerLimitSec = 15;
+/// Limit for answering a crash, whose thread may hold a lock that the answer needs. A port switch
+/// that comes first takes six seconds, the wait for a busy program five.
+constexpr unsigned kAnswerLimitSec = 20;
 
 std::atomic<bool> crashMark{false};
 pthread_t mainThread;

@@ -32,6 +32,7 @@ void RaiseDescriptorLimit() {
 }  // namespace
 
 void RememberStart(char** argv, char** envp) {
+  alarm(0);  // the limit of a former image's crash, which holds until this one has started
   startArguments = argv;
   // A copy: setting a variable may write into the array that the process was started with.
   while (*envp != nullptr) startEnvironment.push_back(*envp++);
@@ -43,13 +44,13 @@ void RememberStart(char** argv, char** envp) {
 
 void ReplaceImage(const char* path) {
   fflush(stdout);
-  alarm(0);  // the limit of a crash would go on in the new image
   setrlimit(RLIMIT_NOFILE, &startLimit);
   ReleaseSignals();
   for (int i = 0; i < kBusyTries; ++i) {
     if (ExecuteAndRemoveTempFiles(path, startArguments, startEnvironment.data()) != ETXTBSY) break;
     nanosleep(&kBusyPause, nullptr);
   }
+  alarm(0);
   HoldSignals();
   RaiseDescriptorLimit();
 }

@@ -34,6 +34,14 @@ TEST(UpgradeTest, EndsByItsDigest) {
   const std::string script = folder.Path("qovupd__.sh");
   const std::string victim = folder.File("victim");
   const TEnvironment tmp("TMPDIR", folder.Path().c_str());
+  ChangeSettings([](TQovSettings& settings) { settings.qovpath = "/qov"; });
+  const std::string wanted =
+      "#! /bin/sh\noldQOV='/qov'\nnewQOV='" + upd +
+      "'\nretries=10\nrm $oldQOV\n"
+      "while [ -f $oldQOV ] &&  [ $retries -gt 0 ]\ndo\n  retries=`expr $retries - 1`\n"
+      "  echo $retries\n  sleep 1\ndone\ncp -f $newQOV $oldQOV\nrm -f $newQOV\n"
+      "$oldQOV $1 $2 $3 $4 $5 $6\nrm " +
+      script + "\n";
   Twofish_initialise();
   const std::string good = Trailer(kProgram);
   const std::string bad = good.substr(0, 9) + static_cast<char>(good[9] ^ 1) + good.substr(10);
@@ -109,6 +117,7 @@ TEST(UpgradeTest, EndsByItsDigest) {
     EXPECT_EQ(c.left, std::string(exists(upd) ? "u" : "") + (exists(script) ? "s" : ""));
     if (*c.error == 0) {
       EXPECT_EQ(kProgram, ReadFile(upd));
+      EXPECT_EQ(wanted, ReadFile(script));
       EXPECT_EQ(fs::perms{0775}, fs::status(upd).permissions());
       EXPECT_EQ(fs::perms{0775}, fs::status(script).permissions());
     }

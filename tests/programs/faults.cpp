@@ -50,10 +50,11 @@ std::atomic<bool> cipherChecked{false};
 
 }  // namespace
 
-#define NEXT(call) static const auto next = reinterpret_cast<decltype(&call)>(dlsym(RTLD_NEXT, #call))
-#define FAILING(name, call, ...)                        \
-  NEXT(call);                                           \
-  static std::atomic<int> calls{0};                     \
+#define NEXT(call) \
+  static const auto next = reinterpret_cast<decltype(&call)>(dlsym(RTLD_NEXT, #call))
+#define FAILING(name, call, ...)    \
+  NEXT(call);                       \
+  static std::atomic<int> calls{0}; \
   return Fails(name, ++calls) ? -1 : next(__VA_ARGS__)
 
 extern "C" {

@@ -54,8 +54,16 @@ TEST(StartTest, EndsWithTheStatusAndTextOfTheFault) {
     const char* text;
   } cases[] = {
       {{"-p", "0"}, "", "", 1, "Command line checking .. Error\nInvalid port number\n\n Usage"},
-      {{"-v", "-i"}, "", "", 1, "Settings checking .. Error\nCannot open configuration file '-i'\n"},
-      {{"-i"}, "qovpath=qov\n", "", 1, "  Full path to the agent is not specified!\n\nPlease check '/"},
+      {{"-v", "-i"},
+       "",
+       "",
+       1,
+       "Settings checking .. Error\nCannot open configuration file '-i'\n"},
+      {{"-i"},
+       "qovpath=qov\n",
+       "",
+       1,
+       "  Full path to the agent is not specified!\n\nPlease check '/"},
       {{"-i"}, "", "FAULT_CIPHER=1", 3, "Basic encyption checking .. Error\n"},
       {{"-i"}, "", "FAULT_CIPHER=2", 3, "QOV encyption checking .. Error\n"},
       {{"-i"}, "", "FAULT_BIND=1 3 98", 4, "Sock testing .. TCP listen error:\nsocket() or"},
@@ -75,8 +83,8 @@ TEST(StartTest, EndsWithTheStatusAndTextOfTheFault) {
 
 TEST(StartTest, TakesTheCommandLinePortAtTheThirdTry) {
   const int port = FindFreePort();
-  const TAgentProcess agent(
-      {.switches = {"-i", "-p", std::to_string(port)}, .environment = {kFaults, "FAULT_BIND=1 2 98"}});
+  const TAgentProcess agent({.switches = {"-i", "-p", std::to_string(port)},
+                             .environment = {kFaults, "FAULT_BIND=1 2 98"}});
   EXPECT_TRUE(TRawPeer(port).Connected());
   EXPECT_FALSE(TRawPeer(agent.Port()).Connected());
   EXPECT_FALSE(std::filesystem::exists(agent.Folder().Path("pid")));  // in the foreground

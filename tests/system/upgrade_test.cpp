@@ -24,7 +24,9 @@ class TUpgradedAgent {
 
   TAgentProcess* operator->() { return agent_.get(); }
   const std::string& Installed() const { return installed_; }
-  std::string Config() const { return "qovpath=" + installed_ + "\ntmpdir=" + folder_.Path() + "\n"; }
+  std::string Config() const {
+    return "qovpath=" + installed_ + "\ntmpdir=" + folder_.Path() + "\n";
+  }
   std::string NewProgram() const { return folder_.Path("qov__.upd"); }
   std::string Script() const { return folder_.Path("qovupd__.sh"); }
 
@@ -48,8 +50,8 @@ TEST(UpgradeTest, RunsTheNewProgramUnderTheSameArguments) {
       return ReadFile("/proc/" + std::to_string(agent->Pid()) + "/cmdline");
     };
     const std::string before = arguments();
-    EXPECT_EQ(0, RunProgram({QOV_CLIENT, "--config", agent->ConfigPath(), "upgrade", QOV_NEXT})
-                     .status);
+    EXPECT_EQ(
+        0, RunProgram({QOV_CLIENT, "--config", agent->ConfigPath(), "upgrade", QOV_NEXT}).status);
     ASSERT_TRUE(Await([&] { return agent->Info("AgentVersion") == "1.29next"; }));
     ASSERT_TRUE(agent->FindServer(agent.Installed()));
     EXPECT_EQ(before, arguments());
