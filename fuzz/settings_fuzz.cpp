@@ -45,7 +45,8 @@ int Load(TQovSettings& record) {
 /// Texts with line breaks or blanks around them are written changed, so numbers and flags only.
 bool SameNumbers(const TQovSettings& a, const TQovSettings& b) {
   for (const TSettingKey& key : kSettingKeys) {
-    if (key.number != nullptr && key.saved && a.*key.number != b.*key.number) return false;
+    if (key.field.number != nullptr && key.saved && a.*key.field.number != b.*key.field.number)
+      return false;
   }
   return true;
 }

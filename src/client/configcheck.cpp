@@ -82,7 +82,7 @@ class TConfigCheck {
   std::vector<TConfigFinding> Run() {
     String err;
     record_.LoadOptions_(err);
-    if (!ReadSettingsFile(record_.configfile, text_, &facts_)) {
+    if (!ReadSettingsFile(record_.configfile, text_, facts_)) {
       Add(0, true, Std(err));
       return findings_;
     }

@@ -61,8 +61,8 @@ void AddCheckConfig(CLI::App& app, TControlRun& run) {
 
 /// A setting as its file line would have it; flags as 0 or 1, the password masked.
 static std::string SettingValue(const TQovSettings& settings, const TSettingKey& key) {
-  if (key.number != nullptr) return std::to_string(settings.*key.number);
-  std::string value = Text(settings.*key.text);
+  if (key.field.number != nullptr) return std::to_string(settings.*key.field.number);
+  std::string value = Text(settings.*key.field.text);
   if (strcmp(key.name, "password") == 0) return value.empty() ? "" : "********";
   if (key.form != formLines) return value;
   std::string items;

@@ -38,12 +38,8 @@ constexpr TReported kActions[] = {
 
 const char* FlagText(int flag) { return flag != 0 ? "1" : "0"; }
 
-void AddText(QovReply& reply, const char* key, const String& value) {
-  reply.AddStringParam(String(key) + "=" + value, 0);
-}
-
-void AddLines(QovReply& reply, const char* key, const String& value) {
-  reply.AddStringParam(String(key) + "=" + value, 1);
+void AddText(QovReply& reply, const char* key, const String& value, int isList = 0) {
+  reply.AddStringParam(String(key) + "=" + value, isList);
 }
 
 template <size_t kCount>
@@ -55,7 +51,7 @@ void AddReported(QovReply& reply, const TQovSettings& settings, const char* what
     (names += row.name) += "\r\n";
     enables += FlagText(settings.*row.enable);
   }
-  AddLines(reply, (String("Available ") + what).CStr(), names);
+  AddText(reply, (String("Available ") + what).CStr(), names, 1);
   AddText(reply, (String("Enabled ") + what).CStr(), enables);
 }
 
@@ -97,7 +93,7 @@ void AddSettings(QovReply& reply, const TQovSettings& settings) {
   AddText(reply, "BadLogFile", settings.badlogfile);
   AddText(reply, "Password", settings.password);
   AddText(reply, "IPFiltering", FlagText(settings.filteractive));
-  AddLines(reply, "IPFilterAddr", settings.filterlist);
+  AddText(reply, "IPFilterAddr", settings.filterlist, 1);
   AddText(reply, "IPFilterMarks", settings.filtermarks);
   AddText(reply, "AllowUpdates", FlagText(settings.allowupdates));
   AddText(reply, "AllowRManage", FlagText(settings.allowmanage));
@@ -107,11 +103,11 @@ void AddSettings(QovReply& reply, const TQovSettings& settings) {
 
 void Store(TQovSettings& settings, const TRemoteKey& key, const String& value) {
   if (key.form == formFlag) {
-    settings.*key.number = qovDecodeBool(value);
+    settings.*key.field.number = qovDecodeBool(value);
   } else if (key.form == formNumber) {
-    settings.*key.number = qovDecodeInt(value);
+    settings.*key.field.number = qovDecodeInt(value);
   } else {
-    settings.*key.text = key.form == formLines ? qovDecodeStrings(value) : value;
+    settings.*key.field.text = key.form == formLines ? qovDecodeStrings(value) : value;
   }
 }
 
@@ -119,10 +115,10 @@ void Assign(TQovSettings& settings, const String& parameter) {
   const int equals = parameter.Pos('=');
   if (equals == 0) return;
   const String name = parameter.Copy(1, equals - 1).Trim();
+  VxRequest value;  // a text may begin and end with bytes that Trim takes for blanks
+  value = parameter.Copy(equals + 1, parameter.Length());
   for (const TRemoteKey& key : kRemoteKeys) {
-    if (name == key.name) {
-      return Store(settings, key, parameter.Copy(equals + 1, parameter.Length()).Trim());
-    }
+    if (name == key.name) return Store(settings, key, value.GetValue(1));
   }
 }
 

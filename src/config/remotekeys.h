@@ -5,15 +5,9 @@
 /// A setting that "SetSettings" stores. On the wire a flag is on when it is exactly "1", and the
 /// line breaks between items are "%0D%0A".
 struct TRemoteKey {
-  const char* name;                      ///< compared exactly
-  TSettingForm form;                     ///< any but formNumberOnce
-  String TQovSettings::*text = nullptr;  ///< formText and formLines, else null
-  int TQovSettings::*number = nullptr;   ///< formNumber and formFlag, else null
-
-  constexpr TRemoteKey(const char* n, TSettingForm f, String TQovSettings::*field)
-      : name(n), form(f), text(field) {}
-  constexpr TRemoteKey(const char* n, TSettingForm f, int TQovSettings::*field)
-      : name(n), form(f), number(field) {}
+  const char* name;   ///< compared exactly
+  TSettingForm form;  ///< any but formNumberOnce
+  TSettingField field;
 };
 
 /// Every key that can be set from afar, in the order in which the client lists them.

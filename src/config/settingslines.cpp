@@ -33,10 +33,10 @@ void SplitLine(TSettingsLine& line) {
 
 }  // namespace
 
-bool ReadSettingsFile(const char* path, String& text, struct stat* facts) {
+bool ReadSettingsFile(const char* path, String& text, struct stat& facts) {
   text = String();
   const TFd file(open(path, O_RDONLY | O_CLOEXEC));
-  if (!file || (facts != nullptr && fstat(file.Get(), facts) != 0)) return false;
+  if (!file || fstat(file.Get(), &facts) != 0) return false;
   for (;;) {
     char chunk[16 * 1024];
     const ssize_t got = read(file.Get(), chunk, sizeof chunk);

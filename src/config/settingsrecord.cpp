@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <iterator>
 
 #include "config/settingslines.h"
@@ -21,30 +20,41 @@ TQovSettings QovSettings;
 namespace {
 
 constexpr char kLineEnd[] = "\r\n";
-constexpr int kLineEndBytes = 2;
 
 String Quoted(const char* text, const String& path) { return String(text) + " '" + path + "'"; }
 
 // Reading
 
+/// False with the reason in `err`.
+bool ReadConfiguration(const char* path, String& text, struct stat& facts, String& err) {
+  if (path[0] == 0) {
+    err = "Configuration file is not specified";
+  } else if (!ReadSettingsFile(path, text, facts)) {
+    err = Quoted("Cannot open configuration file", path);
+  } else {
+    return true;
+  }
+  return false;
+}
+
 void StoreValue(TQovSettings& record, const TSettingKey& key, const String& value) {
   switch (key.form) {
     case formText:
-      record.*key.text = value;
+      record.*key.field.text = value;
       break;
     case formLines: {
       String items = qovDecodeStrings(value);
-      record.*key.text = items.Trim().RemoveRepeats(' ').ReplaceAll(" ", "\r\n", 1);
+      record.*key.field.text = items.Trim().RemoveRepeats(' ').ReplaceAll(" ", "\r\n", 1);
       break;
     }
-    case formNumber:
-      record.*key.number = qovDecodeInt(value);
-      break;
     case formNumberOnce:
-      if (record.*key.number == 0) record.*key.number = qovDecodeInt(value);
+      if (record.*key.field.number != 0) break;
+      [[fallthrough]];
+    case formNumber:
+      record.*key.field.number = qovDecodeInt(value);
       break;
     case formFlag:
-      record.*key.number = !value.Empty() && value[1] == '1' ? 1 : 0;
+      record.*key.field.number = !value.Empty() && value[1] == '1' ? 1 : 0;
       break;
   }
 }
@@ -53,11 +63,8 @@ void SetDefaults(TQovSettings& record) {
   for (const TSettingKey& key : kSettingKeys) {
     if (key.preset != nullptr) StoreValue(record, key, key.preset);
   }
-  record.service = 0;
-  record.ntlog = 0;
-  record.perfcounter = 0;
+  record.service = record.ntlog = record.perfcounter = record.reserved = 0;
   record.snmp = 1;
-  record.reserved = 0;
 }
 
 void StoreLines(TQovSettings& record, const String& text) {
@@ -68,7 +75,7 @@ void StoreLines(TQovSettings& record, const String& text) {
     if (key == nullptr) continue;
     StoreValue(record, *key, line.value);
     // Deliberate: whichever record is being loaded, the process learns its own path.
-    if (key->text == &TQovSettings::qovpath) QovSettings.qovpath = line.value;
+    if (key->field.text == &TQovSettings::qovpath) QovSettings.qovpath = line.value;
   }
 }
 
@@ -106,12 +113,6 @@ String EffectiveFilter(const String& list, const String& marks, String& err) {
   return filter;
 }
 
-/// Deliberate: an empty name is completed too, so a script that is not set is one that does not
-/// exist.
-void CompleteScript(String& script, const String& agentFolder) {
-  if (ExtractFilePath(script).Empty()) script = agentFolder + "/" + script;
-}
-
 /// `wanted`, else the folder of the environment, else "."; without a delimiter at its end.
 String SettledTempFolder(const String& wanted) {
   String folder = wanted;
@@ -124,40 +125,34 @@ String SettledTempFolder(const String& wanted) {
 
 // Writing
 
-/// A text as it can stand on one line and reads back: line breaks become blanks, and none are
-/// left at its ends.
+/// A text as it can stand on one line: the line breaks between items become blanks. Deliberate: a
+/// line feed alone does too, as what stands behind it would be a line of the file.
 String OneLine(const String& text) {
   String line;
   line.Reserve(text.Length());
   for (int i = 1; i <= text.Length(); ++i) {
-    const bool pair = text[i] == '\r' && i < text.Length() && text[i + 1] == '\n';
-    line += text[i] == '\r' || text[i] == '\n' ? ' ' : text[i];
-    if (pair) ++i;
+    const bool feeds = text[i] == '\r' && i < text.Length() && text[i + 1] == '\n';
+    if (!feeds) line += text[i] == '\n' ? ' ' : text[i];
   }
-  const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
-  int first = 1;
-  int last = line.Length();
-  while (first <= last && isBlank(line[first])) ++first;
-  while (last >= first && isBlank(line[last])) --last;
-  return line.Copy(first, last - first + 1);
+  return line;
 }
 
 String ValueText(const TQovSettings& record, const TSettingKey& key) {
-  if (key.text != nullptr) return OneLine(record.*key.text);
-  if (key.form == formFlag) return record.*key.number != 0 ? "1" : "0";
+  if (key.field.text != nullptr) return OneLine(record.*key.field.text);
+  if (key.form == formFlag) return record.*key.field.number != 0 ? "1" : "0";
   char digits[16];
-  snprintf(digits, sizeof digits, "%d", record.*key.number);
+  snprintf(digits, sizeof digits, "%d", record.*key.field.number);
   return digits;
 }
 
-/// Bytes a value may have behind `before` others, so that the line is read back in one piece.
-int RoomBehind(int before) { return kSettingsLineBytes - kLineEndBytes - before; }
+bool EndsInLineFeed(const String& text) { return !text.Empty() && text[text.Length()] == '\n'; }
 
-/// Puts the value into the line. False when the line has no room for any: it is left alone then.
+/// Puts the value into the line, cut so that it is read back in one piece. False when the line has
+/// no room for any: it is left alone then.
 bool ReplaceValue(TSettingsLine& line, const TSettingKey& key, const String& value) {
   String& bytes = line.bytes;
   const int before = line.valueAt - 1;
-  const int room = RoomBehind(before);
+  const int room = kSettingsLineBytes - before;
   if (room < 1) return false;
   if (key.form == formFlag) {
     const int replaced = line.value.Empty() ? 0 : 1;
@@ -168,6 +163,20 @@ bool ReplaceValue(TSettingsLine& line, const TSettingKey& key, const String& val
   return true;
 }
 
+/// The line of a key that the file lacks. Deliberate: the value stands there whole, though a load
+/// reads what is too long as lines of their own; cut only when one of these would set something.
+String AppendedLine(const TSettingKey& key, const String& value) {
+  const String text = String(key.name) + "=" + value;
+  TSettingsLines pieces(text);
+  TSettingsLine piece;
+  for (pieces.Next(piece); pieces.Next(piece);) {
+    if (piece.assigns && FindSettingKey(piece.key) != nullptr) {
+      return text.Copy(1, kSettingsLineBytes) + kLineEnd;
+    }
+  }
+  return text + kLineEnd;
+}
+
 /// The configuration text with the record's values in the place of the old ones, and the keys that
 /// it lacks behind it.
 String RewrittenText(const TQovSettings& record, const String& old) {
@@ -175,18 +184,22 @@ String RewrittenText(const TQovSettings& record, const String& old) {
   String text;
   text.Reserve(old.Length());
   TSettingsLines lines(old);
+  bool ended = false;  // the line's own end comes as the next piece
   for (TSettingsLine line; lines.Next(line);) {
+    const bool superfluous = ended && (line.bytes == "\n" || line.bytes == "\r\n");
+    const bool open = !EndsInLineFeed(line.bytes);
     const TSettingKey* key = line.assigns ? FindSettingKey(line.key) : nullptr;
     if (key != nullptr && key->saved && ReplaceValue(line, *key, ValueText(record, *key))) {
       written[key - kSettingKeys] = true;
     }
-    text += line.bytes;
+    ended = open && EndsInLineFeed(line.bytes);
+    if (!superfluous) text += line.bytes;
   }
-  if (!text.Empty() && text[text.Length()] != '\n') text += kLineEnd;
+  if (!text.Empty() && !EndsInLineFeed(text)) text += kLineEnd;
   for (const TSettingKey& key : kSettingKeys) {
-    if (!key.saved || written[&key - kSettingKeys]) continue;
-    const String start = String(key.name) + "=";
-    text += start + ValueText(record, key).Copy(1, RoomBehind(start.Length())) + kLineEnd;
+    if (key.saved && !written[&key - kSettingKeys]) {
+      text += AppendedLine(key, ValueText(record, key));
+    }
   }
   return text;
 }
@@ -242,23 +255,18 @@ void SyncFolderOf(const String& path) {
 }  // namespace
 
 const TSettingKey* FindSettingKey(const String& name) {
-  const auto* found = std::find_if(std::begin(kSettingKeys), std::end(kSettingKeys),
-                                   [&](const TSettingKey& key) { return name == key.name; });
-  return found == std::end(kSettingKeys) ? nullptr : found;
+  for (const TSettingKey& key : kSettingKeys) {
+    if (name == key.name) return &key;
+  }
+  return nullptr;
 }
 
 int TQovSettings::LoadOptions_(String& err) {
   err = "";
   SetDefaults(*this);
-  if (configfile[0] == 0) {
-    err = "Configuration file is not specified";
-    return 0;
-  }
   String text;
-  if (!ReadSettingsFile(configfile, text, nullptr)) {
-    err = Quoted("Cannot open configuration file", configfile);
-    return 0;
-  }
+  struct stat facts;
+  if (!ReadConfiguration(configfile, text, facts, err)) return 0;
   StoreLines(*this, text);
   PutRight(err);
   if (timeout == 0) timeout = kDefaultTimeoutMs;
@@ -270,10 +278,11 @@ int TQovSettings::LoadOptions_(String& err) {
 void TQovSettings::PutRight(String& err) {
   effectivefilter = EffectiveFilter(filterlist, filtermarks, err);
   const String agentFolder = ExtractFilePath(qovpath);
-  if (!agentFolder.Empty()) {
-    CompleteScript(cpuusagescript, agentFolder);
-    CompleteScript(proclistscript, agentFolder);
-    CompleteScript(proccntscript, agentFolder);
+  // Deliberate: an empty name is completed too, so a script that is not set is one that does not
+  // exist.
+  for (String* helper : {&cpuusagescript, &proclistscript, &proccntscript}) {
+    const bool bare = ExtractFilePath(*helper).Empty();
+    if (bare && !agentFolder.Empty()) *helper = agentFolder + "/" + *helper;
   }
   tmpdir = SettledTempFolder(tmpdir);
   SettleTempFolder(tmpdir);
@@ -282,20 +291,18 @@ void TQovSettings::PutRight(String& err) {
 int TQovSettings::SaveOptions_(String& err) {
   err = "";
   PutRight(err);
-  if (configfile[0] == 0) {
-    err = "Configuration file is not specified";
-    return 0;
-  }
+  String text;
+  struct stat facts;
+  if (!ReadConfiguration(configfile, text, facts, err)) return 0;
   const String path = configfile;
   const String newPath = path + ".New";
   const String oldPath = path + ".Old";
-  String text;
-  struct stat facts;
-  if (!ReadSettingsFile(configfile, text, &facts)) {
-    err = Quoted("Cannot open configuration file", path);
+  text = RewrittenText(*this, text);
+  if (text.Length() > kMaxSettingsFileBytes) {  // no load would take it
+    err = Quoted("Settings exceed 16 MiB of configuration file", path);
     return 0;
   }
-  if (!CreateLike(newPath.CStr(), facts, RewrittenText(*this, text))) {
+  if (!CreateLike(newPath.CStr(), facts, text)) {
     err = Quoted("Cannot create new configuration file", newPath);
     return 0;
   }

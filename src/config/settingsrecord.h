@@ -38,30 +38,10 @@ struct TQovSettings {
   String effectivefilter;  ///< CR LF, then each marked item and CR LF; built by PutRight
 
   // One enable a test or action. The five without a key stand for tests of other platforms.
-  int unc = 0;
-  int freespace = 0;
-  int foldersize = 0;
-  int countfiles = 0;
-  int fileexists = 0;
-  int filecrc = 0;
-  int comparefiles = 0;
-  int process = 0;
-  int service = 0;
-  int ntlog = 0;
-  int cpuusage = 0;
-  int perfcounter = 0;
-  int snmp = 0;
-  int script = 0;
-  int external = 0;
-  int ping = 0;
-  int tcp = 0;
-  int udp = 0;
-  int textlog = 0;
-  int reserved = 0;
-  int shellscript = 0;
-  int executeaction = 0;
-  int tcpudpaction = 0;
-  int syslogaction = 0;
+  int unc = 0, freespace = 0, foldersize = 0, countfiles = 0, fileexists = 0, filecrc = 0;
+  int comparefiles = 0, process = 0, service = 0, ntlog = 0, cpuusage = 0, perfcounter = 0;
+  int snmp = 0, script = 0, external = 0, ping = 0, tcp = 0, udp = 0, textlog = 0, reserved = 0;
+  int shellscript = 0, executeaction = 0, tcpudpaction = 0, syslogaction = 0;
 
   String cpuusagescript;
   String proclistscript;
@@ -92,21 +72,21 @@ enum TSettingForm {
   formFlag,        ///< on when the first character is '1'
 };
 
+/// A field of the record: a text or a number.
+struct TSettingField {
+  constexpr TSettingField(String TQovSettings::*field) : text(field) {}
+  constexpr TSettingField(int TQovSettings::*field) : number(field) {}
+  String TQovSettings::*text = nullptr;  ///< formText and formLines, else null
+  int TQovSettings::*number = nullptr;   ///< the number and flag forms, else null
+};
+
 /// One key of the configuration file.
 struct TSettingKey {
   const char* name;  ///< lower case, as compared with the file
   TSettingForm form;
-  String TQovSettings::*text = nullptr;  ///< formText and formLines, else null
-  int TQovSettings::*number = nullptr;   ///< the number and flag forms, else null
-  const char* preset;                    ///< value at the start of a load; null keeps the old one
-  bool saved;                            ///< false: read from the file, never written to it
-
-  constexpr TSettingKey(const char* n, TSettingForm f, String TQovSettings::*field, const char* p,
-                        bool s = true)
-      : name(n), form(f), text(field), preset(p), saved(s) {}
-  constexpr TSettingKey(const char* n, TSettingForm f, int TQovSettings::*field, const char* p,
-                        bool s = true)
-      : name(n), form(f), number(field), preset(p), saved(s) {}
+  TSettingField field;
+  const char* preset;  ///< value at the start of a load; null keeps the old one
+  bool saved = true;   ///< false: read from the file, never written to it
 };
 inline constexpr bool kUnsaved = false;
 

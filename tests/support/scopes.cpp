@@ -120,7 +120,8 @@ std::string TSettingsTest::Values(const TQovSettings& record,
   for (const std::string name : keys) {
     for (const TSettingKey& key : kSettingKeys) {
       if (name != key.name) continue;
-      values += key.text != nullptr ? ToStd(record.*key.text) : std::to_string(record.*key.number);
+      values += key.field.text != nullptr ? ToStd(record.*key.field.text)
+                                          : std::to_string(record.*key.field.number);
     }
     values += ' ';
   }
