@@ -13,7 +13,7 @@ class InfoTest : public TSettingsTest {
  protected:
   InfoTest() {
     QovSettings = Named(mandatory + "comment=100%s\nfilterlist=127.0.0.1 10.0.0.1\n" +
-                        "filtermarks=10\nshellscript=0\nsyslogaction=1\n");
+                        "filtermarks=10\nshellscript=0\nsyslogaction=1\r\n");
     EXPECT_EQ(LoadOptions(err), 1);
   }
   /// The whole reply to the lines behind the command.
@@ -34,20 +34,19 @@ TEST_F(InfoTest, ReportsTheAgentAndItsSettings) {
   AgentStatus.OpenedConnections = 3000000000u;
   utsname host;
   uname(&host);
-  const std::string info =
-      std::string(
-          "200\nAgentName=WQ Orvane\nAgentPlatform=Linux (Red Hat, Mandrake, SuSE)\n"
-          "AgentVersion=1.29j\nAgentDeveloper=The qov developers (https://qov.invalid)\n"
-          "Service=0\nActive=0\nActiveConnections=1\nOpenedConnections=-1294967296\n"
-          "FailedConnections=0\n"
-          "Available tests=TCP%0D%0AUDP%0D%0AUNC%0D%0AFolder Size%0D%0ACount Files%0D%0A"
-          "File Availability%0D%0AFile Integrity%0D%0AFile Compare%0D%0AText Log%0D%0A"
-          "Process%0D%0ACPU Usage%0D%0AExternal%0D%0AShell Script%0D%0A\n"
-          "Enabled tests=1111111111110\nPort=1\nTimeout=4000\nComment=100%s\n"
-          "Available actions=Execute external command%0D%0ATCP/UDP send%0D%0ASyslog%0D%0A\n"
-          "Enabled actions=001\nHostName=") +
-      host.nodename + "\nRunningOS=" + host.sysname + " " + host.release + " " + host.version +
-      "\nOSUpdates=not implemented\n";
+  constexpr char kInfo[] =
+      "200\nAgentName=WQ Orvane\nAgentPlatform=Linux (Red Hat, Mandrake, "
+      "SuSE)\nAgentVersion=1.29j\n"
+      "AgentDeveloper=The qov developers (https://qov.invalid)\nService=0\nActive=0\n"
+      "ActiveConnections=1\nOpenedConnections=-1294967296\nFailedConnections=0\n"
+      "Available tests=TCP%0D%0AUDP%0D%0AUNC%0D%0AFolder Size%0D%0ACount Files%0D%0A"
+      "File Availability%0D%0AFile Integrity%0D%0AFile Compare%0D%0AText Log%0D%0AProcess%0D%0A"
+      "CPU Usage%0D%0AExternal%0D%0AShell Script%0D%0A\nEnabled tests=1111111111110\nPort=1\n"
+      "Timeout=4000\nComment=100%s\nAvailable actions=Execute external command%0D%0A"
+      "TCP/UDP send%0D%0ASyslog%0D%0A\nEnabled actions=001\nHostName=";
+  const std::string info = std::string(kInfo) + host.nodename + "\nRunningOS=" + host.sysname +
+                           " " + host.release + " " + host.version +
+                           "\nOSUpdates=not implemented\n";
   EXPECT_EQ(Reply(GetAgentStatus, "\r"), info);
   EXPECT_EQ(Reply(GetAgentSettings, "\r"),
             info +
@@ -60,17 +59,17 @@ TEST_F(InfoTest, ReportsTheAgentAndItsSettings) {
 
 // Parameter, '>', and the line that it makes of the file.
 constexpr char kStored[] =
-    "Comment= a=b >comment=a=b\nPort=70000>port=70000\nTimeout = 3000>timeout=3000\n"
-    " Password =new>password=new\nLogOkConn=1>logsuccess=1\nLogBadConn=0>logfails=0\n"
-    "OkLogFile=o>oklogfile=o\nBadLogFile=b>badlogfile=b\nPing=0>ping=0\nTCP=true>tcp=0\n"
-    "UDP=0>udp=0\nUNC=0>unc=0\nDrive Space=0>freespace=0\nFolder Size=0>foldersize=0\n"
-    "Count Files=0>countfiles=0\nFile Availability=0>fileexists=0\n"
+    "Comment=\xC9 a=b \xE9 >comment=\xC9 a=b \xE9\nPort=70000>port=70000\n"
+    "Timeout = 3000>timeout=3000\n Password =new>password=new\nLogOkConn=1>logsuccess=1\n"
+    "LogBadConn=0>logfails=0\nOkLogFile=o>oklogfile=o\nBadLogFile=b>badlogfile=b\nPing=0>ping=0\n"
+    "TCP=true>tcp=0\nUDP=0>udp=0\nUNC=0>unc=0\nDrive Space=0>freespace=0\n"
+    "Folder Size=0>foldersize=0\nCount Files=0>countfiles=0\nFile Availability=0>fileexists=0\n"
     "File Compare=0>comparefiles=0\nText Log=0>textlog=0\nFile Integrity=0>filecrc=0\n"
     "Process=0>process=0\nCPU Usage=0>cpuusage=0\nScript=0>script=0\nExternal=0>external=0\n"
     "Execute external command=1>executeaction=1\nTCP/UDP send=1>tcpudpaction=1\n"
-    "AllowUpdates=0>allowupdates=0\nAllowRManage=0>allowmanage=0\nUpdateAddr=u>updateaddr=u\n"
-    "ManageAddr=m>manageaddr=m\nIPFiltering=1>filteractive=1\nIPFilterMarks=01>filtermarks=01\n"
-    "IPFilterAddr=8%0D%0A9>filterlist=8 9\n";
+    "Syslog=0>syslogaction=0\nAllowUpdates=0>allowupdates=0\nAllowRManage=0>allowmanage=0\n"
+    "UpdateAddr=u>updateaddr=u\nManageAddr=m>manageaddr=m\nIPFiltering=1>filteractive=1\n"
+    "IPFilterMarks=01>filtermarks=01\nIPFilterAddr=8%0D%0A9>filterlist=8 9\n";
 
 TEST_F(InfoTest, StoresAndSavesEachKnownKey) {
   std::istringstream cases(kStored);
@@ -80,6 +79,16 @@ TEST_F(InfoTest, StoresAndSavesEachKnownKey) {
     EXPECT_TRUE(FileHas(line)) << line;
   }
   EXPECT_EQ(CurrentSettings()->effectivefilter, "\r\n9\r\n");
+  // Of these the file knows nothing.
+  for (const char* value : {"0", "1"}) {
+    for (const auto& [name, enable] : {std::pair{"Service", &TQovSettings::service},
+                                       {"NT Event Log", &TQovSettings::ntlog},
+                                       {"Perf Counter", &TQovSettings::perfcounter},
+                                       {"SNMP", &TQovSettings::snmp}}) {
+      Reply(SetAgentSettings, name + ("=" + std::string(value)) + "\n");
+      EXPECT_EQ((*CurrentSettings()).*enable, *value - '0') << name;
+    }
+  }
 }
 
 TEST_F(InfoTest, IgnoresWhatIsNoKnownParameter) {

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <atomic>
 #include <thread>
 
 #include "config/tempfolder.h"
@@ -11,8 +10,6 @@
 namespace {
 
 using SettingsTest = TSettingsTest;
-
-constexpr char kMarksWarning[] = "FilterMarks has less items than FilterList";
 
 TEST_F(SettingsTest, ReadsTheSyntax) {
   const std::string filler(1022, '.');
@@ -23,8 +20,8 @@ TEST_F(SettingsTest, ReadsTheSyntax) {
       {"comment=a b", "comment", "a b "},
       {" \tCOMment\t = \t a\tb \t\r\n", "comment", "a\tb "},
       {"comment=a=b;#c\n", "comment", "a=b;#c "},
-      {"comment=a\ncomment=b\n", "comment", "b "},
       {"comment=a\n#comment=b\n;comment=c\n #comment=d\ncomment\n=e\nxcomment=f", "comment", "a "},
+      {"comment=a\ncomment\r=b\n", "comment", "a "},
       {"comment=a\ncomment=\n", "comment", " "},
       // A long line is read in pieces, so that what stands behind 1,023 bytes is a line.
       {"#" + filler + "comment=a\n", "comment", "a "},
@@ -34,38 +31,62 @@ TEST_F(SettingsTest, ReadsTheSyntax) {
       {"timeout=99999999999", "timeout", "2147483647 "},
       {"timeout=x", "timeout", "4000 "},
       {"", "delayforscripts", "90000 "},
-      {"delayforscripts=-99999999999", "delayforscripts", "-2147483648 "},
       {"unc=true", "unc", "0 "},
       {"unc=", "unc", "0 "},
       {"unc=0\nunc=1abc", "unc", "1 "},
       {"filterlist=10.0.0.1   10.0.0.2", "filterlist", "10.0.0.1\r\n10.0.0.2 "},
       {"filterlist=%0D%0A1 %0A2%0D%0A", "filterlist", "1\r\n\n2 "},
+      {"proccntscript=a", "proccntscript", "a "},
+      {"proccntscript=a\nqovpath=/opt/qov", "proccntscript", "/opt//a "},
+      {"cpuusagescript=a/b\nqovpath=/opt/qov", "cpuusagescript", "a/b "},
+      {"qovpath=/opt/qov", "proclistscript", "/opt// "},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(Values(Loaded(c.file), {c.key}), c.value) << c.file;
-  }
+  for (const auto& c : cases) EXPECT_EQ(Values(Loaded(c.file), {c.key}), c.value) << c.file;
 }
 
-TEST_F(SettingsTest, ChecksWhatIsMandatory) {
-  const std::string cases[][2] = {
-      {mandatory, ""},
-      {mandatory + "filtermarks=1\nfilterlist=\n", kMarksWarning},
+TEST_F(SettingsTest, EachKeySetsOneField) {
+  const TQovSettings plain = Loaded("");
+  for (const TSettingKey& key : kSettingKeys) {
+    const bool one = key.preset != nullptr && *key.preset == '1';
+    const std::string value = key.name == std::string("tmpdir") ? "/" : one ? "0" : "1";
+    const TQovSettings record = Loaded(key.name + ("=" + value));
+    std::string changed;
+    for (const TSettingKey& other : kSettingKeys) {
+      if (Values(record, {other.name}) != Values(plain, {other.name})) changed += other.name;
+    }
+    EXPECT_EQ(changed, key.name);
+  }
+  EXPECT_EQ(plain.service + plain.ntlog + plain.perfcounter + plain.reserved, 0);
+  EXPECT_EQ(plain.snmp, 1);
+}
+
+TEST_F(SettingsTest, ChecksAndPutsRightWhatItLoads) {
+  const std::string warning = "FilterMarks has less items than FilterList";
+  const std::string cases[][3] = {
+      // file, its faults, the effective filter
+      {mandatory, "", "\r\n"},
+      {mandatory + "filterlist=a b\nfiltermarks=01\n", "", "\r\nb\r\n"},
+      {mandatory + "filterlist=a b c d\nfiltermarks=1x1\n", "", "\r\na\r\nc\r\n"},
+      {mandatory + "filterlist=a%0D%0A%0D%0Ab\nfiltermarks=111\n", warning, "\r\na\r\n"},
+      {mandatory + "filterlist=\nfiltermarks=1\n", warning, "\r\n"},
       // Deliberate: no list and no marks is a warning, since their defaults are crossed.
-      {"port=1\npassword=p\nqovpath=" + agent, kMarksWarning},
+      {"port=1\npassword=p\nqovpath=" + agent, warning, "\r\n1\r\n"},
       {"filtermarks=",
        "  TCP post is not specified!\n  Password is not specified!\n"
-       "  Full path to the agent is not specified!\n"},
-      {mandatory + "qovpath=agent\n", "  Full path to the agent is not specified!\n"},
-      {mandatory + "qovpath=/nowhere/qov\n", "  Invalid path to the agent!\n"},
+       "  Full path to the agent is not specified!\n",
+       "\r\n"},
+      {mandatory + "qovpath=agent\n", "  Full path to the agent is not specified!\n", "\r\n"},
+      {mandatory + "qovpath=" + folder.Path(), "  Invalid path to the agent!\n", "\r\n"},
+      {mandatory + "qovpath=/nowhere/qov\n", "  Invalid path to the agent!\n", "\r\n"},
   };
-  for (const auto& [file, text] : cases) {
-    Loaded(file);
-    EXPECT_EQ(result, text.empty() || text == kMarksWarning) << file;
+  for (const auto& [file, text, filter] : cases) {
+    EXPECT_EQ(ToStd(Loaded(file).effectivefilter), filter) << file;
+    EXPECT_EQ(result, text.empty() || text == warning) << file;
     EXPECT_EQ(ToStd(err), text);
   }
   EXPECT_EQ(QovSettings.qovpath, "/nowhere/qov") << "any load teaches the process its path";
   TQovSettings record;
-  EXPECT_EQ(record.LoadOptions_(err), 0);
+  EXPECT_EQ(record.LoadOptions_(err) + record.SaveOptions_(err), 0);
   EXPECT_EQ(err, "Configuration file is not specified");
   std::string("/nowhere/x").copy(record.configfile, 99);
   EXPECT_EQ(record.LoadOptions_(err), 0);
@@ -73,77 +94,50 @@ TEST_F(SettingsTest, ChecksWhatIsMandatory) {
   EXPECT_EQ(record.allowmanage, 1) << "a failed load leaves the defaults";
 }
 
-TEST_F(SettingsTest, PutRightBuildsTheEffectiveFilter) {
-  const struct {
-    const char *list, *marks, *filter, *err;
-  } cases[] = {
-      {"10.0.0.1\r\n10.0.0.2", "01", "\r\n10.0.0.2\r\n", ""},
-      {"a\r\nb\r\nc", "1x1", "\r\na\r\nc\r\n", ""},
-      {"a\r\nb", "1", "\r\na\r\n", ""},
-      {"a\r\n \r\nb", "111", "\r\na\r\n", kMarksWarning},
-      {"a\r\n", "10", "\r\na\r\n", kMarksWarning},
+TEST_F(SettingsTest, EachLoadLeavesItsTemporaryFolderToTheNext) {
+  const std::string a = folder.Folder("a");
+  const std::string b = folder.Folder("b");
+  const auto load = [&](const std::string& first) {
+    const std::string steps[][2] = {
+        {"", first}, {"tmpdir=" + a + "/", a}, {"tmpdir=" + b, b},
+        {"", b},     {"tmpdir=" + agent, b},   {"tmpdir=/", ""},  // names begin with a '/'
+        {"", "."}};
+    for (const auto& [file, expected] : steps) {
+      EXPECT_EQ(ToStd(Loaded(file).tmpdir), expected) << file;
+      EXPECT_EQ(TempFolder(), ToString(expected)) << file;
+    }
   };
-  for (const auto& c : cases) {
-    TQovSettings record;
-    record.filterlist = c.list;
-    record.filtermarks = c.marks;
-    err = "";
-    record.PutRight(err);
-    EXPECT_EQ(ToStd(record.effectivefilter), c.filter);
-    EXPECT_EQ(ToStd(err), c.err) << c.list;
+  const char* const cases[][4] = {// TMPDIR, TMP, the folder before a load and after one
+                                  {a.c_str(), b.c_str(), a.c_str(), a.c_str()},
+                                  {nullptr, b.c_str(), b.c_str(), b.c_str()},
+                                  {"/nowhere", b.c_str(), "/nowhere", "."},
+                                  {"", b.c_str(), "", "."},
+                                  {nullptr, nullptr, "none", "."}};
+  for (const auto& [tmpdir, tmp, before, after] : cases) {
+    const TEnvironment variables[] = {{"TMPDIR", tmpdir}, {"TMP", tmp}};
+    EXPECT_EQ(TempFolder().value_or("none"), before);
+    const auto loadFrozen = [&, first = after] {
+      setenv("TMPDIR", first, 1);
+      FreezeEnvironment();
+      load(first);
+      EXPECT_STREQ(getenv("TMPDIR"), first) << "threads may read the environment";
+      _exit(HasFailure() ? 1 : 7);
+    };
+    EXPECT_EXIT(loadFrozen(), testing::ExitedWithCode(7), "");
+    load(after);
+    EXPECT_STREQ(getenv("TMPDIR"), ".");
   }
 }
 
-TEST_F(SettingsTest, PutRightCompletesScripts) {
-  TQovSettings record;
-  record.proccntscript = "count";
-  record.cpuusagescript = "bin/cpu";
-  record.PutRight(err);
-  EXPECT_EQ(record.proccntscript, "count") << "no agent folder is known";
-  record.qovpath = "/opt/qov";
-  record.PutRight(err);
-  EXPECT_EQ(Values(record, {"proccntscript", "cpuusagescript", "proclistscript"}),
-            "/opt//count bin/cpu /opt// ");
-}
-
-TEST_F(SettingsTest, PutRightSettlesTheTemporaryFolder) {
-  const std::string own = folder.Folder("own");
-  const std::string unset = "unset";
-  const std::string cases[][4] = {
-      // tmpdir, TMPDIR, TMP, result
-      {own + "/", folder.Path(), unset, own},
-      {"", own + "/", folder.Path(), own},
-      {agent, own, unset, own},
-      {"/nowhere", unset, own, own},
-      {"", "/nowhere", own, "."},
-      {"", unset, unset, "."},
-  };
-  const auto setEnvironment = [&](const char* name, const std::string& value) {
-    value == unset ? unsetenv(name) : setenv(name, value.c_str(), 1);
-  };
-  for (const auto& [wanted, TMPDIR, TMP, expected] : cases) {
-    setEnvironment("TMPDIR", TMPDIR);
-    setEnvironment("TMP", TMP);
-    TQovSettings record;
-    record.tmpdir = ToString(wanted);
-    record.PutRight(err);
-    EXPECT_EQ(ToStd(record.tmpdir), expected) << wanted << " " << TMPDIR << " " << TMP;
-    EXPECT_EQ(getenv("TMPDIR"), expected);
-  }
-  const auto putRightFrozen = [&] {
-    setenv("TMPDIR", "/before", 1);
-    FreezeEnvironment();
-    Named("").PutRight(err);
-    _exit(getenv("TMPDIR") == std::string("/before") ? 7 : 1);
-  };
-  EXPECT_EXIT(putRightFrozen(), testing::ExitedWithCode(7), "");
-}
-
-TEST_F(SettingsTest, ReloadKeepsWhatHasNoDefault) {
+TEST_F(SettingsTest, AReloadKeepsWhatHasNoDefault) {
+  Twofish_initialise();
   QovSettings = Named(mandatory + "host=h\ntimeout=5\nverboselogfile=v\nproccntscript=/x\n" +
                       "comment=c\npidfile=f\n");
   QovSettings.verbose = 1;
   ASSERT_EQ(LoadOptions(err), 1);
+  const TCipher& cipher = CurrentSettings()->PasswordCipher();
+  EXPECT_EQ(EncodeData("text", *cipher, 0), EncodeData("text", "p", 0));
+  EXPECT_EQ(cipher, CurrentSettings()->PasswordCipher()) << "prepared once";
   folder.File("qov.cfg", "port=2\nqovpath=relative\n");
   EXPECT_EQ(LoadOptions(err), 0);
   const TSettingsView now = CurrentSettings();
@@ -154,41 +148,15 @@ TEST_F(SettingsTest, ReloadKeepsWhatHasNoDefault) {
 }
 
 TEST_F(SettingsTest, APinHoldsOneRecord) {
-  const auto nextPort = [](TQovSettings& s) { ++s.port; };
+  ChangeSettings([](TQovSettings& settings) { settings.port = 1; });
   {
     const TSettingsPin pin;
-    const int before = CurrentSettings()->port;
-    QovSettings.port = before;
-    ChangeSettings(nextPort);
-    EXPECT_EQ(CurrentSettings()->port, before);
-    std::thread([&] { EXPECT_EQ(CurrentSettings()->port, before + 1); }).join();
+    ChangeSettings([](TQovSettings& settings) { ++settings.port; });
+    EXPECT_EQ(CurrentSettings()->port, 1);
+    EXPECT_EQ(SettingsInForce()->port, 2);
+    std::thread([] { EXPECT_EQ(CurrentSettings()->port, 2); }).join();
   }
-  EXPECT_EQ(CurrentSettings()->port, QovSettings.port);
-}
-
-TEST_F(SettingsTest, ReadersNeverSeeHalfARecord) {
-  const std::string files[] = {mandatory + "password=one\nfilterlist=one\nfiltermarks=1\n",
-                               mandatory + "password=two\nfilterlist=two\nfiltermarks=1\n"};
-  QovSettings = Named(files[0]);
-  ASSERT_EQ(LoadOptions(err), 1);
-  std::atomic<bool> done{false};
-  const auto read = [&] {
-    while (!done) {
-      const TSettingsView now = CurrentSettings();
-      EXPECT_EQ(ToStd(now->effectivefilter), "\r\n" + ToStd(now->password) + "\r\n");
-      EXPECT_TRUE(TempFolder());
-    }
-  };
-  const auto save = [&] {
-    for (String text; !done;) SaveOptions(text);
-  };
-  std::thread others[] = {std::thread(read), std::thread(read), std::thread(save)};
-  for (int i = 0; i < 200; ++i) {
-    EXPECT_EQ(rename(folder.File("other", files[i % 2]).c_str(), path.c_str()), 0);
-    EXPECT_EQ(LoadOptions(err), 1) << ToStd(err);
-  }
-  done = true;
-  for (std::thread& other : others) other.join();
+  EXPECT_EQ(CurrentSettings()->port, 2);
 }
 
 }  // namespace

@@ -1,13 +1,53 @@
-#include <signal.h>
-#include <sys/resource.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <random>
-#include <tuple>
+#include <map>
+#include <set>
 
+#include "built.h"
+#include "config/settingslines.h"
 #include "support/scopes.h"
+
+namespace {
+
+/// While a save is watched: its calls so far, a letter each, and those that fail.
+struct TWatch {
+  std::string calls;
+  std::set<std::string> refused;
+};
+TWatch* watch = nullptr;
+
+bool Refuses(char call) {
+  if (watch == nullptr) return false;
+  if (call != 'w' || !watch->calls.ends_with('w')) watch->calls += call;
+  errno = EIO;
+  return watch->refused.count(watch->calls) != 0;
+}
+
+template <typename... TArguments>
+int Perform(char letter, long number, TArguments... arguments) {
+  return Refuses(letter) ? -1 : static_cast<int>(syscall(number, arguments...));
+}
+
+}  // namespace
+
+// In the place of the C library's. A write takes little at a time.
+extern "C" ssize_t write(int fd, const void* data, size_t size) {
+  return Perform('w', SYS_write, fd, data, watch == nullptr ? size : std::min<size_t>(size, 100));
+}
+extern "C" int fchown(int fd, uid_t user, gid_t group) noexcept {
+  return Perform('o', SYS_fchown, fd, user, group);
+}
+extern "C" int fsync(int fd) { return Perform('s', SYS_fsync, fd); }
+extern "C" int link(const char* from, const char* to) noexcept {
+  return Perform('l', SYS_linkat, AT_FDCWD, from, AT_FDCWD, to, 0);
+}
+extern "C" int rename(const char* from, const char* to) noexcept {
+  return Perform('r', SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
+}
 
 namespace {
 
@@ -23,130 +63,153 @@ constexpr char kAllDefaults[] =
 
 class SettingsFileTest : public TSettingsTest {
  protected:
-  bool Exists(const char* name) const { return access(folder.Path(name).c_str(), F_OK) == 0; }
-  const std::string refusal = "Cannot create new configuration file '" + path + ".New'";
+  /// What a save of the changed record makes of the file; a second one changes nothing.
+  std::string Saved(const std::string& file, const std::string& comment) {
+    TQovSettings record = Loaded(file);
+    for (int i = 0; i < 2; ++i) {
+      record.port = 99;
+      record.comment = ToString(comment);
+      record.unc = 1;
+      record.allowupdates = 0;
+      record.filterlist = "10.0.0.1\r\n10.0.0.2\r\n";
+      EXPECT_EQ(record.SaveOptions_(err), 1) << ToStd(err);
+      if (i == 0) first_ = File();
+    }
+    EXPECT_EQ(File(), first_);
+    return first_;
+  }
+
+ private:
+  std::string first_;
 };
 
-TEST_F(SettingsFileTest, AppendsEveryKeyThatTheFileLacks) {
-  TQovSettings record = Loaded("");
-  for (int i = 0; i < 2; ++i) {
-    ASSERT_EQ(record.SaveOptions_(err), 1);
-    EXPECT_EQ(File(), kAllDefaults) << "a second save changes nothing";
-  }
-  EXPECT_EQ(File("qov.cfg.Old"), kAllDefaults);
-  EXPECT_FALSE(Exists("qov.cfg.New"));
-}
-
-// What a save makes of lines in a file that has every key elsewhere too.
+// Lines in a file that has every key elsewhere too.
 TEST_F(SettingsFileTest, ReplacesValuesInPlace) {
+  const std::string x(2000, 'x');
+  const std::string room = "comment=" + x.substr(0, 1015);
   const std::string blanks(1015, ' ');
-  const std::string x(1500, 'x');
-  const std::string cases[][2] = {
+  const std::string cases[][3] = {
       {"port=1\r\n", "port=99\r\n"},
       {" \tPorT \t=\t  1 ; x\n", " \tPorT \t=\t  99\r\n"},
       {"comment=\n", "comment=a b\r\n"},
       {"comment=  \t\r\n", "comment=  \ta b\r\n"},
       {"comment=old\ncomment=older", "comment=a b\r\ncomment=a b\r\n"},
-      {"filterlist=x\r\n", "filterlist=10.0.0.1 10.0.0.2\r\n"},
+      {"filterlist=x\r\n", "filterlist=10.0.0.1 10.0.0.2 \r\n"},
       {"allowupdates=1 ; remote\n", "allowupdates=0 ; remote\n"},
       {"unc=true\r\nunc= \t\r\nunc=\nunc=", "unc=1rue\r\nunc= \t1\r\nunc=1\nunc=1\r\n"},
-      {"comment=" + x + "\n", "comment=a b\r\n" + x.substr(1015) + "\n"},
       {"no end", "no end\r\n"},
+      // A line takes 1,023 bytes before its end, which is then a piece of its own.
+      {"comment=\n", room + "\r\n", x},
+      {room + "\r\nport=1\n", "comment=a b\r\nport=99\r\n"},
+      {"comment=" + x + "\n", "comment=a b\r\n" + x.substr(1015) + "\n"},
+      {"comment=" + blanks.substr(1) + "\n", "comment=" + blanks.substr(1) + "x\r\n", x},
       // Left alone: comments, what is no key, keys that are not saved, long lines, and a line
       // without room for a value.
       {"#port=1\n;port=1\r\n #port=1\nport\n\n \r\n=2\nother=1\n", ""},
       {"tmpdir=/x\npidfile=y\n" + std::string("zero\0=1\0\n", 9), ""},
-      {"#" + x + "port=1\nother=" + x + "\n", ""},
+      {"#" + x + "port=1\nother=" + x + "\n\n", ""},
       {"comment=" + blanks + "\n", ""},
+      // No value makes a line of its own.
+      {"comment=\n", "comment=a port=7\rb\r\n", "a\nport=7\rb"},
   };
-  for (const auto& [before, after] : cases) {
-    TQovSettings record = Loaded(kAllDefaults + before);
-    record.port = 99;
-    record.comment = "a b";
-    record.unc = 1;
-    record.allowupdates = 0;
-    record.filterlist = "10.0.0.1\r\n10.0.0.2";
-    ASSERT_EQ(record.SaveOptions_(err), 1);
-    const std::string saved = File();
+  for (const auto& [before, after, comment] : cases) {
+    const std::string saved = Saved(kAllDefaults + before, comment.empty() ? "a b" : comment);
     EXPECT_EQ(saved.substr(saved.find("syslogaction=0\r\n") + 16), after.empty() ? before : after);
   }
 }
 
-TEST_F(SettingsFileTest, ValuesReadBackAndNeverMakeALine) {
-  const std::string room(1013, 'x');
-  const std::string cases[][2] = {
-      {"a\nport=7", "a port=7"}, {"a\r\n\r\npassword=\r", "a  password="},
-      {"\n \t a \r\n", "a"},     {"# a ; b=c", "# a ; b=c"},
-      {room + "xxport=7", room},
-  };
-  for (const char* file : {"comment=old\n", ""}) {
-    for (const auto& [value, saved] : cases) {
-      TQovSettings record = Loaded(file);
-      record.comment = ToString(value);
-      record.filterlist = "1\nport=7\r\r2";
-      record.password = "p";
-      ASSERT_EQ(record.SaveOptions_(err), 1);
-      EXPECT_EQ(Values(Loaded(File()), {"comment", "filterlist", "port", "password"}),
-                saved + " 1\r\nport=7\r\n2 0 p ");
-    }
-  }
-}
-
-TEST_F(SettingsFileTest, KeepsOwnerAndModeAndFollowsNoPlantedLink) {
-  TQovSettings record = Loaded("port=1\n");
-  chmod(path.c_str(), 0642);
-  EXPECT_EQ(geteuid() == 0 ? chown(path.c_str(), 1, 2) : 0, 0);
-  EXPECT_EQ(symlink(agent.c_str(), folder.Path("qov.cfg.New").c_str()), 0);
-  folder.File("qov.cfg.Old/in the way");  // an old file that cannot be kept is no failure
-  struct stat f[2] = {};
-  stat(path.c_str(), &f[0]);
+TEST_F(SettingsFileTest, AppendsEveryKeyThatTheFileLacks) {
+  TQovSettings record = Loaded("");
   ASSERT_EQ(record.SaveOptions_(err), 1);
-  lstat(path.c_str(), &f[1]);
-  EXPECT_EQ(std::tie(f[1].st_mode, f[1].st_uid, f[1].st_gid),
-            std::tie(f[0].st_mode, f[0].st_uid, f[0].st_gid));
-  EXPECT_EQ(ReadFile(agent), "");
+  EXPECT_EQ(File(), kAllDefaults);
+  const std::string room(1015, 'x');
+  const std::string cases[][3] = {// value, how it is written, how it is read
+                                  {room + "xx=1", room + "xx=1", room},
+                                  {room + "port=7", room, room},
+                                  {room + std::string(1000, ' ') + "Qovpath =/", room, room},
+                                  {"# a\r\nport=7", "# a port=7", "# a port=7"}};
+  for (const auto& [value, written, read] : cases) {
+    record = Named("port=1");
+    record.comment = ToString(value);
+    ASSERT_EQ(record.SaveOptions_(err), 1);
+    EXPECT_NE(File().find("\ncomment=" + written + "\r\n"), std::string::npos) << value;
+    EXPECT_EQ(Values(Loaded(File()), {"comment", "qovpath", "port"}), read + "  0 ");
+  }
 }
 
-TEST_F(SettingsFileTest, AFailedSaveLeavesTheFileAlone) {
-  TQovSettings record = Loaded("port=1\n");
-  record.port = 2;
-  const auto refused = [&] {
-    EXPECT_EQ(record.SaveOptions_(err), 0);
-    EXPECT_EQ(ToStd(err), refusal);
-    return ToStd(err) == refusal;
-  };
-  const auto onFullDisk = [&] {
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit ten = {10, 10};
-    _exit(setrlimit(RLIMIT_FSIZE, &ten) == 0 && refused() ? 7 : 1);
-  };
-  EXPECT_EXIT(onFullDisk(), testing::ExitedWithCode(7), "");
-  if (geteuid() == 0) {
-    ASSERT_EQ(chmod(folder.Path().c_str(), 0777) + chmod(path.c_str(), 0644), 0);
-    const auto asNobody = [&] {
-      _exit(setgid(65534) == 0 && setuid(65534) == 0 && refused() ? 7 : 1);
-    };
-    EXPECT_EXIT(asNobody(), testing::ExitedWithCode(7), "") << "the owner cannot be kept";
+TEST_F(SettingsFileTest, ReplacesTheFileAtOnceOrNotAtAll) {
+  const bool root = geteuid() == 0;
+  const std::string o = root ? "oo" : "";  // another owner and group are kept
+  const std::string noNew = "Cannot create new configuration file '" + path + ".New'";
+  const std::string noRename = "Cannot overwrite configuration file '" + path + "'";
+  const struct {
+    std::set<std::string> refused;
+    std::string calls, err;
+  } cases[] = {{{}, "wslrs", ""},
+               {{"wslrs"}, "wslrs", ""},
+               {{"wsl"}, "wslrrs", ""},
+               {{"wsl", "wslr"}, "wslrrs", ""},
+               {{"w"}, "w", noNew},
+               {{"ws"}, "ws", noNew},
+               {{"wslr"}, "wslrr", noRename},
+               {{"wsl", "wslrr"}, "wslrrr", noRename},
+               {{"wsl", "wslr", "wslrr"}, "wslrr", noRename}};
+  for (const auto& c : cases) {
+    TQovSettings record = Loaded("port=1\nfiltermarks=\n");
+    record.port = 2;
+    struct stat old = {}, now = {};
+    EXPECT_EQ(chmod(path.c_str(), 0642) + (root ? chown(path.c_str(), 1, 2) : 0), 0);
+    EXPECT_EQ(symlink(agent.c_str(), (path + ".New").c_str()), 0);
+    stat(path.c_str(), &old);
+    TWatch watched;
+    for (const std::string& calls : c.refused) watched.refused.insert(o + calls);
+    watch = &watched;
+    EXPECT_EQ(record.SaveOptions_(err), c.err.empty());
+    watch = nullptr;
+    SCOPED_TRACE(watched.calls);
+    EXPECT_EQ(watched.calls, o + c.calls);
+    EXPECT_EQ(ToStd(err), c.err);
+    EXPECT_EQ(File().substr(0, 7), c.err.empty() ? "port=2\r" : "port=1\n");
+    stat(path.c_str(), &now);
+    EXPECT_EQ(std::tie(now.st_mode, now.st_uid, now.st_gid),
+              std::tie(old.st_mode, old.st_uid, old.st_gid));
+    EXPECT_EQ(ReadFile(agent), "") << "a planted link is not followed";
+    EXPECT_NE(access((path + ".New").c_str(), F_OK), 0);
+    unlink((path + ".Old").c_str());
   }
-  EXPECT_FALSE(Exists("qov.cfg.New"));
-  folder.Folder("qov.cfg.New");
-  refused();
-  EXPECT_EQ(File(), "port=1\n");
-  EXPECT_FALSE(Exists("qov.cfg.Old"));
 }
 
-TEST_F(SettingsFileTest, AKilledSaveLeavesACompleteFile) {
-  TQovSettings record = Loaded(kAllDefaults);
-  std::mt19937 random(1);
-  for (int i = 0; i < 20; ++i) {
-    const pid_t pid = fork();
-    while (pid == 0) record.SaveOptions_(err);
-    usleep(static_cast<useconds_t>(random() % 20000));
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-    EXPECT_EQ(File(), kAllDefaults);
-    folder.File("qov.cfg", kAllDefaults);
+TEST_F(SettingsFileTest, RefusesWhatNoLoadWouldTake) {
+  const size_t room = kMaxSettingsFileBytes - sizeof kAllDefaults + 1;
+  for (const size_t extra : {0, 1}) {
+    const std::string old = "#" + std::string(room + extra - 2, 'x') + "\n";
+    TQovSettings record = Loaded(old);
+    EXPECT_EQ(record.SaveOptions_(err), extra == 0);
+    EXPECT_TRUE(File() == (extra == 0 ? old + kAllDefaults : old));
   }
+  EXPECT_EQ(ToStd(err), "Settings exceed 16 MiB of configuration file '" + path + "'");
+  for (const int extra : {0, 1}) {
+    Loaded("#" + std::string(kMaxSettingsFileBytes + extra - 2, 'x') + "\n");
+    EXPECT_EQ(err.Pos("Cannot open") != 0, extra == 1);
+  }
+}
+
+TEST_F(SettingsFileTest, TheSampleExplainsEveryKeyAndIsSafe) {
+  const std::string sample = ReadFile(QOV_SOURCE_DIR "/packaging/qov.cfg");
+  const std::string manual = ReadFile(QOV_SOURCE_DIR "/docs/configuration.md");
+  for (const TSettingKey& key : kSettingKeys) {
+    const size_t at = ("\n" + sample).find("\n" + std::string(key.name) + "=");
+    ASSERT_NE(at, std::string::npos) << key.name;
+    EXPECT_EQ(sample.substr(sample.rfind('\n', at - 2) + 1, 2), "# ") << key.name;
+    EXPECT_NE(manual.find("\n| `" + std::string(key.name) + "` |"), std::string::npos) << key.name;
+  }
+  const TQovSettings record = Loaded(sample + "password=x\nqovpath=" + agent + "\n");
+  EXPECT_EQ(result, 1);
+  EXPECT_EQ(err, "");
+  EXPECT_EQ(record.effectivefilter, "\r\n127.0.0.1\r\n");
+  EXPECT_EQ(Values(record, {"host", "filteractive", "allowupdates", "shellscript", "external",
+                            "executeaction", "tcpudpaction", "syslogaction"}),
+            "127.0.0.1 1 0 0 0 0 0 0 ");
 }
 
 }  // namespace
