@@ -11,46 +11,19 @@
 
 namespace {
 
-TEST(FileContent, ReadsInPieces) {
-  const TTempDir dir;
-  const std::string big(700'000, 'b'), changed = std::string(699'999, 'b') + 'c';
-  const struct {
-    std::string a, b;
-    int result;
-  } pairs[] = {{"abd", "abcdef", 0}, {"", "x", 1},        {big, big, 1},
-               {big, changed, 0},    {big, big + "x", 1}, {"b", changed, 1}};
-  for (const auto& pair : pairs) {
-    const std::string a = dir.File("a", pair.a), b = dir.File("b", pair.b);
-    EXPECT_EQ(pair.result, CompareFiles(a.c_str(), b.c_str()));
-    EXPECT_EQ(pair.result, CompareFiles(b.c_str(), a.c_str()));
-  }
-  unsigned crc;
-  String error;
-  for (const int size : {4096, 2048 * 200, 300'000}) {
-    const std::string file = dir.File("f", std::string(static_cast<size_t>(size), 'a'));
-    EXPECT_EQ(size == 300'000, GetFileCRC(file.c_str(), &crc, error));
-  }
-  EXPECT_EQ(0xbb10da0u, crc);
-}
-
-/// Folders, pipes, endless devices and files that give read errors end with an error at once.
 TEST(FileContent, RefusesWhatIsNoReadableFile) {
   const TTempDir dir;
   ASSERT_EQ(0, mkfifo(dir.Path("fifo").c_str(), 0600));
   const std::string good = dir.File("good", "text"), fifo = dir.Path("fifo"), none = dir.Path("x");
-  for (const std::string& path : {dir.Path(), fifo, std::string("/dev/zero"), none, std::string(),
-                                  std::string("/proc/self/mem")}) {
+  for (const std::string& path :
+       {dir.Path(), fifo, std::string("/dev/zero"), none, std::string()}) {
     SCOPED_TRACE(path);
-    unsigned crc;
-    String error, text("x"), empty;
-    EXPECT_EQ(0, GetFileCRC(path.c_str(), &crc, error));
-    EXPECT_EQ(path == none || path.empty(), ToStd(error) != "Read error");
+    String text("x"), empty;
     EXPECT_EQ(-1, CompareFiles(path.c_str(), good.c_str()));
     EXPECT_EQ(-1, CompareFiles(good.c_str(), path.c_str()));
-    EXPECT_EQ(path == "/proc/self/mem" ? 0 : -1, FindStrInFile(path.c_str(), text, 1, 0));
+    EXPECT_EQ(-1, FindStrInFile(path.c_str(), text, 1, 0));
     EXPECT_EQ(-1, FindStrInFile(good.c_str(), empty, 1, 0));
-    if (FileSize(path.c_str()) == 0) continue;  // "found"
-    EXPECT_EQ(-1, FindFileInFile(good.c_str(), path.c_str()));
+    EXPECT_EQ(FileSize(path.c_str()) == 0 ? 1 : -1, FindFileInFile(good.c_str(), path.c_str()));
   }
 }
 

@@ -71,37 +71,27 @@ class Files : public testing::Test {
 
 /// Some names end in a byte that is no ASCII: each handler takes them as they are.
 TEST_F(Files, AnswerEachQuestion) {
-  dir_.File("t/a.txt", "1");
-  dir_.File("t/.hidden.txt", "22");
-  dir_.File("t/b.log", "333");
-  dir_.File("t/s\xE9/c.txt", "4444");
-  dir_.File("t/s\xE9/deep.txt/d.txt", "55555");  // a folder whose name the mask fits is no file
-  dir_.File("t/s\xE9/blank \xE9/e.log\xE9", "666666");
-  dir_.File("t/.hid/x.log", "7777777");
-  Link("..", "t/s\xE9/up");
-  Link("b.log", "t/link.log");
-  EXPECT_EQ(0, mkfifo(dir_.Path("t/fifo").c_str(), 0600));
-  SetTime("t/s\xE9", 100);
+  size_t sizeBytes = 0;  // 1, 2, 3 and so on; a folder whose name a mask fits is no file
+  for (const char* name :
+       {"t/a.txt", "t/.hidden.txt", "t/b.log", "t/s\xE9/c.txt", "t/s\xE9/deep.txt/d.txt",
+        "t/s\xE9/blank \xE9/e.log\xE9", "t/.hid/x.log", "m/Old/a", "m/Old/b", "m/Old/b.gz",
+        "m/New/.h%oldestfile%", "m/top", "mtop"})
+    dir_.File(name, std::string(++sizeBytes, 'x'));
   dir_.File("c/abc\xE9", "abc");
   dir_.File("c/abcdef", "abcdef");
   dir_.File("c/late", "abc");
   dir_.File("c/words", "a concat %0A Cat f\xE9");
   dir_.File("c/empty");
+  dir_.File("c/last", std::string(8'388'608, 0) + "x");
   EXPECT_EQ(0, truncate(dir_.File("c/8M").c_str(), 8'388'608));
   EXPECT_EQ(0, truncate(dir_.File("c/more").c_str(), 8'388'609));
-  for (const char* name : {"c/abc\xE9", "c/abcdef", "c/words", "c/empty"}) SetTime(name, 5000);
-  SetTime("c/8M", time(nullptr) + 5000);
-  dir_.File("m/Old/a", "1");
-  dir_.File("m/Old/b", "22");
-  dir_.File("m/Old/b.gz", "333");
-  dir_.File("m/New/.h%oldestfile%", "4444");
-  dir_.File("m/top", "55555");
-  dir_.File("mtop", "123456789");
+  Link("..", "t/s\xE9/up");
+  Link("b.log", "t/link.log");
   Link("top", "m/link");
-  SetTime("m/Old/b", 50);
-  SetTime("m/Old/b.gz", 60);
-  SetTime("m/top", 10);
-  SetTime("m/Old", 5);
+  EXPECT_EQ(0, mkfifo(dir_.Path("t/fifo").c_str(), 0600));
+  for (const char* name : {"t/s\xE9", "m/Old", "m/Old/b", "m/top", "c/abc\xE9", "c/abcdef"})
+    SetTime(name, 100);
+  for (const char* name : {"c/8M", "m/Old/a"}) SetTime(name, 4'000'000'000);
   const struct {
     THandler handler;
     const char *request, *reply;
@@ -112,22 +102,19 @@ TEST_F(Files, AnswerEachQuestion) {
       {kSize, "1= @/t \r;2=0", "200\n     6\n"},
       {kSize, "1=@/t;2= 1\r", "200\n    28\n"},
       {kSize, "1=@/t/*.txt;2=1", "200\n    12\n"},
-      {kSize, "1=@/t/[!a]*.txt", "200\n     2\n"},
       {kSize, "1=@/t/s\xE9/blank \xE9", "200\n     6\n"},
       {kSize, "1=@/t/s\xE9/up", "200\n     6\n"},      // the folder itself may be a link,
       {kSize, "1=@/t/up;2=1", "200\n     0\n"},        // below it, none is entered
       {kSize, "1=@/t/deep.txt;2=1", "200\n     5\n"},  // "s" holds a folder of that name
-      {kSize, "1=@/t/b.log/x;2=1", kNoSize},
       {kSize, "1=@/t/%oldestfolder%/*.txt;2=1", kNoSize},
       {kSize, "1=@/t/%oldestfolder%/*.txt;2=1;8=1", "200\n     9\n"},
-      {kSize, "1=@/m/%newestfolder%;8=1", "200\n     4\n"},
-      {kSize, "1=@/m/%OldestFolder%/%newestFILE%;8=1", "200\n     1\n"},
-      {kSize, "1=@/m/%oldestfolder%/%oldestfile%;8=1", "200\n     2\n"},
-      {kSize, "1=@/m/%oldestfolder%/%oldestfile%.gz;8=1", "200\n     3\n"},
-      {kSize, "1=@/m/%newestfile%;8=1", "200\n     5\n"},  // neither a folder nor a link
-      {kSize, "1=@/m/%newestfolder%/%newestfile%;8=1", "200\n     4\n"},
+      {kSize, "1=@/m/%OldestFolder%/%newestFILE%;8=1", "200\n     8\n"},
+      {kSize, "1=@/m/%oldestfolder%/%oldestfile%;8=1", "200\n     9\n"},
+      {kSize, "1=@/m/%oldestfolder%/%oldestfile%.gz;8=1", "200\n    10\n"},
+      {kSize, "1=@/m/%newestfile%;8=1", "200\n    12\n"},  // neither a folder nor a link
+      {kSize, "1=@/m/%newestfolder%/%newestfile%;8=1", "200\n    11\n"},
       {kSize, "1=@/m/%newestfolder%/%newestfolder%;8=1", kNoSize},  // stays as it was given
-      {kSize, "1=@/m%newestfile%;8=1", "200\n     9\n"},  // its folder is all that stands before it
+      {kSize, "1=@/m%newestfile%;8=1", "200\n    13\n"},  // its folder is all that stands before it
       {kExists, "1=@/m/%newestfile%", kAbsent},
       {kExists, "1=@/t/l*", kAbsent},
       {kExists, "1=@/t/.hi[d]", kAbsent},
@@ -136,7 +123,6 @@ TEST_F(Files, AnswerEachQuestion) {
       {kCount, "1=@/t;2=*;4=1;5=60", kYes},
       {kCount, "1=@/t;2=*;4=1;5=61", kNo},
       {kCount, "1=@/t;2=*;4=2;5=61", "200\n3\n"},
-      {kCount, "1=@/t;2=*;4=2;5=62", "200\n4\n"},
       {kCount, "1=@/t;2=*;3=1;4=3;5=3", "200\n3\n"},
       {kCount, "1=@/t;2=*;4=4;5=2", "200\n2\n"},
       {kCount, "1=@/t;2=*;3=1;4=5", "200\n4\n"},
@@ -152,10 +138,11 @@ TEST_F(Files, AnswerEachQuestion) {
       {kCompare, "1=1;2=@/c/late;3=@/c/abc\xE9;5=1;6=1", kYes},
       {kCompare, "1=1;2=@/c/late;3=@/c/abc\xE9;4=1;6=1", kNo},
       {kCompare, "1=1;2=@/c/late;3=@/c/words;6=1", kNo},
+      {kCompare, "1=1;2=@/c/late;3=@/c/empty;6=1", kYes},
+      {kCompare, "1=1;2=@/c/more;3=@/c/last;6=1", kNo},
       {kCompare, "1=1;2=@/c/late;3=@/c/words", kYes},  // nothing is asked
       {kCompare, "1=1;2=/proc/self/mem;3=@/c/late;6=1", kFailed},
       {kCompare, "1=1;2=@/c/late;3=@/none", kNoFile},
-      {kCompare, "1=1;2=@/c;3=@/c/late", kNoFile},
       {kCompare, "1=1;2=@/c/%newestfile%;3=@/c/%newestfile%;12=1", kNoFile},
       {kCompare, "1=1;2=@/c/%newestfile%;3=@/c/%newestfile%;12=1;13=1", kYes},
       {kCompare, "1=2;2=@/c/words;3=cat;4=1", kYes},
@@ -176,7 +163,11 @@ TEST_F(Files, AnswerEachQuestion) {
       {kCompare, "1=4;2=@/c/%newestfile%", kNoFile},
       {kCompare, "1=01;2=@/c/late", kWrong},
       {kCrc, "1=@/c/abc\xE9", "200\n3403398717\n"},
+      {kCrc, "1=@/c/more", "200\n726759377\n"},
+      {kCrc, "1=@/c/8M", "301\nRead error"},
       {kCrc, "1=@/c/empty", "301\nRead error"},
+      {kCrc, "1=/dev/zero", "301\nRead error"},
+      {kCrc, "1=/proc/self/mem", "301\nRead error"},
       {kCrc, "1=@/none", "301\nCannot open file"},
       {kCrc, "", "301\nFile is not specified"},
       {kList, "1=@/t;4=0", "200\n@/t/\n0\n2\n"},
@@ -251,19 +242,17 @@ TEST_F(Files, AreLookedForByPath) {
 
 /// Of entries as old as the epoch the last one listed is taken, else of equal ones the first.
 TEST_F(Files, OfOneAgeAreChosenByTheirOrder) {
-  dir_.File("x", "1");
-  dir_.File("y", "22");
-  double first = 0, last = 0;
+  std::string listed;
+  dir_.File("1", "1");
+  dir_.File("22", "22");
   for (const auto& entry : std::filesystem::directory_iterator(dir_.Path())) {
-    last = static_cast<double>(entry.file_size());
-    if (first == 0) first = last;
+    listed += entry.path().filename();
   }
   for (const time_t age : {0, 50}) {
-    SetTime("x", age);
-    SetTime("y", age);
-    for (const char* path : {"@/%oldestfile%", "@/%newestfile%"}) {
-      EXPECT_EQ(age == 0 ? last : first,
-                GetFolderSize(GetFileUsingSpecialMacros(ToString(In(path))), 0));
+    for (const char* name : {"1", "22"}) SetTime(name, age);
+    const int sizeBytes = (age == 0 ? listed.back() : listed.front()) - '0';
+    for (const char* macro : {"@/%oldestfile%", "@/%newestfile%"}) {
+      EXPECT_EQ(sizeBytes, GetFolderSize(GetFileUsingSpecialMacros(ToString(In(macro))), 0));
     }
   }
 }

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -102,34 +101,26 @@ bool Counts(const TSearchRec& rec, TCountFilesMode mode, int value) {
   return false;
 }
 
-/// Adds a folder's subfolders, in full; false when nothing in the folder passes the search.
-bool ListSubfolders(const String& folder, std::vector<std::string>& subfolders) {
-  TSearchRec rec;
-  const TSearchCloser closer(rec);
-  if (FindFirst(folder, "*", AttrDirectory, rec) != 0) return false;
-  do {
-    if (IsSubfolder(rec)) subfolders.push_back(std::string(folder.CStr()) + rec.EntryName + '/');
-  } while (FindNext(rec) == 0);
-  return true;
-}
-
 /// Counts in one folder and adds its subfolders to `waiting`, if that is given.
 /// @return the count, or -1
 int64_t CountInFolder(const String& folder, const String& mask, TCountFilesMode mode, int value,
-                      std::vector<std::string>* waiting) {
+                      std::vector<String>* waiting) {
   int64_t count = 0;
-  bool matched = false;
   TSearchRec rec;
+  const TSearchCloser closer(rec);
   int found = FindFirst(folder, mask, AttrAny, rec, TReadOnly::kUnseen);
+  const bool matched = found == 0;
   for (; found == 0; found = FindNext(rec)) {
-    matched = true;
     if (Counts(rec, mode, value)) ++count;
   }
   FindClose(rec);
-  if (waiting != nullptr) return ListSubfolders(folder, *waiting) ? count : -1;
-  if (matched) return count;
-  const TSearchCloser closer(rec);
-  return FindFirst(folder, "*", AttrDirectory, rec) == 0 ? 0 : -1;
+  if (matched && waiting == nullptr) return count;
+  found = FindFirst(folder, "*", AttrDirectory, rec);
+  if (found != 0) return -1;
+  for (; found == 0 && waiting != nullptr; found = FindNext(rec)) {
+    if (IsSubfolder(rec)) waiting->push_back(folder + rec.EntryName + '/');
+  }
+  return count;
 }
 
 }  // namespace
@@ -146,15 +137,14 @@ int GetFileInfo(const char* path, long& size, long& ctime, long& mtime) {
 int CountFiles(String folder, const String& mask, int recurse, TCountFilesMode mode, int value) {
   if (!folder.Empty()) folder = IncludeTrailingPathDelimiter(folder);
   // Subfolders wait here: depth costs neither stack nor descriptors.
-  std::vector<std::string> waiting;
-  std::vector<std::string>* subfolders = recurse != 0 ? &waiting : nullptr;
+  std::vector<String> waiting;
+  std::vector<String>* subfolders = recurse != 0 ? &waiting : nullptr;
   int64_t total = CountInFolder(folder, mask, mode, value, subfolders);
   if (total < 0) return -1;
   while (!waiting.empty()) {
-    const std::string next = std::move(waiting.back());
+    const String next = std::move(waiting.back());
     waiting.pop_back();
-    const int64_t count = CountInFolder(next.c_str(), mask, mode, value, subfolders);
-    if (count > 0) total += count;
+    total += std::max<int64_t>(0, CountInFolder(next, mask, mode, value, subfolders));
   }
   return Saturated(total);
 }
