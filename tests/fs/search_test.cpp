@@ -38,14 +38,15 @@ class SearchTest : public testing::Test {
   }
 
   std::vector<std::string> Find(const std::string& mask, int attr,
-                                TReadOnly readOnly = TReadOnly::kSeen) {
+                                TReadOnly readOnly = TReadOnly::kSeen,
+                                TFolders folders = TFolders::kMasked) {
     std::vector<std::string> names;
     found.clear();
     TSearchRec rec;
     const TSearchCloser closer(rec);
     const String path = ToString(folder.Path(mask));
-    for (int r = FindFirst(ExtractFilePath(path), ExtractFileName(path), attr, rec, readOnly);
-         r == 0; r = FindNext(rec)) {
+    int r = FindFirst(ExtractFilePath(path), ExtractFileName(path), attr, rec, readOnly, folders);
+    for (; r == 0; r = FindNext(rec)) {
       names.emplace_back(rec.EntryName);
       found[rec.EntryName] = rec.Attributes;
     }
@@ -62,6 +63,8 @@ TEST_F(SearchTest, ReportsWhatTheMaskAndTheAttributesAskFor) {
   EXPECT_THAT(Find("*", 0), UnorderedElementsAre("a.log", "B.LOG"));
   EXPECT_THAT(Find("*.log", 0), UnorderedElementsAre("a.log"));
   EXPECT_THAT(Find("*.log", AttrHidden), UnorderedElementsAre("a.log", ".x.log"));
+  EXPECT_THAT(Find("a*", AttrDirectory, TReadOnly::kSeen, TFolders::kAll),
+              UnorderedElementsAre("a.log", ".", "..", "dir"));
   EXPECT_THAT(Find("[!a-z]?LOG", 0), UnorderedElementsAre("B.LOG"));
   EXPECT_THAT(Find("*", AttrDirectory), UnorderedElementsAre("a.log", "B.LOG", ".", "..", "dir"));
   EXPECT_THAT(Find("*", AttrSystem), UnorderedElementsAre("a.log", "B.LOG", "pipe"));
