@@ -90,6 +90,11 @@ TEST(FileContent, RefusedWordsStayRefusedOverManyBuffers) {
   std::string bytes;
   while (bytes.size() < 5'000'000) bytes += "..1cats-..cats1.";
   String word("cats");
+  for (size_t at = kReadBytes - 5; at < kReadBytes + 15; ++at) {  // where the first buffer ends
+    std::string dots(kReadBytes + 50, '.');
+    const std::string path = dir.File("f", dots.replace(at, 4, "cats"));
+    EXPECT_EQ(static_cast<double>(at) + 1, FindStrInFile(path.c_str(), word, 1, 1));
+  }
   EXPECT_EQ(0, FindStrInFile(dir.File("f", bytes).c_str(), word, 1, 1));
   const std::string path = dir.File("f", bytes + "-CATS");
   EXPECT_EQ(0, FindStrInFile(path.c_str(), word, 1, 1));
