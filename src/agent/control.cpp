@@ -17,7 +17,7 @@
 #include "agent/pidfile.h"
 #include "agent/signals.h"
 #include "agent/wake.h"
-#include "checks/process/runner.h"
+#include "checks/process/child.h"
 #include "config/settings.h"
 #include "config/status.h"
 #include "core/message.h"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "agent/signals.h"
-#include "checks/process/runner.h"
+#include "checks/process/child.h"
 #include "checks/process/tempfile.h"
 
 namespace {

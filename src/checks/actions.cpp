@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <limits>
 #include <thread>
 
 #include "checks/gate.h"
@@ -16,27 +15,21 @@
 namespace {
 
 constexpr char kSyslogTag[] = "WQ QOV";
-constexpr int kMaxSeverity = 7;
-
-int SyslogPriority(int facility, int severity) {
-  const int64_t priority = int64_t{facility} * 8 + severity;
-  return static_cast<int>(std::clamp<int64_t>(priority, std::numeric_limits<int>::min(),
-                                              std::numeric_limits<int>::max()));
-}
+constexpr TSyslogSeverity kMaxSeverity = 7;
 
 }  // namespace
 
 void ProcessAct_ExternalCmd(const VxRequest& params, QovReply& reply) {
   if (!ActionAllowed(CurrentSettings()->executeaction, reply)) return;
-  const String cmdline = params.GetParam(1, 1);
-  const String workdir = params.GetParam(2, 1);
+  const String cmdline = params.GetText(1);
+  const String workdir = params.GetValue(2);
   int unused = 0;
   int timeoutMs = 0;
-  if (qovDecodeInt(params.GetParam(3, 1), &unused) == 0 ||
-      qovDecodeInt(params.GetParam(4, 1), &timeoutMs) == 0) {
+  if (qovDecodeInt(params.GetValue(3), &unused) == 0 ||
+      qovDecodeInt(params.GetValue(4), &timeoutMs) == 0) {
     return RefuseParameter(reply);
   }
-  if (cmdline.Empty()) {
+  if (params.GetValue(1).Empty()) {
     reply.SetResult(kResultWrongParameter) += "Command line to execute is not specified";
     return;
   }
@@ -51,14 +44,14 @@ void ProcessAct_ExternalCmd(const VxRequest& params, QovReply& reply) {
 
 void ProcessAct_TCPSend(const VxRequest& params, QovReply& reply) {
   if (!ActionAllowed(CurrentSettings()->tcpudpaction, reply)) return;
-  const String host = params.GetParam(1, 1);
-  const bool tcp = params.GetParam(3, 1) == "0";
-  const String first = qovDecodeStrings(params.GetParam(4, 1));
-  const String second = qovDecodeStrings(params.GetParam(6, 1));
+  const String host = params.GetValue(1);
+  const bool tcp = params.GetValue(3) == "0";
+  const String first = qovDecodeStrings(params.GetText(4));
+  const String second = qovDecodeStrings(params.GetText(6));
   int port = 0;
   int delaySec = 0;
-  if (host.Empty() || first.Empty() || qovDecodeInt(params.GetParam(2, 1), &port) == 0 ||
-      qovDecodeInt(params.GetParam(5, 1), &delaySec) == 0) {
+  if (host.Empty() || first.Empty() || qovDecodeInt(params.GetValue(2), &port) == 0 ||
+      qovDecodeInt(params.GetValue(5), &delaySec) == 0) {
     return RefuseParameter(reply);
   }
   TSyncSocket socket(tcp ? TSyncSocket::kTcp : TSyncSocket::kUdp);
@@ -76,15 +69,14 @@ void ProcessAct_TCPSend(const VxRequest& params, QovReply& reply) {
 
 void ProcessAct_Syslog(const VxRequest& params, QovReply& reply) {
   if (!ActionAllowed(CurrentSettings()->syslogaction, reply)) return;
-  const String host = params.GetParam(1, 1);
-  const String message = qovDecodeStrings(params.GetParam(5, 1));
+  const String host = params.GetValue(1);
+  const String message = qovDecodeStrings(params.GetText(5));
   int port = 0;
   int facility = 0;
-  int severity = 0;
-  if (host.Empty() || qovDecodeInt(params.GetParam(2, 1), &port) == 0 ||
-      qovDecodeInt(params.GetParam(3, 1), &facility) == 0 ||
-      qovDecodeInt(params.GetParam(4, 1), &severity) == 0 || severity < 0 ||
-      severity > kMaxSeverity) {
+  TSyslogSeverity severity = 0;
+  if (host.Empty() || qovDecodeInt(params.GetValue(2), &port) == 0 ||
+      qovDecodeInt(params.GetValue(3), &facility) == 0 ||
+      qovDecodeInt(params.GetValue(4), &severity) == 0 || severity < 0 || severity > kMaxSeverity) {
     return RefuseParameter(reply);
   }
   String err;
@@ -95,17 +87,17 @@ void ProcessAct_Syslog(const VxRequest& params, QovReply& reply) {
   reply.SetResult(kResultDone) += String("Syslog: Data to ") + host + " has been sent";
 }
 
-int SendToSysLog(const String& host, int port, int facility, int severity, const String& tag,
-                 const String& message, String& err) {
+int SendToSysLog(const String& host, int port, int facility, TSyslogSeverity severity,
+                 const String& tag, const String& message, String& err) {
   String datagram = SyslogDatagram(facility, severity, time(nullptr), tag, message);
   return SendReceiveUDPPacket(host.CStr(), port, 0, datagram.Data(), nullptr, datagram.Length(), 0,
                               err);
 }
 
-String SyslogDatagram(int facility, int severity, time_t now, const String& tag,
+String SyslogDatagram(int facility, TSyslogSeverity severity, time_t now, const String& tag,
                       const String& message) {
   char priority[16];
-  snprintf(priority, sizeof priority, "<%d>", SyslogPriority(facility, severity));
+  snprintf(priority, sizeof priority, "<%d>", Saturated(int64_t{facility} * 8 + severity));
   return String(priority) + CDateTime(now) + " " + IP2String(GetMyIP()) + " " + tag + ": " +
          message;
 }

@@ -20,17 +20,20 @@ void ProcessAct_TCPSend(const VxRequest& params, QovReply& reply);
 /// Deliberate: a datagram that could not be sent is answered "200" too.
 void ProcessAct_Syslog(const VxRequest& params, QovReply& reply);
 
+/// 0 (most severe) to 7, as in the syslog protocol.
+using TSyslogSeverity = int;
+
 /// Sends one syslog datagram, see SyslogDatagram.
 /// @return bytes sent or a negative result of core/iplib.h with `err` set
-int SendToSysLog(const String& host, int port, int facility, int severity, const String& tag,
-                 const String& message, String& err);
+int SendToSysLog(const String& host, int port, int facility, TSyslogSeverity severity,
+                 const String& tag, const String& message, String& err);
 
 /// The bytes of a syslog message, without terminator or line feed:
 ///   <facility * 8 + severity>CDateTime(now) own-address tag: message
 /// The priority saturates; the address is that of GetMyIP.
-String SyslogDatagram(int facility, int severity, time_t now, const String& tag,
+String SyslogDatagram(int facility, TSyslogSeverity severity, time_t now, const String& tag,
                       const String& message);
 
-/// A local time in the form "Mar15 09:07:03"; the 5th is "Mar 5 09:07:03".
+/// A local time, now without one, in the form "Mar15 09:07:03"; the 5th is "Mar 5 09:07:03".
 /// Deliberate: no blank stands between month and day.
-String CDateTime(time_t now);
+String CDateTime(time_t now = time(nullptr));

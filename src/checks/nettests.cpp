@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <thread>
 
 #include "checks/gate.h"
 #include "config/settings.h"
@@ -11,6 +12,7 @@ namespace {
 
 constexpr int kMaxReceiveBytes = 8192;
 constexpr int kTcpTimeoutMs = 120000;
+constexpr int kLeastAttemptMs = 1000;
 
 using TExchange = int (*)(const char* host, int port, int timeout, void* sendBuf, void* recvBuf,
                           int sendLen, int recvLen, String& err);
@@ -40,6 +42,11 @@ void Attempt(TExchange exchange, TProbe& probe) {
       static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
 }
 
+/// Billions of attempts that fail at once would keep a processor busy for hours.
+void PauseAfter(const TProbe& failed) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(kLeastAttemptMs - failed.elapsedMs));
+}
+
 void Answer(const TProbe& probe, QovReply& reply) {
   if (probe.result < 1) {
     reply.SetResult(kResultCannot).AddStringParam(probe.err, 1);
@@ -57,11 +64,11 @@ void Answer(const TProbe& probe, QovReply& reply) {
 void ProcessTest_TCP(const VxRequest& params, QovReply& reply) {
   if (!TestAllowed(CurrentSettings()->tcp, reply)) return;
   TProbe probe;
-  probe.host = params.GetParam(1, 1);
-  probe.data = qovDecodeStrings(params.GetParam(4, 1));
-  if (qovDecodeInt(params.GetParam(2, 1), &probe.port) == 0 ||
-      qovDecodeInt(params.GetParam(3, 1), &probe.timeout) == 0 ||
-      qovDecodeInt(params.GetParam(5, 1), &probe.receiveBytes) == 0) {
+  probe.host = params.GetValue(1);
+  probe.data = qovDecodeStrings(params.GetText(4));
+  if (qovDecodeInt(params.GetValue(2), &probe.port) == 0 ||
+      qovDecodeInt(params.GetValue(3), &probe.timeout) == 0 ||
+      qovDecodeInt(params.GetValue(5), &probe.receiveBytes) == 0) {
     return RefuseParameter(reply);
   }
   if (probe.timeout == 0) probe.timeout = kTcpTimeoutMs;
@@ -74,17 +81,20 @@ void ProcessTest_UDP(const VxRequest& params, QovReply& reply) {
   TProbe probe;
   int timeoutMs = 0;
   int attempts = 0;
-  probe.host = params.GetParam(1, 1);
-  probe.data = qovDecodeStrings(params.GetParam(5, 1));
-  if (qovDecodeInt(params.GetParam(2, 1), &probe.port) == 0 ||
-      qovDecodeInt(params.GetParam(3, 1), &timeoutMs) == 0 ||
-      qovDecodeInt(params.GetParam(4, 1), &attempts) == 0 ||
-      qovDecodeInt(params.GetParam(6, 1), &probe.receiveBytes) == 0 || attempts < 1 ||
+  probe.host = params.GetValue(1);
+  probe.data = qovDecodeStrings(params.GetText(5));
+  if (qovDecodeInt(params.GetValue(2), &probe.port) == 0 ||
+      qovDecodeInt(params.GetValue(3), &timeoutMs) == 0 ||
+      qovDecodeInt(params.GetValue(4), &attempts) == 0 ||
+      qovDecodeInt(params.GetValue(6), &probe.receiveBytes) == 0 || attempts < 1 ||
       probe.data.Empty()) {
     return RefuseParameter(reply);
   }
   const int timeoutSec = timeoutMs / 1000;
   probe.timeout = timeoutSec == 0 ? 1 : timeoutSec;
-  for (; attempts > 0 && probe.result < 1; --attempts) Attempt(&SendReceiveUDPPacket, probe);
+  for (int made = 0; made < attempts && probe.result < 1; ++made) {
+    if (made != 0) PauseAfter(probe);
+    Attempt(&SendReceiveUDPPacket, probe);
+  }
   Answer(probe, reply);
 }

@@ -60,7 +60,7 @@ ssize_t ReadAt(int fd, char* buffer, size_t count, int64_t offset) {
   return n;
 }
 
-TFd CreateFresh(const char* path) {
+TFd CreateFresh(const char* path, mode_t mode) {
   unlink(path);
-  return TFd(open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  return TFd(open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
 }

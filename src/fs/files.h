@@ -37,6 +37,7 @@ ssize_t ReadFully(int fd, char* buffer, size_t count);
 /// @return bytes read, 0 at the end of the file, or -1 with errno set
 ssize_t ReadAt(int fd, char* buffer, size_t count, int64_t offset);
 
-/// A new, empty file in place of whatever has this name, never through a link; read and write,
-/// mode 0600. None with errno set when that fails.
-TFd CreateFresh(const char* path);
+/// A new, empty file in place of whatever has this name, never through a link; read and write. None
+/// with errno set when that fails.
+/// @param mode  permissions, less the umask
+TFd CreateFresh(const char* path, mode_t mode = 0600);

@@ -154,5 +154,6 @@ void TLoopbackPeer::ServeDatagram() {
   TAddress from;
   const ssize_t count = recvfrom(socket_.Get(), buf, sizeof buf, 0, from.Get(), &from.size);
   if (!Take(buf, count) || answer_.text.empty() || datagrams_++ < answer_.ignored) return;
+  usleep(static_cast<useconds_t>(answer_.delayMs) * 1000);
   sendto(socket_.Get(), answer_.text.data(), answer_.text.size(), 0, from.Get(), from.size);
 }

@@ -56,7 +56,7 @@ struct TPeerAnswer {
   size_t after = 0;        ///< TCP: bytes of a connection to come first
   bool closeThen = false;  ///< TCP: close after the answer, else when the caller does
   int ignored = 0;         ///< UDP: datagrams not answered at first
-  int delayMs = 0;         ///< TCP: pause before the answer
+  int delayMs = 0;         ///< pause before the answer
 };
 
 /// A service on a loopback port (0: a free one) with a thread of its own. Every wait is bounded.

@@ -1,9 +1,14 @@
 #include "checks/process/child.h"
 
 #include <errno.h>
+#include <fcntl.h>
+#include <paths.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -11,17 +16,154 @@
 
 #include <algorithm>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <vector>
 
-#include "checks/process/runner.h"
+#include "config/tempfolder.h"
 
 namespace {
 
+constexpr mode_t kNewFileMode = 0666;
+constexpr int kBusyTries = 1000;
+constexpr timespec kBusyPause = {0, 1'000'000};
 constexpr int64_t kFallbackPollMs = 10;
 constexpr int64_t kLongestPollMs = 3'600'000;
 
+std::optional<rlimit> childDescriptors;
+
 std::mutex backgroundMutex;
 std::vector<pid_t> background;  // under backgroundMutex
+
+/// The paths at which execvp would look for the program, in its order.
+std::vector<std::string> CandidatePaths(const char* program) {
+  if (program == nullptr || program[0] == 0) return {};
+  if (strchr(program, '/') != nullptr) return {program};
+  const char* path = getenv("PATH");
+  if (path == nullptr) path = _PATH_DEFPATH;
+  std::vector<std::string> result;
+  for (const char* rest = path;; ++rest) {
+    const size_t length = strcspn(rest, ":");
+    std::string candidate(rest, length);
+    if (length != 0) candidate += '/';
+    result.push_back(candidate += program);
+    rest += length;
+    if (*rest == 0) return result;
+  }
+}
+
+/// Whether execvp looks at the next path after this error.
+bool SearchGoesOn(int error) {
+  return error == EACCES || error == ENOENT || error == ESTALE || error == ENOTDIR ||
+         error == ENODEV || error == ETIMEDOUT;
+}
+
+/// The environment with TMPDIR set to the folder for temporary files. The entries stay where they
+/// are: nothing changes the environment once threads run.
+std::vector<char*> ChildEnvironment(std::string& tmpdirEntry) {
+  constexpr char kName[] = "TMPDIR=";
+  const std::optional<String> folder = TempFolder();
+  std::vector<char*> result;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const bool replaced = folder && strncmp(*entry, kName, sizeof(kName) - 1) == 0;
+    if (!replaced) result.push_back(*entry);
+  }
+  if (folder) {
+    tmpdirEntry = std::string(kName) + folder->CStr();
+    result.push_back(tmpdirEntry.data());
+  }
+  result.push_back(nullptr);
+  return result;
+}
+
+/// One start, prepared: what the child does between its birth and its program, and the descriptors
+/// that this takes, opened here so that nothing in the child can wait.
+class TStarter {
+ public:
+  explicit TStarter(const TChildPlan& plan);
+  ~TStarter() {
+    posix_spawn_file_actions_destroy(&actions_);
+    posix_spawnattr_destroy(&attributes_);
+  }
+  TStarter(const TStarter&) = delete;
+  TStarter& operator=(const TStarter&) = delete;
+
+  /// Starts the program at `path`; the result is that of StartChild.
+  int Try(const char* path, pid_t& pid) const;
+
+ private:
+  void EnterFolder(const char* folder);
+  void Redirect(int target, const char* path);
+  int Spawn(const char* path, char* const* argv, pid_t& pid) const;
+
+  char* const* const argv_;
+  std::string tmpdirEntry_;
+  const std::vector<char*> environment_ = ChildEnvironment(tmpdirEntry_);
+  posix_spawn_file_actions_t actions_;
+  posix_spawnattr_t attributes_;
+  TFd folder_;
+  TFd streams_[3];
+};
+
+TStarter::TStarter(const TChildPlan& plan) : argv_(const_cast<char* const*>(plan.argv)) {
+  posix_spawn_file_actions_init(&actions_);
+  for (int target = 0; target <= 2; ++target) {
+    if (plan.streams[target] != nullptr) Redirect(target, plan.streams[target]);
+  }
+  if (plan.workdir != nullptr && plan.workdir[0] != 0) EnterFolder(plan.workdir);
+  posix_spawn_file_actions_addclosefrom_np(&actions_, 3);
+
+  posix_spawnattr_init(&attributes_);
+  sigset_t signals;
+  sigemptyset(&signals);
+  posix_spawnattr_setsigmask(&attributes_, &signals);
+  sigfillset(&signals);
+  posix_spawnattr_setsigdefault(&attributes_, &signals);
+  const int session = plan.ownSession ? POSIX_SPAWN_SETSID : 0;
+  posix_spawnattr_setflags(
+      &attributes_, static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | session));
+}
+
+void TStarter::EnterFolder(const char* folder) {
+  const std::string inside = std::string(folder) + "/.";  // opens only when it may be entered
+  folder_ = TFd(open(inside.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (folder_) posix_spawn_file_actions_addfchdir_np(&actions_, folder_.Get());
+}
+
+void TStarter::Redirect(int target, const char* path) {
+  const int mode = target == 0 ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
+  const int flags = O_NOFOLLOW | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
+  TFd& stream = streams_[target];
+  stream = TFd(open(path, mode | flags, kNewFileMode));
+  if (stream && fcntl(stream.Get(), F_SETFL, 0) == 0) {
+    posix_spawn_file_actions_adddup2(&actions_, stream.Get(), target);
+  } else {
+    posix_spawn_file_actions_addopen(&actions_, target, _PATH_DEVNULL, O_RDWR, 0);
+  }
+}
+
+/// A script that was written a moment ago may still be open in another thread's child that is about
+/// to execute its own program: "busy" is worth waiting a second.
+int TStarter::Spawn(const char* path, char* const* argv, pid_t& pid) const {
+  int error = ETXTBSY;
+  for (int i = 0; error == ETXTBSY && i < kBusyTries; ++i) {
+    if (i != 0) nanosleep(&kBusyPause, nullptr);
+    error = posix_spawn(&pid, path, &actions_, &attributes_, argv, environment_.data());
+  }
+  return error;
+}
+
+int TStarter::Try(const char* path, pid_t& pid) const {
+  // Spares the folders of PATH a process each.
+  if (faccessat(folder_ ? folder_.Get() : AT_FDCWD, path, F_OK, 0) != 0) return errno;
+  const int error = Spawn(path, argv_, pid);
+  if (error != ENOEXEC) return error;
+  char shell[] = _PATH_BSHELL;
+  std::vector<char*> argv = {shell, const_cast<char*>(path)};
+  for (char* const* rest = argv_ + 1; *rest != nullptr; ++rest) argv.push_back(*rest);
+  argv.push_back(nullptr);
+  return Spawn(shell, argv.data(), pid);
+}
 
 void LeaveInBackground(pid_t pid) {
   const std::lock_guard<std::mutex> lock(backgroundMutex);
@@ -37,12 +179,6 @@ bool Collect(pid_t pid, int& status) {
   return result != 0;
 }
 
-bool HasEnded(pid_t pid) {
-  siginfo_t info = {};
-  const int result = waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
-  return result != 0 ? errno != EINTR : info.si_pid != 0;
-}
-
 }  // namespace
 
 int64_t MonotonicMs() {
@@ -51,6 +187,24 @@ int64_t MonotonicMs() {
   return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
 }
 
+int StartChild(const TChildPlan& plan, pid_t& pid) {
+  const TStarter starter(plan);
+  int error = ENOENT;
+  bool denied = false;
+  for (const std::string& path :
+       CandidatePaths(plan.program != nullptr ? plan.program : plan.argv[0])) {
+    error = starter.Try(path.c_str(), pid);
+    if (error == 0 && childDescriptors) {
+      prlimit(pid, RLIMIT_NOFILE, &*childDescriptors, nullptr);
+    }
+    if (!SearchGoesOn(error)) return error;
+    denied |= error == EACCES;
+  }
+  return denied ? EACCES : error;
+}
+
+void SetChildDescriptorLimit(const rlimit& original) { childDescriptors = original; }
+
 TChild::TChild(pid_t pid)
     : pid_(pid), process_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
 
@@ -58,24 +212,15 @@ TChild::~TChild() {
   if (pid_ != -1) LeaveInBackground(pid_);
 }
 
-bool TChild::Ended(int& status) {
-  if (!Collect(pid_, status)) return false;
+bool TChild::EndedBy(int64_t deadlineMs, int& status) {
+  while (!Collect(pid_, status)) {
+    const int64_t restMs = deadlineMs - MonotonicMs();
+    if (restMs <= 0) return false;
+    pollfd end = {process_.Get(), POLLIN, 0};  // without a descriptor: a pause
+    poll(&end, 1, static_cast<int>(std::min(restMs, process_ ? kLongestPollMs : kFallbackPollMs)));
+  }
   pid_ = -1;
   return true;
-}
-
-void TChild::WaitUntil(int64_t deadlineMs) const {
-  for (;;) {
-    const int64_t restMs = deadlineMs - MonotonicMs();
-    if (restMs <= 0) return;
-    if (!process_) {
-      if (HasEnded(pid_)) return;
-      poll(nullptr, 0, static_cast<int>(std::min(restMs, kFallbackPollMs)));
-      continue;
-    }
-    pollfd end = {process_.Get(), POLLIN, 0};
-    if (poll(&end, 1, static_cast<int>(std::min(restMs, kLongestPollMs))) > 0) return;
-  }
 }
 
 bool TChild::Kill() const { return kill(pid_, SIGKILL) == 0; }

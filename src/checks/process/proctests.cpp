@@ -33,8 +33,8 @@ bool ScriptUsable(const String& script, const char* what, QovReply& reply) {
   return false;
 }
 
-/// Makes "tmp<kind>qov-<thread>.txt" for the output of a script. It is there before the script's
-/// shell opens it, so that no symbolic link can take its place.
+/// Makes "tmp<kind>qov-<thread>.txt" for the output of a script. It is there before the script
+/// starts, so that no symbolic link can take its place.
 bool MakeOutput(char kind, TTempFile& output, QovReply& reply) {
   char name[48];
   snprintf(name, sizeof(name), "tmp%cqov-%ld.txt", kind, static_cast<long>(GetUniqueThreadID()));
@@ -60,8 +60,8 @@ TFile RunForOutput(String command, const TTempFile& output, QovReply& reply) {
 }
 
 /// Runs a command without a shell, all its output in one file.
-/// Deliberate: the input is "/dev/null". It stands for the output file, which does not exist yet
-/// when the input is opened.
+/// Deliberate: the input is "/dev/null", as a script that reads finds nothing. The output file in
+/// its place would let it read what it has printed itself, and go on for ever.
 int RunIntoFile(const String& command, const TTempFile& output, int timeoutMs, String& err) {
   int exitCode;
   return SystemEx2(command.CStr(), nullptr, nullptr, output.Path(), output.Path(), timeoutMs,
@@ -142,7 +142,7 @@ void ProcessTest_Process(const VxRequest& params, QovReply& reply) {
   const TSettingsView settings = CurrentSettings();
   if (!TestAllowed(settings->process, reply)) return;
   if (!ScriptUsable(settings->proccntscript, "ProcCnt", reply)) return;
-  const String name = params.GetParam(2, 1);
+  const String name = params.GetValue(2);
   if (name.Empty()) {
     reply.SetResult(kResultWrongParameter) += "Name of the process is not specified";
     return;
@@ -178,12 +178,10 @@ void ProcessTest_CPU(const VxRequest&, QovReply& reply) {
 
 void ProcessTest_External(const VxRequest& params, QovReply& reply) {
   if (!TestAllowed(CurrentSettings()->external, reply)) return;
-  const String command = params.GetParam(1, 1);
+  const String command = params.GetText(1);
   int timeoutMs;
-  if (qovDecodeInt(params.GetParam(4, 1), &timeoutMs) == 0) {
-    return RefuseParameter(reply);
-  }
-  if (command.Empty()) {
+  if (qovDecodeInt(params.GetValue(4), &timeoutMs) == 0) return RefuseParameter(reply);
+  if (params.GetValue(1).Empty()) {
     reply.SetResult(kResultWrongParameter);  // Deliberate: the code alone, as servers know it.
     return;
   }
@@ -209,16 +207,16 @@ void ProcessInfo_ProcessesList(const VxRequest&, QovReply& reply) {
 void ProcessTest_ShellScript(const VxRequest& params, QovReply& reply) {
   const TSettingsView settings = CurrentSettings();
   if (!TestAllowed(settings->shellscript, reply)) return;
-  const String text = qovDecodeStrings(params.GetParam(2, 1)).ReplaceAll("\r\n", "\n", 1);
-  const String arguments = qovDecodeStrings(params.GetParam(3, 1));
-  const int timeoutMs = Saturated(1000LL * qovDecodeInt(params.GetParam(4, 1)));
-  const int wantedLines = qovDecodeInt(params.GetParam(5, 1));
+  const String text = qovDecodeStrings(params.GetText(2)).ReplaceAll("\r\n", "\n", 1);
+  const String arguments = qovDecodeStrings(params.GetText(3));
+  const int timeoutMs = Saturated(1000LL * qovDecodeInt(params.GetValue(4)));
+  const int wantedLines = qovDecodeInt(params.GetValue(5));
   TTempFile script;
   if (!MakeScript(text, script, reply)) return;
   TTempFile output;
   if (!output.Choose(nullptr)) return Refuse(reply, "Cannot get temp file");
   if (!output.Create()) return Refuse(reply, "Cannot get script results");
-  const String command = params.GetParam(1, 1)
+  const String command = params.GetText(1)
                              .ReplaceAll("%script%", script.Path(), 0)
                              .ReplaceAll("%params%", arguments.CStr(), 0);
   Delay(settings->delayforscripts);

@@ -17,6 +17,7 @@
 #include "config/tempfolder.h"
 #include "fs/files.h"
 
+int64_t filenumber = 1;
 std::mutex fidmutex;
 
 namespace {
@@ -25,8 +26,11 @@ constexpr int kMinimumSize = 16;  ///< least buffer, and room kept behind the fo
 constexpr int64_t kHighestNumber = 999999;
 constexpr int kTries = 2000;
 constexpr int kCandidateSize = 1024;
+constexpr mode_t kNewFileMode = 0666;
 
-int64_t filenumber = 1;
+/// The modification time of a file that nobody has written since it was made: the first of January
+/// 2000, which every file system can hold.
+constexpr timespec kUnwritten = {946684800, 0};
 
 std::mutex liveMutex;
 std::vector<const char*> livePaths;  // of every TTempFile that has one; under liveMutex
@@ -142,7 +146,6 @@ TTempFile::~TTempFile() {
 
 bool TTempFile::Choose(const char* name) {
   if (gettempfilename(path_, sizeof(path_), name) == 0) return false;
-  unlink(path_);
   const std::lock_guard<std::mutex> lock(liveMutex);
   livePaths.push_back(path_);
   return true;
@@ -161,14 +164,20 @@ int ExecuteAndRemoveTempFiles(const char* path, char* const argv[], char* const 
 }
 
 TFd TTempFile::Create() {
-  return TFd(open(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  TFd fd = CreateFresh(path_, kNewFileMode);
+  const timespec times[] = {kUnwritten, kUnwritten};
+  if (fd) futimens(fd.Get(), times);
+  return fd;
 }
 
 TFile TTempFile::OpenText() const {
   // Without O_NONBLOCK a program could put a pipe here and hold the reader for ever.
   TFd fd(open(path_, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat facts;
-  if (!fd || fstat(fd.Get(), &facts) != 0 || !S_ISREG(facts.st_mode)) return nullptr;
+  if (!fd || !IsRegularFile(fd.Get(), facts)) return nullptr;
+  if (facts.st_mtim.tv_sec == kUnwritten.tv_sec && facts.st_mtim.tv_nsec == kUnwritten.tv_nsec) {
+    return nullptr;
+  }
   TFile file(fdopen(fd.Get(), "r"));
   if (file) fd.Release();
   return file;

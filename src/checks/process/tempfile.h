@@ -8,7 +8,8 @@
 #include "core/owned.h"
 #include "core/wqstring.h"
 
-/// Guards the counter of unique temporary names.
+/// The number last used for a unique temporary name, 1 to 1000000, and what guards it.
+extern int64_t filenumber;
 extern std::mutex fidmutex;
 
 /// A number that no two running threads of this host's agents share: made of the process and the
@@ -32,14 +33,14 @@ class TTempFile {
   TTempFile(const TTempFile&) = delete;
   TTempFile& operator=(const TTempFile&) = delete;
 
-  /// Chooses the path (see gettempfilename) and unlinks what stands there, so that whoever creates
-  /// the file next gets a new one. False when no name could be made.
+  /// Chooses the path (see gettempfilename). False when no name could be made.
   bool Choose(const char* name);
   const char* Path() const { return path_; }
-  /// Creates the file, empty and with mode 0600; fails when something has that path. Returns the
-  /// descriptor, open for writing, or none with errno set.
+  /// Creates the file, empty and with mode 0666 less the umask, in place of whatever has that path.
+  /// Returns the descriptor, open for writing, or none with errno set.
   TFd Create();
-  /// Opens the file for reading; null when it is not there or is not a regular file.
+  /// Opens the file for reading; null when it is not there, is not a regular file, or has not been
+  /// written since Create: opening it to write it anew, as a redirection does, counts as writing.
   TFile OpenText() const;
 
  private:
