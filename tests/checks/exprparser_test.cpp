@@ -67,9 +67,9 @@ TEST(Expressions, HoldForALine) {
   BoolStack stack(1);
   stack.Push(5);
   EXPECT_FALSE(stack.Failed());
-  stack.Or();
-  EXPECT_TRUE(stack.Failed());
   stack.Push(0);
+  EXPECT_TRUE(stack.Failed());
+  stack.Or();
   EXPECT_EQ(1, stack.Pop());
   EXPECT_EQ(0, stack.Pop());
 }

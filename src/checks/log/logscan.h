@@ -12,8 +12,8 @@
 /// of the buffer. A line that the buffer cannot hold, finished or not, may be as long as the file:
 /// of it no more is kept than its first bytes, which of the texts were found, and an overlap of the
 /// longest text from one block to the next. So memory depends on the filters alone, and a scan
-/// reads each byte once. When two checks are to agree, what is kept between them must not run ahead
-/// of what was read: the scan ends at the size that the file had at its start.
+/// reads each byte once. It ends at the size that the file had at its start, for that is what it
+/// records: lines appended meanwhile are left to the next one.
 
 /// How far a text log has been read. The numbers travel with the requests; all are whole.
 struct TLogState {
