@@ -13,35 +13,23 @@ using SettingsTest = TSettingsTest;
 
 TEST_F(SettingsTest, ReadsTheSyntax) {
   const std::string filler(1022, '.');
-  const struct {
-    std::string file;
-    const char *key, *value;
-  } cases[] = {
-      {"comment=a b", "comment", "a b "},
-      {" \tCOMment\t = \t a\tb \t\r\n", "comment", "a\tb "},
-      {"comment=a=b;#c\n", "comment", "a=b;#c "},
-      {"comment=a\n#comment=b\n;comment=c\n #comment=d\ncomment\n=e\nxcomment=f", "comment", "a "},
-      {"comment=a\ncomment\r=b\n", "comment", "a "},
-      {"comment=a\ncomment=\n", "comment", " "},
-      // A long line is read in pieces, so that what stands behind 1,023 bytes is a line.
-      {"#" + filler + "comment=a\n", "comment", "a "},
-      {"#" + filler.substr(1) + "comment=a\n", "comment", " "},
-      {"Port = 8080", "port", "8080 "},
-      {"port=0\nport= +7x\nport=8", "port", "7 "},
-      {"timeout=99999999999", "timeout", "2147483647 "},
-      {"timeout=x", "timeout", "4000 "},
-      {"", "delayforscripts", "90000 "},
-      {"unc=true", "unc", "0 "},
-      {"unc=", "unc", "0 "},
-      {"unc=0\nunc=1abc", "unc", "1 "},
-      {"filterlist=10.0.0.1   10.0.0.2", "filterlist", "10.0.0.1\r\n10.0.0.2 "},
-      {"filterlist=%0D%0A1 %0A2%0D%0A", "filterlist", "1\r\n\n2 "},
-      {"proccntscript=a", "proccntscript", "a "},
-      {"proccntscript=a\nqovpath=/opt/qov", "proccntscript", "/opt//a "},
-      {"cpuusagescript=a/b\nqovpath=/opt/qov", "cpuusagescript", "a/b "},
-      {"qovpath=/opt/qov", "proclistscript", "/opt// "},
-  };
-  for (const auto& c : cases) EXPECT_EQ(Values(Loaded(c.file), {c.key}), c.value) << c.file;
+  // A long line is read in pieces, so that what stands behind 1,023 bytes is a line.
+  const TQovSettings record = Loaded(
+      " \tHost\t = \t a\tb \t\r\ncomment=a=b;#c\npassword=a\n#password=b\n;password=c\n"
+      " #password=d\npassword\n=e\nxpassword=f\npassword\r=g\nupdateaddr=a\nupdateaddr=\n"
+      "#" +
+      filler + "oklogfile=a\n#" + filler.substr(1) +
+      "badlogfile=a\n"
+      "port=0\nport= +7x\nport=8\ntimeout=99999999999\nunc=true\ntcp=\nudp=0\nudp=1a\n"
+      "filterlist=%0D%0A1   2 %0A3%0D%0A\nqovpath=/opt/qov\nproccntscript=a\ncpuusagescript=a/b");
+  EXPECT_EQ(
+      Values(record, {"host", "comment", "password", "updateaddr", "oklogfile", "badlogfile"}),
+      "a\tb a=b;#c a  a log2.txt ");
+  EXPECT_EQ(Values(record, {"port", "timeout", "delayforscripts", "unc", "tcp", "udp"}),
+            "7 2147483647 90000 0 0 1 ");
+  EXPECT_EQ(Values(record, {"filterlist", "proccntscript", "cpuusagescript", "proclistscript"}),
+            "1\r\n2\r\n\n3 /opt//a a/b /opt// ");
+  EXPECT_EQ(Values(Loaded("timeout=x\nproccntscript=a"), {"timeout", "proccntscript"}), "4000 a ");
 }
 
 TEST_F(SettingsTest, EachKeySetsOneField) {
@@ -65,7 +53,6 @@ TEST_F(SettingsTest, ChecksAndPutsRightWhatItLoads) {
   const std::string cases[][3] = {
       // file, its faults, the effective filter
       {mandatory, "", "\r\n"},
-      {mandatory + "filterlist=a b\nfiltermarks=01\n", "", "\r\nb\r\n"},
       {mandatory + "filterlist=a b c d\nfiltermarks=1x1\n", "", "\r\na\r\nc\r\n"},
       {mandatory + "filterlist=a%0D%0A%0D%0Ab\nfiltermarks=111\n", warning, "\r\na\r\n"},
       {mandatory + "filterlist=\nfiltermarks=1\n", warning, "\r\n"},
