@@ -1,15 +1,12 @@
 #include "agent/messages.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
 #include "config/settings.h"
 #include "core/message.h"
-#include "core/owned.h"
 #include "support/scopes.h"
 
 namespace {
@@ -23,15 +20,17 @@ class MessagesTest : public testing::Test {
     ChangeSettings([](TQovSettings& settings) { settings = TQovSettings(); });
   }
 
-  void Change(int success, int fails, unsigned verbose, unsigned debug,
-              const char* okLog = "ok.log") {
+  /// @param on  the switches that are on: s(uccess), f(ails), v(erbose), d(ebug), i(nteractive)
+  void Switch(const std::string& on) {
+    const auto is = [&on](char name) { return on.find(name) != std::string::npos ? 1 : 0; };
     ChangeSettings([&](TQovSettings& settings) {
       folder.Path("qov.cfg").copy(settings.configfile, sizeof settings.configfile - 1);
-      settings.logsuccess = success;
-      settings.logfails = fails;
-      settings.verbose = verbose;
-      settings.debug = debug;
-      settings.oklogfile = okLog;
+      settings.logsuccess = is('s');
+      settings.logfails = is('f');
+      settings.verbose = is('v');
+      settings.debug = is('d');
+      settings.interactive = is('i');
+      settings.oklogfile = "ok.log";
       settings.badlogfile = "bad.log";
       settings.verboselogfile = folder.Path("all.log").c_str();
     });
@@ -43,18 +42,17 @@ class MessagesTest : public testing::Test {
 TEST_F(MessagesTest, SendsEachKindToItsLogs) {
   const struct {
     MsgType kind;
-    int success, fails;
-    unsigned verbose, debug;
+    const char* on;
     const char* logs;
   } cases[] = {
-      {msgOk, 1, 1, 1, 1, "ok all "}, {msgFail, 1, 1, 1, 1, "bad all "},
-      {msgDebug, 1, 1, 1, 1, "all "}, {msgInfo, 1, 1, 1, 1, "all "},
-      {msgDebug, 1, 1, 1, 0, ""},     {msgOk, 0, 1, 1, 1, "all "},
-      {msgOk, 1, 1, 0, 0, "ok "},     {msgFail, 1, 0, 0, 0, ""},
-      {msgFail, 0, 1, 0, 0, "bad "},  {msgInfo, 1, 1, 0, 0, ""},
+      {msgOk, "sfvd", "ok all "}, {msgFail, "sfvd", "bad all "},
+      {msgDebug, "sfvd", "all "}, {msgInfo, "sfvd", "all "},
+      {msgDebug, "sfv", ""},      {msgOk, "fvd", "all "},
+      {msgOk, "sf", "ok "},       {msgFail, "s", ""},
+      {msgFail, "f", "bad "},     {msgInfo, "sf", ""},
   };
   for (const auto& c : cases) {
-    Change(c.success, c.fails, c.verbose, c.debug);
+    Switch(c.on);
     showmessage("x\n", kNoPeer, c.kind, 0);
     std::string logs;
     for (const std::string name : {"ok", "bad", "all"}) {
@@ -65,8 +63,7 @@ TEST_F(MessagesTest, SendsEachKindToItsLogs) {
 }
 
 TEST_F(MessagesTest, FormsItsLines) {
-  Change(1, 0, 0, 0);
-  ChangeSettings([](TQovSettings& settings) { settings.interactive = 1; });
+  Switch("si");
   in_addr peer;
   inet_pton(AF_INET, "10.1.2.3", &peer);
   const auto lines = [](const std::string& start) {
@@ -93,19 +90,12 @@ TEST_F(MessagesTest, FormsItsLines) {
 }
 
 TEST_F(MessagesTest, FollowsAReloadAmidARequest) {
-  Change(0, 0, 1, 0);
+  Switch("v");
   const TSettingsPin pin;
-  Change(1, 0, 0, 0);
+  Switch("s");
   showmessage("x", kNoPeer, msgOk, 0);
   EXPECT_EQ("", ReadFile(folder.Path("all.log")));
   EXPECT_NE("", ReadFile(folder.Path("ok.log")));
-}
-
-TEST_F(MessagesTest, NeverWaitsForALogFile) {
-  mkfifo(folder.Path("fifo").c_str(), 0600);
-  const TFd reader(open(folder.Path("fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  Change(1, 0, 0, 0, "fifo");
-  for (int i = 0; i < 2000; ++i) showmessage("a line that fills the pipe\n", kNoPeer, msgOk, 0);
 }
 
 }  // namespace
