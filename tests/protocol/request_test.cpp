@@ -1,146 +1,118 @@
 #include "protocol/request.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <map>
-#include <thread>
-
 #include "client/vxwire.h"
-#include "support/scopes.h"
-
-namespace {
+#include "core/message.h"
+#include "support/text.h"
 
 constexpr char kText[] = "TEST-X\n Port = 80 \n\r";
 
-std::string& Put(std::string& bytes, int64_t at, int64_t width, int64_t value) {
-  for (; width > 0; --width, value >>= 8)
-    bytes[static_cast<size_t>(at++)] = static_cast<char>(value);
+static std::string said;  // the messages since the last parse, address and kind in front of each
+
+static void Keep(const char* format, in_addr address, MsgType kind, int formatted, va_list args) {
+  char text[100] = "";
+  if (formatted != 0) vsnprintf(text, sizeof text, format, args);
+  said += inet_ntoa(address) + std::to_string(kind) + (formatted != 0 ? text : format);
+}
+
+static std::string Put(std::string bytes, size_t at, int width, int64_t value) {
+  for (; width > 0; --width, value >>= 8) bytes[at++] = static_cast<char>(value);
   return bytes;
 }
 
-class RequestTest : public testing::Test {
- protected:
-  static void SetUpTestSuite() { Twofish_initialise(); }
+struct RequestTest : testing::Test {
+  RequestTest() { Twofish_initialise(); }
+  ~RequestTest() override { SetMessageSink(former); }
 
-  /// Parses a well-formed packet after `damage` has been done to its bytes.
-  int ParseDamaged(const std::function<void(std::string& b)>& damage) {
-    packet = BuildRequest("pw", "k1", kText);
-    damage(packet);
+  int Parse(const std::string& packet, const char* password = "pw") {
     request = ToString(packet);
-    return request.ParseInitRequest("pw", in_addr{});
+    said = "";
+    return request.ParseInitRequest(password, {inet_addr("7.0.0.9")});
   }
 
-  std::string packet;
+  const TMessageSink former = SetMessageSink(&Keep);
+  const std::string good = BuildRequest("pw", "k1", kText);
   VxRequest request;
 };
 
-}  // namespace
-
-TEST_F(RequestTest, AcceptsAGoodPacketAndReportsItsSizes) {
-  TMessageCapture messages;
-  ASSERT_EQ(1, ParseDamaged([](std::string&) {}));
-  EXPECT_EQ("k1", ToStd(request.GetSessionKey()));
+TEST_F(RequestTest, AcceptsAGoodPacketAndKeepsItsKey) {
+  ASSERT_EQ(1, Parse(good));
   EXPECT_EQ(
-      "<-- TCP packet size: 52\n<-- QOV packet size: 48\n<-- Pswd size: 16\n<-- Key size: 2\n"
-      "<-- Req size: 20\n",
-      messages.Texts());
-  EXPECT_EQ(msgDebug, messages.Messages().at(0).kind);
+      "7.0.0.92<-- TCP packet size: 52\n7.0.0.92<-- QOV packet size: 48\n"
+      "7.0.0.92<-- Pswd size: 16\n7.0.0.92<-- Key size: 2\n7.0.0.92<-- Req size: 20\n",
+      said);
+  EXPECT_EQ(kText, ToStd(request));
+  request = "another text";
+  EXPECT_EQ("k1", ToStd(request.GetSessionKey()));
+  EXPECT_EQ(EncodeData("x", "k1", 0), EncodeData("x", *request.SessionCipher(), 0));
+  EXPECT_EQ(1, Parse(BuildRequest("", "", ""), ""));
+  EXPECT_EQ("", ToStd(request));
+  // Deliberate: only a text that reaches past the end is refused.
+  EXPECT_EQ(1, Parse(Put(good, 28, 4, 6)));
+  EXPECT_EQ("TEST-X", ToStd(request));
 }
 
-TEST_F(RequestTest, RefusesEveryDamage) {
-  const std::map<std::string, std::function<void(std::string & b)>> cases = {
-      {"one byte after the request", [](auto& b) { b += 'x'; }},
-      {"one byte missing", [](auto& b) { b.pop_back(); }},
-      {"13 bytes", [](auto& b) { b.resize(13); }},
-      {"nothing", [](auto& b) { b.clear(); }},
-      {"first marker byte", [](auto& b) { b[4] = 0x02; }},
-      {"second marker byte", [](auto& b) { b[5] = 0x13; }},
-      {"first byte of the proof", [](auto& b) { b[8] ^= 1; }},
-      {"last byte of the proof", [](auto& b) { b[23] ^= '\x80'; }},
-      {"no proof", [](auto& b) { b = BuildRequest("", "k1", kText); }},
-      {"proof of another password", [](auto& b) { b = BuildRequest("PW", "k1", kText); }},
-      {"part of the proof", [](auto& b) { Put(Put(b.erase(16, 8), 0, 4, 40), 6, 2, 8); }},
-      {"over the limit", [](auto& b) { b.resize((16 << 20) + 1), Put(b, 0, 4, (16 << 20) - 3); }},
-  };
-  for (const auto& [name, damage] : cases) {
-    SCOPED_TRACE(name);
-    EXPECT_EQ(0, ParseDamaged(damage));
-    EXPECT_EQ(packet, ToStd(request)) << "the packet is kept";
-    EXPECT_EQ("", ToStd(request.GetSessionKey()));
-    EXPECT_EQ(nullptr, request.SessionCipher());
-  }
-}
-
-TEST_F(RequestTest, RefusesEveryLengthThatDoesNotFit) {
-  const int fields[][2] = {{0, 4}, {6, 2}, {24, 2}, {28, 4}};  // L, P, K, R: index and width
-  for (const auto& field : fields) {
-    for (const int64_t value : {-1, INT32_MAX, INT32_MIN, INT32_MAX - 3, 0x7FFF, 0x8000, 39, 21}) {
-      EXPECT_EQ(0, ParseDamaged([&](std::string& b) { Put(b, field[0], field[1], value); }))
-          << "at " << field[0] << ": " << value;
+TEST_F(RequestTest, RefusesEveryDamageWithoutAKeyAndTellsHowFarItCame) {
+  const std::string huge = Put(std::string(0x1000001, ' '), 0, 4, 0xFFFFFD);
+  const std::pair<const char*, std::vector<std::string>> cases[] = {
+      // the last message, packets
+      {"TCP packet size: 0", {""}},
+      {"TCP packet size: 13", {Put(good, 0, 4, 9).substr(0, 13)}},
+      {"TCP packet size: 16777217", {huge}},
+      {"QOV packet size: 48", {good + 'x', good.substr(0, 51)}},
+      {"QOV packet size: 2147483647", {Put(good, 0, 4, INT32_MAX)}},
+      {"Pswd size: 39", {Put(good, 6, 2, 39)}},
+      {"Key size: 23", {Put(good, 24, 2, 23)}},
+      {"Req size: 20", {Put(good, 4, 1, 2), Put(good, 5, 1, 0x13)}},
+      {"Req size: 21", {Put(good, 28, 4, 21)}},
+      {"Req size: -1", {Put(good, 28, 4, -1)}},
+      {"Wrong password or MD5 error",
+       {Put(good, 8, 1, 0), Put(good, 23, 1, 0), BuildRequest("", "k1", kText),
+        Put(Put(std::string(good).erase(16, 8), 0, 4, 40), 6, 2, 8),
+        Put(Put(std::string(good).insert(24, 1, 'x'), 0, 4, 49), 6, 2, 17)}}};
+  for (const auto& [last, packets] : cases) {
+    for (const std::string& packet : packets) {
+      ASSERT_EQ(1, Parse(good));
+      EXPECT_EQ(0, Parse(packet)) << last;
+      EXPECT_EQ(std::string("7.0.0.92<-- ") + last + "\n", said.substr(said.rfind("7.0.0.9")));
+      EXPECT_EQ(packet, ToStd(request)) << "the packet is kept";
+      EXPECT_TRUE(request.GetSessionKey().Empty() && request.SessionCipher() == nullptr) << last;
     }
   }
-}
-
-// Deliberate: only a text that reaches past the end is refused.
-TEST_F(RequestTest, UsesNoMoreTextThanAnnounced) {
-  for (const int size : {0, 1, 19}) {
-    EXPECT_EQ(1, ParseDamaged([&](std::string& b) { Put(b, 28, 4, size); }));
-    EXPECT_EQ(String(kText).Copy(1, size), request);
-  }
-}
-
-TEST_F(RequestTest, FollowsTheConfiguredPassword) {
-  for (const char* password : {"pw", "", "other", "pw"}) {
-    request = ToString(BuildRequest(password, "key", kText));
-    EXPECT_EQ(1, request.ParseInitRequest(password, in_addr{})) << password;
-    EXPECT_EQ(kText, ToStd(request));
-    request = ToString(BuildRequest(password, "", ""));
-    EXPECT_EQ(1, request.ParseInitRequest(password, in_addr{})) << "empty key and text";
-    EXPECT_EQ(0, request.ParseInitRequest(password, in_addr{})) << "no packet any more";
-    EXPECT_EQ(nullptr, request.SessionCipher());
-  }
-}
-
-TEST_F(RequestTest, ServesThreadsUnderDifferentPasswords) {
-  const auto parse = [](const char* password) {
-    for (int i = 0; i < 50; ++i) {
-      VxRequest mine;
-      mine = ToString(BuildRequest(password, "key", kText));
-      EXPECT_EQ(1, mine.ParseInitRequest(password, in_addr{}));
-      EXPECT_EQ(kText, ToStd(mine));
-    }
-  };
-  std::thread other(parse, "old");
-  parse("new");
-  other.join();
 }
 
 TEST_F(RequestTest, IsWholeWhenNothingMoreIsWorthWaitingFor) {
-  const int64_t cases[][3] = {{48, 51, 0},       {48, 52, 1},        {48, 53, 1},
-                              {10, 14, 1},       {0, 13, 0},         {-1, 13, 0},
-                              {-1, 14, 1},       {INT32_MIN, 14, 1}, {INT32_MAX, 14, 1},
-                              {0xFFFFFC, 14, 0}, {0xFFFFFD, 14, 1}};  // announced, there, whole
+  const int64_t cases[][3] = {{48, 51, 0},       {48, 52, 1},       {48, 53, 1},
+                              {10, 14, 1},       {0, 13, 0},        {-1, 14, 1},
+                              {0xFFFFFC, 14, 0}, {0xFFFFFD, 14, 1}, {INT32_MAX, 14, 1}};
   for (const auto& [announced, size, whole] : cases) {
-    std::string bytes(static_cast<size_t>(size), '\0');
-    request = ToString(Put(bytes, 0, 4, announced));
+    request = ToString(Put(std::string(static_cast<size_t>(size), '\0'), 0, 4, announced));
     EXPECT_EQ(whole, request.WholePacket()) << announced << " of " << size;
   }
 }
 
 TEST_F(RequestTest, ReadsLinesByPositionAndByName) {
-  request = "first\n  second \nthird";
-  EXPECT_EQ(2, request.GetParamsCount());
-  const std::map<int, std::string> lines = {
-      {-1, "first"}, {0, "first"}, {1, "first"}, {2, "second"}, {3, "third"}, {4, ""}, {5, ""}};
-  for (const auto& [n, line] : lines) EXPECT_EQ(line, ToStd(request.GetParam(n, 1))) << n;
-  EXPECT_EQ("  second ", ToStd(request.GetParam(2, 0)));
-  EXPECT_EQ("", ToStd(VxRequest().GetParam(1, 1)));
   request = "no sign\n Port = 80 \nport=81\nPort=82\na==b=\nempty=\nlast=x";
-  const std::map<std::string, std::string> values = {
-      {"Port", "80"}, {"port", "81"},  {"a", "=b="},
-      {"empty", ""},  {"no sign", ""}, {"last", ""}};  // a line without its line feed
-  for (const auto& [name, value] : values) {
-    EXPECT_EQ(value, ToStd(request.GetNamedParam(name.c_str()))) << name;
+  EXPECT_EQ(6, request.GetParamsCount());
+  const char* lines[] = {"no sign", "no sign", "Port = 80", "port=81", "Port=82",
+                         "a==b=",   "empty=",  "last=x",    "",        ""};
+  for (int n = 0; const char* line : lines) EXPECT_EQ(line, ToStd(request.GetParam(n++, 1)));
+  EXPECT_EQ(" Port = 80 ", ToStd(request.GetParam(2, 0)));
+  EXPECT_EQ("80", ToStd(request.GetNamedParam("Port")));
+  EXPECT_EQ("=b=", ToStd(request.GetNamedParam("a")));
+  // Deliberate: a line without its line feed is none.
+  for (const char* name : {"empty", "no sign", "", "last"})
+    EXPECT_EQ("", ToStd(request.GetNamedParam(name)));
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      // line, as a value, as a text
+      {" a b\t", "a b", " a b\t"}, {"\x7f\xc3\xa9\x1f", "\xc3\xa9", "\x7f\xc3\xa9\x1f"},
+      {"x\r", "x", "x"},           {"\r\r", "", "\r"},
+      {"\rx", "x", "\rx"},         {"", "", ""}};
+  for (const auto& [line, value, text] : cases) {
+    request = String("first\n") + line + "\nlast";
+    EXPECT_EQ(value, ToStd(request.GetValue(2)));
+    EXPECT_EQ(text, ToStd(request.GetText(2)));
   }
 }
