@@ -8,10 +8,7 @@
 #include "support/peers.h"
 #include "support/scopes.h"
 
-namespace {
-
-class ConfigCheckTest : public TSettingsTest {
- protected:
+struct ConfigCheckTest : TSettingsTest {
   ConfigCheckTest() {
     chmod(folder.File("plain").c_str(), 0600);
     chmod(folder.Folder("tmp").c_str(), 0700);
@@ -112,5 +109,3 @@ TEST_F(ConfigCheckTest, ReportsATakenPort) {
   EXPECT_EQ(CheckGoodWith("port=" + std::to_string(port) + "\n"),
             "2W the port is taken (by the agent, if it runs) or may not be opened\n");
 }
-
-}  // namespace

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <math.h>
 
 #include "client/format.h"
 #include "client/json.h"
@@ -15,145 +16,164 @@ static TRange Range(const char* text) {
   return range;
 }
 
+/// An answer from its code and lines, '|' between them.
+static TAnswer Answer(std::string text) {
+  TAnswer answer = {text.substr(0, 3)};
+  for (size_t bar; (bar = text.find('|')) != text.npos;) {
+    text.erase(0, bar + 1);
+    answer.lines.push_back(text.substr(0, text.find('|')));
+  }
+  return answer;
+}
+
 TEST(JudgeTest, MapsAnswersToStates) {
+  const char disk[] = "200|1000|300|100";
+  const char file[] = "200|10|01012026000000|01012026000000|/f|min|90";
+  const char info[] = "200|ActiveConnections=2|OpenedConnections=7|FailedConnections=1";
   const struct {
     const char* command;
-    TAnswer answer;
+    const char* answer;
     TJudgeOptions options;
     TPluginState state;
     const char* text;  // part of the first line
   } cases[] = {
-      {"disk", {"200", {"1000", "300", "100"}}, {}, stateOk, "used 700 B"},
-      {"disk", {"200", {"1000", "300", "100"}}, {Range("699")}, stateWarning, "(warning at 699)"},
-      {"disk", {"200", {"1000", "300", "100"}}, {Range("1"), Range("2")}, stateCritical, "used"},
+      {"disk", disk, {}, stateOk, "used 700 B"},
+      {"disk", disk, {Range("699")}, stateWarning, "(warning at 699)"},
+      {"disk", disk, {Range("1"), Range("2")}, stateCritical, "used"},
       {"disk",
-       {"200", {"1000", "300", "100"}},
+       disk,
        {{}, Range("80"), "used_pct"},
        stateCritical,
        "used_pct 87.5% (critical at 80)"},
-      {"disk",
-       {"200", {"1000", "300", "100"}},
-       {{}, Range("150:"), "avail"},
-       stateCritical,
-       "avail 100 B"},
-      {"disk", {"200", {"0", "0", "0"}}, {{}, Range("80"), "used_pct"}, stateOk, "used_pct 0%"},
-      {"disk", {"301", {}}, {}, stateUnknown, "301 could not be performed"},
-      {"disk", {"300", {"bad", "worse"}}, {}, stateCritical, "bad, worse"},
-      {"disk", {"302", {}}, {}, stateUnknown, "302"},
-      {"disk", {"501", {"Path not specified"}}, {}, stateUnknown, "Path not specified"},
-      {"disk",
-       {"600", {"test is not allowed"}},
-       {},
-       stateUnknown,
-       "refused by the agent's settings"},
-      {"file", {"301", {"no such file or acess denied"}}, {}, stateUnknown, "no such file"},
-      {"file", {"301", {"no such file or acess denied"}}, {.missing = stateOk}, stateOk, "no such"},
-      {"checksum", {"301", {"Read error"}}, {.missing = stateOk}, stateUnknown, "Read error"},
-      {"file",
-       {"200", {"10", "01012026000000", "01012026000000", "/f", "min", "90"}},
-       {{}, Range("3600")},
-       stateCritical,
-       "age 5400 s"},
-      {"compare", {"200", {"1"}}, {}, stateOk, "equal"},
-      {"compare", {"200", {"0"}}, {}, stateCritical, "not equal"},
-      {"external", {"200", {"0"}}, {}, stateOk, "exit code 0"},
-      {"external", {"200", {"1"}}, {}, stateWarning, "exit code 1"},
-      {"external", {"200", {"3"}}, {}, stateUnknown, "exit code 3"},
-      {"external", {"200", {"127"}}, {}, stateUnknown, "exit code 127"},
-      {"external", {"200", {"-1"}}, {}, stateUnknown, "exit code -1"},
-      {"shell-script", {"200", {"ScriptRes:Ok, all well", ""}}, {}, stateOk, "Ok, all well"},
-      {"shell-script", {"200", {"scriptres: WARNING x", ""}}, {}, stateWarning, "WARNING x"},
-      {"shell-script", {"200", {"2", ""}}, {}, stateCritical, "2"},
-      {"shell-script", {"200", {"whatever", ""}}, {}, stateUnknown, "whatever"},
-      {"shell-script", {"200", {"", ""}}, {}, stateUnknown, "no result"},
-      {"shell-script",
-       {"200", {"ScriptRes:7.5 files", ""}},
-       {Range("5"), Range("9")},
-       stateWarning,
-       "7.5 files"},
-      {"shell-script", {"200", {"ScriptRes:Ok", ""}}, {Range("5")}, stateUnknown, "no number"},
-      {"checksum", {"200", {"873187033"}}, {}, stateOk, "0x340bc6d9"},
-      {"checksum", {"200", {"873187033"}}, {.expect = "0x340BC6D9"}, stateOk, "873187033"},
-      {"checksum", {"200", {"873187033"}}, {.expect = "873187034"}, stateCritical, "expected"},
-      {"tcp", {"200", {"12", "220 ready%0D%0A"}}, {.expect = "220"}, stateOk, "time 12 ms"},
-      {"tcp", {"200", {"12", "220 ready%0D%0A"}}, {.expect = "250"}, stateCritical, "unexpected"},
-      {"tcp", {"200", {"12", ""}}, {.expect = "250"}, stateCritical, "no answer, time 12 ms"},
-      {"tcp", {"200", {"12", "x"}}, {Range("5"), {}, "", "x"}, stateWarning, "time 12 ms"},
-      {"tcp", {"301", {"", "-6"}}, {}, stateUnknown, "the connection failed"},
-      {"tcp", {"301", {"Timeout", "0"}}, {.missing = stateCritical}, stateCritical, "Timeout"},
-      {"info",
-       {"200", {"ActiveConnections=2", "OpenedConnections=7", "FailedConnections=1"}},
-       {{}, Range("0"), "failed"},
-       stateCritical,
-       "failed 1"},
+      {"disk", disk, {{}, Range("150:"), "avail"}, stateCritical, "avail 100 B"},
+      {"disk", "200|0|0|0", {{}, Range("80"), "used_pct"}, stateOk, "used_pct 0%"},
+      {"disk", "301", {}, stateUnknown, "301 could not be performed"},
+      {"disk", "300|bad|worse", {}, stateCritical, "bad, worse"},
+      {"disk", "600|test is not allowed", {}, stateUnknown, "refused by the agent's settings"},
+      {"file", "301|no such file or acess denied", {}, stateUnknown, "no such"},
+      {"file", "301|no such file or acess denied", {.missing = stateOk}, stateOk, "no such"},
+      {"checksum", "301|Read error", {.missing = stateOk}, stateUnknown, "Read error"},
+      {"file", file, {{}, Range("3600")}, stateCritical, "age 5400 s"},
+      {"compare", "200|1", {}, stateOk, "equal"},
+      {"compare", "200|0", {}, stateCritical, "not equal"},
+      {"external", "200|0", {}, stateOk, "exit code 0"},
+      {"external", "200|1", {}, stateWarning, "exit code 1"},
+      {"external", "200|127", {}, stateUnknown, "exit code 127"},
+      {"external", "200|-1", {}, stateUnknown, "exit code -1"},
+      {"shell-script", "200|ScriptRes:Ok, all well|", {}, stateOk, "Ok, all well"},
+      {"shell-script", "200|scriptres: WARNING x|", {}, stateWarning, "WARNING x"},
+      {"shell-script", "200|2|", {}, stateCritical, "2"},
+      {"shell-script", "200|whatever|", {}, stateUnknown, "whatever"},
+      {"shell-script", "200||", {}, stateUnknown, "no result"},
+      {"shell-script", "200|ScriptRes:7.5 f|", {Range("5"), Range("9")}, stateWarning, "7.5 f"},
+      {"shell-script", "200|ScriptRes:Ok|", {Range("5")}, stateUnknown, "no number"},
+      {"checksum", "200|873187033", {.expect = "0x340BC6D9"}, stateOk, "0x340bc6d9"},
+      {"checksum", "200|873187033", {.expect = "873187034"}, stateCritical, "expected"},
+      {"tcp", "200|12|220 ready%0D%0A", {.expect = "220"}, stateOk, "time 12 ms"},
+      {"tcp", "200|12|220 ready%0D%0A", {.expect = "250"}, stateCritical, "unexpected"},
+      {"tcp", "200|12|", {.expect = "250"}, stateCritical, "no answer, time 12 ms"},
+      {"tcp", "200|12|x", {Range("5"), {}, "", "x"}, stateWarning, "time 12 ms"},
+      {"tcp", "301||-6", {}, stateUnknown, "the connection failed"},
+      {"tcp", "301|Timeout|0", {.missing = stateCritical}, stateCritical, "Timeout"},
+      {"info", info, {{}, Range("0"), "failed"}, stateCritical, "failed 1"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.command) + ' ' + c.answer.code + ' ' + c.answer.Text());
+    SCOPED_TRACE(std::string(c.command) + ' ' + c.answer);
     const TCommand& command = *FindCommand(c.command);
     CheckJudgeOptions(command, c.options);
-    const TJudgement judgement = JudgeAnswer(command, c.answer, c.options);
+    const TJudgement judgement = JudgeAnswer(command, Answer(c.answer), c.options);
     EXPECT_EQ(c.state, judgement.state);
     EXPECT_THAT(judgement.text, HasSubstr(c.text));
   }
-}
-
-TEST(JudgeTest, MeasuresEveryMetricWithTheThresholdsAtTheChosenOne) {
-  const TJudgement judgement =
-      JudgeAnswer(*FindCommand("disk"), {"200", {"1000", "300", "100"}},
-                  {.warning = Range("50"), .critical = Range("95"), .metric = "used_pct"});
-  EXPECT_THAT(FormatJudgement("DISK", judgement),
-              HasSubstr("| 'used'=700B;;;0;1000 'free'=300B;;;0;1000 'avail'=100B;;;0;1000 "
-                        "'used_pct'=87.5%;50;95;0;100\n"));
-}
-
-TEST(JudgeTest, CountsLogMatches) {
-  const TJudgeOptions limits = {.warning = Range("0"), .critical = Range("2")};
-  EXPECT_EQ(stateOk, JudgeLog({0}, limits).state);
-  EXPECT_EQ(stateWarning, JudgeLog({1, false, "x"}, limits).state);
-  const TJudgement many = JudgeLog({3, true, "the last"}, limits);
-  EXPECT_EQ(
-      "L CRITICAL: 3 matches (critical at 2), more are waiting, last: the last | "
-      "'matches'=3;0;2;0\n",
-      FormatJudgement("L", many));
-}
-
-TEST(JudgeTest, RefusesOptionsThatDoNotFit) {
+  EXPECT_THROW(JudgeAnswer(*FindCommand("disk"), Answer("200|1000"), {}), TSilence);
   EXPECT_THROW(CheckJudgeOptions(*FindCommand("compare"), {.warning = Range("1")}), TUsageFailure);
   EXPECT_THROW(CheckJudgeOptions(*FindCommand("disk"), {.metric = "usage"}), TUsageFailure);
   EXPECT_THROW(CheckJudgeOptions(*FindCommand("checksum"), {.expect = "abc"}), TUsageFailure);
 }
 
-TEST(JudgeTest, TakesAShortReplyForNone) {
-  EXPECT_THROW(JudgeAnswer(*FindCommand("disk"), {"200", {"1000"}}, {}), TSilence);
+TEST(JudgeTest, WritesOneLineWithEveryMetric) {
+  const TJudgement disk = JudgeAnswer(*FindCommand("disk"), Answer("200|1000|300|100"),
+                                      {Range("50"), Range("95"), "used_pct"});
+  EXPECT_THAT(FormatJudgement("DISK", disk),
+              HasSubstr("| 'used'=700B;;;0;1000 'free'=300B;;;0;1000 'avail'=100B;;;0;1000 "
+                        "'used_pct'=87.5%;50;95;0;100\n"));
+  const TJudgeOptions limits = {.warning = Range("0"), .critical = Range("2")};
+  EXPECT_EQ(stateWarning, JudgeLog({1, false, "x"}, limits).state);
+  EXPECT_EQ(
+      "L CRITICAL: 3 matches (critical at 2), more are waiting, last: the last | "
+      "'matches'=3;0;2;0\n",
+      FormatJudgement("L", JudgeLog({3, true, "the last"}, limits)));
+  EXPECT_EQ(
+      "X UNKNOWN: a b / c | 'it''s a_b'=1 'n'=3c;;~:5\nmore / lines\n",
+      FormatJudgement(
+          "X",
+          {stateUnknown, "a\nb | c", {{"it's a=b", 1}, {"n", 3, "c", "", "~:5"}}, "more | lines"}));
+}
+
+TEST(RangeTest, AlertsOutsideTheClosedRangeOrInsideWithAt) {
+  const struct {
+    const char* range;
+    std::vector<double> quiet, alerting;
+  } cases[] = {{"10", {0, 10}, {-0.1, 10.1}},       {"10:", {10, 1e300}, {9.9}},
+               {":10", {0, 10}, {-1, 11}},          {"~:10", {-1e300, 10}, {10.5}},
+               {"@10:20", {9.99, 20.01}, {10, 20}}, {"@~:-5", {-4.9, 0}, {-5, -100}},
+               {"-5:-1.5", {-5, -1.5}, {0, -6}},    {"+.5:1.", {.5, 1}, {.4, 1.1}}};
+  for (const auto& c : cases) {
+    for (const double value : c.quiet) EXPECT_FALSE(Range(c.range).Alerts(value)) << c.range;
+    for (const double value : c.alerting) EXPECT_TRUE(Range(c.range).Alerts(value)) << c.range;
+  }
+  EXPECT_FALSE(TRange().Alerts(-1)) << "no threshold was given";
+  for (const char* text : {"", "@", "~", "5:3", "x", "1:x", "1:2:3", "1e3", "inf", "nan", "0x10",
+                           " 1", "1 ", "1:~", "@@1", "-", ".", "1.2.3"}) {
+    TRange range = Range("7");
+    std::string error;
+    EXPECT_FALSE(ParseRange(text, range, error)) << text;
+    EXPECT_EQ("7", range.text);
+    EXPECT_NE("", error);
+  }
+}
+
+TEST(StateTest, IsReadByNameOrNumberAndWeighed) {
+  TPluginState state = stateOk;
+  for (const char* bad : {"4", "badness", "", "okay"}) EXPECT_FALSE(ParseState(bad, state)) << bad;
+  for (const char* good : {"3", "UNKNOWN", "u"}) {
+    EXPECT_TRUE(ParseState(good, state = stateOk)) << good;
+    EXPECT_EQ(stateUnknown, state);
+  }
+  EXPECT_EQ(stateCritical, WorseState(stateCritical, stateUnknown));
+  EXPECT_EQ(stateWarning, WorseState(stateUnknown, stateWarning));
+  EXPECT_EQ(stateUnknown, WorseState(stateOk, stateUnknown));
+}
+
+TEST(FormatTest, WritesNumbersWithoutExponents) {
+  const std::pair<double, const char*> cases[] = {
+      {-0.0, "0"},         {12.5, "12.5"},  {0.1, "0.1"}, {1e15, "1000000000000000"},
+      {1e-7, "0.0000001"}, {INFINITY, "U"}, {NAN, "U"}};
+  for (const auto& [number, text] : cases) EXPECT_EQ(text, PlainNumber(number));
+  EXPECT_EQ(301u, PlainNumber(1e300).size());
 }
 
 TEST(FormatTest, ShowsTypedValuesInColumns) {
-  const TAnswer answer = {
-      "200", {"  1536", "24112026170309", "01012026000000", "/var/log/x", "min", "4000"}};
+  const TAnswer answer = Answer("200|  1536|24112026170309|01012026000000|/var/log/x|min|4000");
   EXPECT_EQ(
-      "size      1.5 KiB (1536 B)\n"
-      "changed   2026-11-24 17:03:09\n"
-      "modified  2026-01-01 00:00:00\n"
-      "file      /var/log/x\n"
-      "age       4000 min (2.8 days)\n",
+      "size      1.5 KiB (1536 B)\nchanged   2026-11-24 17:03:09\n"
+      "modified  2026-01-01 00:00:00\nfile      /var/log/x\nage       4000 min (2.8 days)\n",
       FormatAnswer(*FindCommand("file"), answer, false));
   const std::string json = JsonAnswer(*FindCommand("file"), answer, false);
-  EXPECT_THAT(json, HasSubstr("\"size\": 1536,"));
-  EXPECT_THAT(json, HasSubstr("\"changed\": \"2026-11-24T17:03:09\""));
-  EXPECT_THAT(json, HasSubstr("\"age\": \"min\""));
+  for (const char* part :
+       {"\"size\": 1536,", "\"changed\": \"2026-11-24T17:03:09\"", "\"age\": \"min\""}) {
+    EXPECT_THAT(json, HasSubstr(part));
+  }
+  EXPECT_THAT(JsonRaw("X", Answer("200|\xff\xfe")), HasSubstr("\xEF\xBF\xBD"));
 }
 
 TEST(FormatTest, MasksThePasswordUnlessAskedFor) {
-  const TCommand& settings = *FindCommand("settings");
-  const TAnswer answer = {
-      "200", {"Password=secret", "Available tests=A%0D%0AB%0D%0A", "Enabled tests=01"}};
+  const TCommand& row = *FindCommand("settings");
+  const TAnswer answer =
+      Answer("200|Password=secret|Available tests=A%0D%0AB%0D%0A|Enabled tests=01");
   EXPECT_EQ("Password  ********\nTests     off  A\n          on   B\n",
-            FormatAnswer(settings, answer, false));
-  EXPECT_THAT(FormatAnswer(settings, answer, true), HasSubstr("secret"));
-  EXPECT_THAT(JsonAnswer(settings, answer, false), Not(HasSubstr("secret")));
-  EXPECT_THAT(JsonAnswer(settings, answer, false), HasSubstr("\"B\": true"));
-}
-
-TEST(FormatTest, GivesValidJsonForAnyBytes) {
-  EXPECT_THAT(JsonRaw("X", {"200", {"\xff\xfe"}}), HasSubstr("\xEF\xBF\xBD"));
+            FormatAnswer(row, answer, false));
+  EXPECT_THAT(FormatAnswer(row, answer, true), HasSubstr("secret"));
+  EXPECT_THAT(JsonAnswer(row, answer, false),
+              AllOf(Not(HasSubstr("secret")), HasSubstr("\"B\": true")));
 }
