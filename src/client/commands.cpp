@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "client/rows.h"
-
 bool TCommand::NeedsNothing() const {
   return std::all_of(params.begin(), params.end(),
                      [](const TParam& param) { return param.preset != nullptr; });

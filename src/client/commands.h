@@ -106,3 +106,11 @@ inline constexpr int kTextLogMatch = 0, kTextLogLine = 1, kTextLogMore = 2, kTex
 const std::vector<TCommand>& Commands();
 /// The row of a subcommand, or null.
 const TCommand* FindCommand(const std::string& name);
+
+/// The parts of the table, each in its own file.
+/// Rows for disks, folders and files, and for text logs.
+std::vector<TCommand> FileRows();
+/// Rows for processes, scripts, the network, actions, and what the agent tells of itself.
+std::vector<TCommand> SystemRows();
+/// Rows for commands that this platform answers with "500".
+std::vector<TCommand> UnsupportedRows();

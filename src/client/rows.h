@@ -49,10 +49,3 @@ inline TParam Macros(int position) {
 inline TParam TimeLimit(int position, const char* presetMs) {
   return Whole(position, "--time-limit", presetMs, "milliseconds that the agent waits");
 }
-
-/// Rows for disks, folders and files, and for text logs.
-std::vector<TCommand> FileRows();
-/// Rows for processes, scripts, the network, actions, and what the agent tells of itself.
-std::vector<TCommand> SystemRows();
-/// Rows for commands that this platform answers with "500".
-std::vector<TCommand> UnsupportedRows();
