@@ -1,129 +1,149 @@
 #include "core/wqstring.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <limits.h>
 
-#include <tuple>
-#include <utility>
+#include <algorithm>
+#include <random>
 
 #include "support/text.h"
 
-TEST(StringTest, SizesItsBufferByTheStep) {
-  for (const auto& [bytes, capacity] : {std::pair(1, 128), {127, 128}, {128, 256}, {256, 384}}) {
-    EXPECT_EQ(capacity, ToString(std::string(static_cast<size_t>(bytes), 'x')).Capacity()) << bytes;
-  }
-  String s("0123456789");
+using testing::ElementsAre;
+
+TEST(StringTest, GrowsByTheStepAndCutsInAFixedBuffer) {
+  String s("0123456789"), fixed(8), grown(0);
+  s.SetLength(127);
+  EXPECT_EQ(128, s.Capacity());
   s.SetLength(128);
-  EXPECT_EQ(256, s.Capacity());
   EXPECT_EQ(std::string("0123456789") + std::string(118, '\0'), ToStd(s));
   s = "";
   EXPECT_EQ(256, s.Capacity());
   s = String();
   EXPECT_EQ(nullptr, s.Data()) << "assigning an empty string releases the buffer";
+  s = ToString(std::string(100, 'x'));
+  s += s;
+  s.AddData(s.Data() + 50, 100);  // its own bytes across a growth
+  EXPECT_EQ(std::string(300, 'x'), ToStd(s));
+  grown += "0123456789";
+  fixed = grown.CStr();
+  EXPECT_EQ(16, fixed.AddChar('c') + fixed.AddData("ab", 2));
+  fixed.Delete(7, 1);
+  (fixed += 'c') += "de";
+  EXPECT_EQ("0123457c", fixed);
+  EXPECT_EQ(8, fixed.Capacity());
+  EXPECT_EQ(136, fixed.SetZero().Capacity());
+  String moved(std::move(fixed));
+  moved += grown + '8' + "9" + s;
+  EXPECT_EQ("0123457c012345678989" + std::string(300, 'x'), ToStd(moved));
 }
 
-TEST(StringTest, FixedStringCutsWhatDoesNotFitAndACopyGrows) {
-  String s(8);
-  s = "0123456789";
-  s += "ab";
-  s += 'c';
-  EXPECT_EQ("01234567", s);
-  EXPECT_EQ(136, s.SetZero().Capacity());
-  String moved(std::move(s));
-  moved += "89";
-  EXPECT_EQ("0123456789", moved);
-  moved = ToString(std::string(100, 'x'));
-  moved += moved;
-  moved.AddData(moved.Data() + 50, 100);  // its own bytes across a growth
-  EXPECT_EQ(std::string(300, 'x'), ToStd(moved));
-}
+namespace {
 
-TEST(StringTest, SearchesWithOptions) {
-  const std::tuple<const char*, const char*, int, int, int> cases[] = {
-      {"concat cat", "cat", 1, 1, 8}, {"a cat", "CAT", 0, 0, 3},    {"a cat", "CAT", 1, 0, 0},
-      {"cats", "cat", 1, 1, 0},       {"cat9 cat", "cat", 1, 1, 6}, {"_cat_", "cat", 1, 1, 2},
-      {"aaa-aa", "aa", 1, 1, 5},      {"abc", "", 1, 0, 0},         {"\xC9x", "\xE9X", 0, 0, 0},
+/// What String::Search must find.
+int SimpleSearch(const std::string& text, const std::string& what, bool caseSensitive, bool whole) {
+  const auto isWord = [](char c) { return isascii(c) && isalnum(c); };
+  const auto isSame = [caseSensitive](char a, char b) {
+    return a == b || (!caseSensitive && isascii(a) && isascii(b) && tolower(a) == tolower(b));
   };
-  for (const auto& [text, what, caseSensitive, wholeWord, position] : cases) {
-    EXPECT_EQ(position, String(text).Search(what, caseSensitive, wholeWord)) << text << what;
+  for (auto p = text.begin(); !what.empty(); ++p) {
+    p = std::search(p, text.end(), what.begin(), what.end(), isSame);
+    if (p == text.end()) return 0;
+    const auto after = p + static_cast<ptrdiff_t>(what.size());
+    const bool inWord =
+        (p != text.begin() && isWord(p[-1])) || (after != text.end() && isWord(*after));
+    if (!whole || !inWord) return static_cast<int>(p - text.begin()) + 1;
   }
+  return 0;
+}
+
+}  // namespace
+
+// Half of the texts repeat a few bytes, so that what is looked for nearly stands everywhere.
+TEST(StringTest, FindsWhatASimpleSearchFinds) {
+  constexpr char kBytes[] = "aA-_bB zZ@[`{09/:\xC9\xE9";
+  std::minstd_rand random(1);
+  const auto below = [&random](size_t bound) { return random() % bound; };
+  for (size_t round = 0; round < 2000; ++round) {
+    std::string unit(1 + below(round % 2 == 0 ? 5 : 500), 'x'), text(below(700), 'x');
+    for (char& c : unit) c = kBytes[below(1 + round % (sizeof kBytes - 1))];
+    for (size_t i = 0; i < text.size(); ++i) text[i] = unit[i % unit.size()];
+    std::string what = text.substr(below(text.size() + 1), below(round % 3 == 0 ? 4 : 300));
+    for (std::string* changed : {&text, &text, &what}) {
+      if (below(3) != 0 && !changed->empty()) (*changed)[below(changed->size())] = kBytes[below(9)];
+    }
+    for (const int options : {3, 1, 2, 0}) {
+      const int cased = options & 1, whole = options & 2;
+      if (cased == 0) strupper(what.data(), static_cast<int>(what.size() / 2));
+      ASSERT_EQ(SimpleSearch(text, what, cased, whole),
+                ToString(text).Search(ToString(what), cased, whole))
+          << text << '\n'
+          << what;
+    }
+  }
+  EXPECT_EQ(0, mempos(nullptr, 1, "a", 1) + mempos("a", 1, nullptr, 1) + mempos("a", 1, "a", 0));
+  EXPECT_EQ(3, mempos("aAA", 3, "A", 1) + memposi("aAA", 3, "A", 1));
+  EXPECT_EQ(4, String("abc").Pos('b') + String("abc").Pos("bx", 1) + String("abc").Pos(nullptr));
 }
 
 // Deliberate: RemoveRepeats keeps two at the start, ReplaceAll a remainder that is one occurrence;
 // bytes above 127 are blank, being negative.
 TEST(StringTest, TakesAndChangesParts) {
-  const std::pair<const char*, String> cases[] = {
-      {"bcd", String("abcd").Copy(2, INT_MAX)},
-      {"", String("abcd").Copy(5, 1)},
-      {"", String("a,,c").GetWord(2, ',')},
-      {"c", String("a,,c").GetWord(3, ',')},
-      {"a", String("a,,c").GetWord(0, ',')},
-      {"", String("a,b,").GetWord(3, ',')},
-      {"", String("a,b").GetWord(3, ',')},
-      {"a\xE9z", String(" \t\xE9\x61\xE9z\x80\n").Trim()},
-      {"a b", String("a   b").RemoveRepeats(' ')},
-      {"a ", String("a  ").RemoveRepeats(' ')},
-      {"  x", String("   x").RemoveRepeats(' ')},
-      {"ab", String("ab").ReplaceAll("ab", "X", 1)},
-      {"Xc", String("abc").ReplaceAll("ab", "X", 1)},
-      {"xXab", String("xabab").ReplaceAll("ab", "X", 1)},
-      {"xX", String("xab").ReplaceAll("AB", "X", 0)},
-      {"abc", String("abc").ReplaceAll("", "X", 1)}};
-  for (const auto& [expected, result] : cases) EXPECT_EQ(expected, result);
-  const std::tuple<int, int, const char*> deletes[] = {
-      {0, 1, "abcd"}, {5, 1, "abcd"}, {3, 9, "ab"}};
-  for (const auto& [start, count, left] : deletes) {
-    String s("abcd");
-    s.Delete(start, count);
-    EXPECT_EQ(left, s);
+  using S = String;
+  const S list("a,,c"), four("abcd");
+  EXPECT_THAT((std::vector{four.Copy(2, INT_MAX), four.Copy(4, 1), four.Copy(5, 1)}),
+              ElementsAre("bcd", "d", ""));
+  EXPECT_THAT((std::vector{list.GetWord(0, ','), list.GetWord(2, ','), list.GetWord(3, ','),
+                           list.GetWord(4, ','), S("a,").GetWord(2, ',')}),
+              ElementsAre("a", "", "c", "", ""));
+  EXPECT_THAT((std::vector{S(" \t\xE9\x61\xE9z\x80\n").Trim(), S(" !b! ").Trim(), S("   ").Trim()}),
+              ElementsAre("a\xE9z", "!b!", ""));
+  EXPECT_THAT((std::vector{S("a   b").RemoveRepeats(' '), S("a  ").RemoveRepeats(' '),
+                           S("   x").RemoveRepeats(' ')}),
+              ElementsAre("a b", "a ", "  x"));
+  EXPECT_THAT((std::vector{S("ab").ReplaceAll("ab", "X", 1), S("abc").ReplaceAll("ab", "X", 1),
+                           S("xabab").ReplaceAll("ab", "X", 1), S("xab").ReplaceAll("AB", "X", 0),
+                           S("xab").ReplaceAll("AB", "X", 1), four.ReplaceAll("", "X", 1)}),
+              ElementsAre("ab", "Xc", "xXab", "xX", "xab", "abcd"));
+  S cut("abcdef");
+  for (const auto& [start, count] : {std::pair(0, 1), {7, 1}, {5, 9}, {2, 2}})
+    cut.Delete(start, count);
+  EXPECT_EQ("ad", cut);
+  char bytes[] = "@AZ[`az{\xE9";
+  EXPECT_STREQ("@AZ[`AZ{\xE9", strupper(bytes));
+  EXPECT_EQ("@az[`az{\xE9", S(bytes).LowerCase());
+  const std::tuple<S, int, const char*> copies[] = {{"abcd", -1, "abcd|-"},
+                                                    {"abc", 4, "abc|--"},
+                                                    {"abcd", 4, "abc|--"},
+                                                    {"abcd", 0, "------"},
+                                                    {"", 4, "------"}};
+  for (const auto& [text, size, expected] : copies) {
+    char buf[] = "------";
+    text.StrCpy(buf, size);
+    std::replace(buf, buf + 6, '\0', '|');
+    EXPECT_STREQ(expected, buf);
   }
-  EXPECT_EQ(128, String("   ").Trim().Capacity());
-  char buf[] = "-------";
-  EXPECT_STREQ("abc", String("abcdef").StrCpy(buf, 4));
-  EXPECT_STREQ("abc", String().StrCpy(buf, 4)) << "an empty string leaves the buffer untouched";
+  EXPECT_TRUE(isdecimalnum("-1-2") && isdecimalnum("") && isdecimalnum("09", 2));
+  EXPECT_FALSE(isdecimalnum("1.5") || isdecimalnum("-12", 3) || isdecimalnum("/", 1) ||
+               isdecimalnum(":", 1));
+  EXPECT_TRUE(S() == nullptr && four == "abcd" && four == S("abcd"));
+  EXPECT_FALSE(four == nullptr || four == "abce" || four == "abcde" || four == S("abce"));
 }
 
-TEST(StringTest, RecognisesNumbersWithAnAsymmetryForMinus) {
-  EXPECT_TRUE(isdecimalnum("-1-2") && isdecimalnum(""));
-  EXPECT_FALSE(isdecimalnum("1.5") || isdecimalnum("-12", 3));
-}
-
-TEST(StringTest, FindsBytesAsASimpleSearchDoes) {
-  unsigned seed = 1;
-  const auto next = [&seed](unsigned bound) {
-    seed = seed * 1103515245 + 12345;
-    return (seed >> 16) % bound;
-  };
-  for (int round = 0; round < 5000; ++round) {
-    std::string buf(next(200), '\0'), pat(next(4), '\0');
-    for (char& c : buf) c = "aAbB\xC9"[next(5)];
-    for (char& c : pat) c = "aAbB\xE9"[next(5)];
-    const int len = static_cast<int>(buf.size()), plen = static_cast<int>(pat.size());
-    const auto expected = pat.empty() ? 0 : static_cast<int>(buf.find(pat) + 1);
-    ASSERT_EQ(expected, mempos(buf.data(), len, pat.data(), plen)) << buf << ' ' << pat;
-    strlower(buf.data(), len);
-    const std::string lower = ToStd(ToString(pat).LowerCase());
-    const auto folded = pat.empty() ? 0 : static_cast<int>(buf.find(lower) + 1);
-    strupper(buf.data(), static_cast<int>(next(200)) % (len + 1));
-    ASSERT_EQ(folded, memposi(buf.data(), len, pat.data(), plen)) << buf << ' ' << pat;
-  }
-}
-
-TEST(StrListTest, GrowsAndDeletes) {
-  TStrList list;
-  for (int i = 0; i < 129; ++i) list.Add(i == 1 ? String() : String(std::to_string(i).c_str()));
+TEST(StrListTest, KeepsEntriesOfAnyLength) {
+  TStrList list, copy;
+  for (size_t i = 0; i < 129; ++i)
+    list.Add(ToString(std::string(i % 7, static_cast<char>('a' + i % 26))));
   EXPECT_EQ(256, list.Capacity());
-  list.Delete(0);
-  list.DeleteLast();
-  const TStrList copy(list);
+  list.Delete(1);
+  copy.Add("former");
+  copy = list;
   list.Clear();
-  EXPECT_EQ(127, copy.Count());
-  EXPECT_EQ("", copy[0]);
-  EXPECT_EQ("127", copy[126]);
-}
-
-TEST(StrListDeathTest, AbortsOnAnIndexOutsideTheList) {
-  TStrList list;
-  EXPECT_DEATH(list[0], "wqstring:495: String TStrList::operator\\[\\]\\(int\\)");
-  EXPECT_DEATH(list.DeleteLast(), "wqstring:471: void TStrList::Delete\\(int\\)");
+  EXPECT_EQ(128, copy.Count() + list.Count() + list.Capacity());
+  EXPECT_THAT((std::vector{copy[0], copy[1], copy[2], copy[127]}),
+              ElementsAre("", "cc", "ddd", "yy"));
+  copy.DeleteLast();
+  EXPECT_EQ("x", copy[copy.Count() - 1]);
+  const std::string failed = ": Assertion `index>=0 && index<count' failed";
+  EXPECT_DEATH(copy[127], "wqstring:495: String TStrList::operator\\[\\]\\(int\\)" + failed);
+  EXPECT_DEATH(list.DeleteLast(), "wqstring:471: void TStrList::Delete\\(int\\)" + failed);
 }
