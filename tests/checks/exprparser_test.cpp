@@ -16,7 +16,7 @@ TEST(Expressions, BecomePostfix) {
       {"'a' and (not 'b') or 'c'", "'a' 'b' not and 'c' or "},
       {"'a' AND Not 'b'", "'a' 'b' not and "},
       {" \t'it''s' \xE9", "'it' 's' "},
-      {"12-3 or '\"'", "12-3 '\"' or "},
+      {"987-6543210 or '\"'", "987-6543210 '\"' or "},
       {"", ""},
       {"( 'a'", "'a' ( "},
       {"'a' )", "Missing \"(\""},

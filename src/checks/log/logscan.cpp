@@ -236,18 +236,18 @@ void SetBaseline(TLogState& state, const struct stat& facts) {
 
 }  // namespace
 
-int ScanLog(const char* path, const TLineFilters& filters, bool scanAll, TLogState& state,
-            TLogMatch& match, String& error) {
+bool ScanLog(const char* path, const TLineFilters& filters, bool scanAll, TLogState& state,
+             TLogMatch& match, String& error) {
   const auto fail = [&error](const String& text) {
     error = text;
-    return 0;
+    return false;
   };
   state.currentSize = static_cast<double>(FileSize(path));
   match = TLogMatch();
   // Deliberate: a FIFO or device is no log, so that no check waits for a peer at its other end.
   if (!FileExists(path)) return fail(String("File \"") + ExtractFileName(path) + "\" not found");
   error = "";
-  if (IsUnchanged(path, state)) return 1;
+  if (IsUnchanged(path, state)) return true;
 
   struct stat facts;
   const TFd file = OpenLog(path, facts);
@@ -256,7 +256,7 @@ int ScanLog(const char* path, const TLineFilters& filters, bool scanAll, TLogSta
   if (state.size == 0) {
     state.position = state.currentSize - 1;
     SetBaseline(state, facts);
-    return 1;
+    return true;
   }
   if (state.position > state.currentSize) state.position = 0;
   if (state.position < 0) return fail("fseek error");
@@ -265,5 +265,5 @@ int ScanLog(const char* path, const TLineFilters& filters, bool scanAll, TLogSta
   // Deliberate: a file that shrank meanwhile or cannot be read to its end keeps its former
   // baseline, so that a later check does not take it for unchanged.
   if (all && (match.offset == 0 || scanAll)) SetBaseline(state, facts);
-  return 1;
+  return true;
 }

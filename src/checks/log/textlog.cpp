@@ -34,9 +34,9 @@ struct TLogCheck {
   }
 
   bool Scan() {
-    const int scanned = ScanLog(path.CStr(), filters, scanAll != 0, state, match, error);
+    const bool scanned = ScanLog(path.CStr(), filters, scanAll != 0, state, match, error);
     if (match.filter != 0) firstFilterMatched = match.filter == 1;
-    return scanned != 0;
+    return scanned;
   }
 
   void AddState(QovReply& reply) const {
@@ -95,14 +95,14 @@ double CheckFileForExpression2(const char* path, double& position, double& size,
   if (useFilter2 != 0) filters.push_back(Prepared(filter2));
   TLogState state{position, size, time, 0};
   TLogMatch match;
-  const int scanned = ScanLog(path, filters, scanAll != 0, state, match, error);
+  const bool scanned = ScanLog(path, filters, scanAll != 0, state, match, error);
   position = state.position;
   size = state.size;
   time = state.time;
   currentSize = state.currentSize;
   lastLine = std::move(match.line);
   if (match.filter != 0) firstFilterMatched = match.filter == 1;
-  return scanned != 0 ? match.offset : -1;
+  return scanned ? match.offset : -1;
 }
 
 void ProcessTest_TextLog(const VxRequest& params, QovReply& reply) {
