@@ -151,7 +151,6 @@ bool TExprParser::Convert(std::string_view source, const TEmit& emit) {
 int TExprParser::Expr2Polish(String& expr, int checkOnly) {
   if (checkOnly == 0) output_.Clear();
   const String source = std::move(expr);
-  expr = "";
   const bool done =
       Convert(View(source), [this, checkOnly](const TPriorityItem* op, std::string_view operand) {
         if (checkOnly == 0) output_.Add(op != nullptr ? op->token : Copied(operand));
