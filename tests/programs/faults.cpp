@@ -1,6 +1,7 @@
 // Loaded into an agent in front of the C library: calls fail, or take their time.
 //   FAULT_THREADS=N                      every Nth start of a thread fails
 //   FAULT_SEND_MS=N, FAULT_RENAME_MS=N   delay every send, the return of every rename
+//   FAULT_LOOKUP_MS=N                    delays every look-up of a name
 //   FAULT_<CALL>="F L E"                 the Fth to the Lth of these calls fail with errno E; for 0
 //                                        they end in a segmentation fault
 //   FAULT_AGE_SEC=N                      the process was started N seconds earlier
@@ -9,6 +10,7 @@
 
 #include <dlfcn.h>
 #include <errno.h>
+#include <netdb.h>
 #include <nettle/twofish.h>
 #include <pthread.h>
 #include <signal.h>
@@ -82,6 +84,13 @@ int rename(const char* from, const char* to) noexcept {
   PauseMs(Number("FAULT_RENAME_MS"));
   return result;
 }
+int gethostbyname_r(const char* name, hostent* result, char* buf, size_t size, hostent** found,
+                    int* error) {
+  NEXT(gethostbyname_r);
+  PauseMs(Number("FAULT_LOOKUP_MS"));
+  return next(name, result, buf, size, found, error);
+}
+
 unsigned sleep(unsigned seconds) {
   PauseMs(static_cast<int>(seconds) * 10);
   return 0;

@@ -21,11 +21,12 @@ void SetEnables(TQovSettings& settings, int all, int TQovSettings::*but) {
 
 std::string CallHandler(THandler handler, const TParams& params) {
   std::string text;
-  const int last = params.empty() ? 0 : params.rbegin()->first;
-  for (int i = 1; i <= last; ++i) {
-    const auto param = params.find(i);
-    text += (param != params.end() ? param->second : "") + "\n";
+  int next = 1;
+  for (const auto& [position, param] : params) {
+    for (; next < position; ++next) text += '\n';
+    text += param;
   }
+  if (!params.empty()) text += '\n';
   VxRequest request;
   request = ToString(text + "\r");
   QovReply reply;

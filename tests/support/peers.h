@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -12,16 +13,15 @@
 #include "core/owned.h"
 
 /// Milliseconds on the monotonic clock.
-long long NowMs();
+inline long long NowMs() {
+  return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
+}
 
 /// Repeats `done` until it holds; false when the limit has passed before.
 template <class TCondition>
 bool Await(TCondition done, int limitMs = 20000) {
-  constexpr int kPauseMs = 5;
-  const long long end = NowMs() + limitMs;
-  while (!done()) {
+  for (const long long end = NowMs() + limitMs; !done(); usleep(5000)) {
     if (NowMs() >= end) return false;
-    usleep(kPauseMs * 1000);
   }
   return true;
 }
@@ -41,7 +41,6 @@ class TRawPeer {
   /// One reply packet, or what came until the agent closed or `limitMs` had passed.
   std::string ReceiveReply(int limitMs = 10000) { return Receive(limitMs, true); }
   bool Closed() const { return closed_; }
-  int Descriptor() const { return socket_.Get(); }
 
  private:
   std::string Receive(int limitMs, bool oneReply);
@@ -59,16 +58,13 @@ struct TPeerAnswer {
   int delayMs = 0;         ///< pause before the answer
 };
 
-/// A service on a loopback port (0: a free one) with a thread of its own. Every wait is bounded.
+/// A service on a free loopback port with a thread of its own. Every wait is bounded.
 class TLoopbackPeer {
  public:
   enum TKind { kTcp, kUdp };
 
-  explicit TLoopbackPeer(TKind kind, TPeerAnswer answer = {}, const char* host = "127.0.0.1",
-                         int port = 0);
+  explicit TLoopbackPeer(TKind kind, TPeerAnswer answer = {});
   ~TLoopbackPeer();
-
-  /// 0 when the port could not be had.
   int Port() const { return port_; }
   /// The pieces received so far, as they came; waits until they hold `bytes` bytes.
   std::vector<std::string> Received(size_t bytes) const;
@@ -80,7 +76,7 @@ class TLoopbackPeer {
   bool Take(const char* bytes, ssize_t count);
 
   const TPeerAnswer answer_;
-  TFd socket_;
+  const TFd socket_;
   int port_ = 0;
   int datagrams_ = 0;
   mutable std::mutex mutex_;

@@ -1,28 +1,26 @@
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
-#include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "client/vxwire.h"
 #include "support/peers.h"
 #include "support/scopes.h"
 
-/// A program that a test started; ended by its process id. Standard input is empty, what it prints
-/// is appended to the files `out` and `err`. `environment` holds NAME=VALUE, added to the test's
-/// own.
+/// A program that a test started, without input; what it prints is appended to the file `output`.
+/// Ended by its process id.
 class TProcess : TScope {
  public:
+  /// @param environment  NAME=VALUE, in front of the test's own
   TProcess(std::vector<std::string> words, std::vector<std::string> environment,
-           const std::string& out, const std::string& err);
+           const std::string& output);
   ~TProcess();
-
   /// -1 when it could not be started or has been waited for.
   pid_t Pid() const { return pid_; }
-  bool Signal(int signal) const;
+  bool Signal(int signal) const { return pid_ > 1 && kill(pid_, signal) == 0; }
   /// Exit status: 0 to 255, 1000 + signal, or -1 while it runs on.
   int Wait(int limitMs = 20000);
 
@@ -30,20 +28,10 @@ class TProcess : TScope {
   pid_t pid_ = -1;
 };
 
-/// What a program printed and how it ended.
-struct TProgramRun {
-  int status = -1;  ///< as TProcess::Wait
-  std::string out;
-  std::string err;
-};
-/// Runs a program to its end, ended after 60 seconds.
-TProgramRun RunProgram(const std::vector<std::string>& words,
-                       const std::vector<std::string>& environment = {});
-
 struct TAgentOptions {
   std::string config{};                     ///< lines behind the standard ones (a key's last wins)
   std::vector<std::string> switches{"-i"};  ///< in front of the configuration file
-  std::vector<std::string> environment{};   ///< NAME=VALUE, added to the test's own
+  std::vector<std::string> environment{};   ///< as of TProcess
   std::string program{};                    ///< "": the built agent
   bool waitForListening = true;
 };
@@ -60,7 +48,6 @@ class TAgentProcess : TScope {
 
   explicit TAgentProcess(const TAgentOptions& options = {});
   ~TAgentProcess();
-
   int Port() const { return port_; }
   /// Where to ask from now on: the agent has changed its port.
   void FollowPort(int port) { port_ = port; }
@@ -80,7 +67,7 @@ class TAgentProcess : TScope {
   bool WaitForPort(bool open) const;
   /// Exit status of the started process, as TProcess::Wait.
   int Wait(int limitMs = 20000);
-  bool Signal(int signal) const;
+  bool Signal(int signal) const { return pid_ > 1 && kill(pid_, signal) == 0; }
   /// Waits for a process of this agent that runs `program`, which is the serving one from then on.
   bool FindServer(const std::string& program);
 
@@ -88,52 +75,23 @@ class TAgentProcess : TScope {
   TReply Ask(const std::string& command, const std::vector<std::string>& params = {}) const;
   /// What "GetInfo" tells under `name`; "(none)" without an answer.
   std::string Info(const std::string& name) const { return Named(Ask("GetInfo"), name); }
-  /// The packet of a request under this agent's password.
+  /// The packet of a request under this agent's password, and the reply to it.
   static std::string Packet(const std::string& command,
                             const std::vector<std::string>& params = {});
-  /// Decodes the reply to Packet.
   static TReply Decode(const std::string& bytes) { return DecodeReply(bytes, kSessionKey); }
-
   /// Number of the serving process's open descriptors.
   int CountDescriptors() const;
-  /// CPU time that the serving process has used, milliseconds.
-  long CpuMs() const;
 
  private:
+  /// The running processes with this agent's configuration.
+  std::vector<pid_t> Running() const;
+
   const TTempDir folder_;
   int port_ = FindFreePort();
   std::optional<TProcess> started_;
-  pid_t pid_ = -1;  // what serves
+  pid_t pid_ = -1;
 };
-
-/// Limit within which an agent answers while something else goes on; more under a sanitizer.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr int kAnswerLimitMs = 5000;
-#else
-inline constexpr int kAnswerLimitMs = 1000;
-#endif
 
 /// How often a test repeats what it does: `brief` in every run, `full` in the long ones that
 /// tools/stress.sh starts.
 int Repeats(int brief, int full);
-
-/// True when the agent answers "200" within kAnswerLimitMs; a failure tells what it did instead.
-bool AnswersInTime(const TAgentProcess& agent, const std::string& command,
-                   const std::vector<std::string>& params = {});
-
-/// Puts the same question again and again, on a thread of its own, until Stop or the end. An answer
-/// that is late or not "200" is a failure of the test.
-class TProbe : TScope {
- public:
-  TProbe(const TAgentProcess& agent, const std::string& command,
-         const std::vector<std::string>& params = {});
-  ~TProbe() { Stop(); }
-
-  /// @return how many answers came in time
-  int Stop();
-
- private:
-  std::atomic<bool> stop_{false};
-  int answered_ = 0;
-  std::thread thread_;
-};

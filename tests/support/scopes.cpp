@@ -1,10 +1,5 @@
 #include "support/scopes.h"
 
-#include <fcntl.h>
-#include <sched.h>
-#include <stdlib.h>
-#include <sys/mount.h>
-
 #include <fstream>
 #include <mutex>
 #include <sstream>
@@ -21,16 +16,14 @@ TTempDir::~TTempDir() {
 }
 
 std::string TTempDir::File(std::string_view name, std::string_view content) const {
-  const std::string path = Path(name);
-  fs::create_directories(fs::path(path).parent_path());
-  std::ofstream(path, std::ios::binary) << content;
-  return path;
+  fs::create_directories(fs::path(Path(name)).parent_path());
+  std::ofstream(Path(name), std::ios::binary) << content;
+  return Path(name);
 }
 
 std::string TTempDir::Folder(std::string_view name) const {
-  const std::string path = Path(name);
-  fs::create_directories(path);
-  return path;
+  fs::create_directories(Path(name));
+  return Path(name);
 }
 
 std::string ReadFile(const std::string& path) {
@@ -73,33 +66,6 @@ std::string TMessageCapture::Texts() const {
   std::string all;
   for (const TMessage& message : Messages()) all += message.text;
   return all;
-}
-
-TPrivateMounts::TPrivateMounts()
-    : former_(open("/proc/thread-self/ns/mnt", O_RDONLY | O_CLOEXEC)),
-      usable_(unshare(CLONE_NEWNS) == 0 &&
-              mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0) {}
-
-TPrivateMounts::~TPrivateMounts() {
-  if (usable_) setns(former_.Get(), CLONE_NEWNS);
-}
-
-bool TPrivateMounts::AddMemory(const std::string& folder, long sizeBytes, unsigned long flags) {
-  const std::string options = "size=" + std::to_string(sizeBytes);
-  return mount("none", folder.c_str(), "tmpfs", flags, options.c_str()) == 0;
-}
-
-bool TPrivateMounts::Cover(const std::string& target, const std::string& file) {
-  return mount(file.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0;
-}
-
-std::string FillUp(const std::string& folder, long leaveBytes) {
-  const std::string path = folder + "/filler";
-  const TFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-  const std::string block(4096, 'x');
-  long size = 0;
-  while (write(file.Get(), block.data(), block.size()) > 0) size += 4096;
-  return ftruncate(file.Get(), size - leaveBytes) == 0 ? path : "";
 }
 
 TQovSettings TSettingsTest::Named(const std::string& text) const {

@@ -10,12 +10,10 @@
 
 #include "config/settings.h"
 #include "core/message.h"
-#include "core/owned.h"
 #include "support/text.h"
 
-/// What belongs to one place: a scope is neither copied nor moved.
-class TScope {
- public:
+/// What belongs to one place: neither copied nor moved.
+struct TScope {
   TScope() = default;
   TScope(const TScope&) = delete;
   TScope& operator=(const TScope&) = delete;
@@ -26,7 +24,6 @@ class TTempDir : TScope {
  public:
   TTempDir();
   ~TTempDir();
-
   const std::string& Path() const { return path_; }
   /// Full path of `name` in the folder; nothing is created.
   std::string Path(std::string_view name) const { return path_ + '/' + std::string(name); }
@@ -72,37 +69,13 @@ class TMessageCapture : TScope {
   };
   TMessageCapture();
   ~TMessageCapture() { SetMessageSink(former_); }
-
   std::vector<TMessage> Messages() const;
   /// All texts, one behind the other.
   std::string Texts() const;
 
  private:
-  TMessageSink former_;
+  const TMessageSink former_;
 };
-
-/// A view of the file system of this thread's own, in which it and the processes it starts see
-/// other mounts than the rest of the host; they go with the last of them. Needs the superuser: see
-/// Usable.
-class TPrivateMounts : TScope {
- public:
-  TPrivateMounts();
-  ~TPrivateMounts();
-
-  bool Usable() const { return usable_; }
-  /// Mounts an empty file system in memory on a folder.
-  /// @param flags  as MS_NOEXEC
-  bool AddMemory(const std::string& folder, long sizeBytes, unsigned long flags = 0);
-  /// Shows `file` in the place of `target`.
-  bool Cover(const std::string& target, const std::string& file);
-
- private:
-  const TFd former_;
-  const bool usable_;
-};
-
-/// Fills the file system that holds `folder` with a file, but for `leaveBytes`; returns its path.
-std::string FillUp(const std::string& folder, long leaveBytes = 0);
 
 /// A folder with a configuration file, in the state of a fresh process. A load's mark on the
 /// environment goes with the test.

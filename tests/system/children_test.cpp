@@ -63,7 +63,7 @@ TEST(ChildrenTest, HelpersCountAndListProcessesAndMeasureCpuUsage) {
                                   "-a '/" + name + "-longer than fifteen bytes' " + program}) {
     sleepers.push_back(std::make_unique<TProcess>(
         std::vector<std::string>{"/bin/bash", "-c", "exec " + line + " 60"},
-        std::vector<std::string>{}, "/dev/null", "/dev/null"));
+        std::vector<std::string>{}, "/dev/null"));
   }
   const auto count = [&](const std::string& wanted) {
     const TReply reply = agent.Ask("TEST-Process", {"", wanted});

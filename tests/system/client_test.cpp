@@ -21,6 +21,11 @@ struct TCase {
   std::string text;  ///< part of the output, or of the errors when there is no output
 };
 
+struct TRun {
+  int status;
+  std::string out, err;
+};
+
 std::string Port(const TPeer& peer) { return std::to_string(peer.Port()); }
 
 /// An agent that allows everything, and names for the shell: $Q and $P are the two clients, $A and
@@ -35,13 +40,16 @@ class ClientTest : public testing::Test {
         "proclist\nproccntscript=" + kHelpers + "proccount\n");
     EXPECT_EQ("200", agent.Ask("ReloadCfg").code);
   }
-  TProgramRun Run(const std::string& line) const {
-    return RunProgram({"/bin/sh", "-c", names + "exec " + line});
+  TRun Run(const std::string& line) const {
+    TProcess shell({"/bin/sh", "-c", names + "exec >$F/out 2>$F/err; exec " + line}, {},
+                   "/dev/null");
+    const int status = shell.Wait();
+    return {status, ReadFile(files.Path("out")), ReadFile(files.Path("err"))};
   }
   void Expect(const std::vector<TCase>& cases) const {
     for (const TCase& c : cases) {
       SCOPED_TRACE(c.line);
-      const TProgramRun run = Run(c.line);
+      const TRun run = Run(c.line);
       EXPECT_EQ(c.status, run.status);
       EXPECT_THAT(run.out.empty() ? run.err : run.out, HasSubstr(c.text));
       EXPECT_TRUE(run.out.empty() || run.err.empty()) << run.err;

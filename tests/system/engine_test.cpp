@@ -48,7 +48,7 @@ object Service "disk" {
     if (words.back().find("Dir=") != std::string::npos) folder.Folder(part);
   }
   words.insert(words.end(), {"-DConfiguration.RunAsUser=root", "-DConfiguration.RunAsGroup=root"});
-  TProcess running(words, {}, folder.Path("out"), folder.Path("out"));
+  TProcess running(words, {}, folder.Path("out"));
   std::string text;
   const auto written = [&] {
     for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {

@@ -50,8 +50,9 @@ TEST(UpgradeTest, RunsTheNewProgramUnderTheSameArguments) {
       return ReadFile("/proc/" + std::to_string(agent->Pid()) + "/cmdline");
     };
     const std::string before = arguments();
-    EXPECT_EQ(
-        0, RunProgram({QOV_CLIENT, "--config", agent->ConfigPath(), "upgrade", QOV_NEXT}).status);
+    TProcess client({QOV_CLIENT, "--config", agent->ConfigPath(), "upgrade", QOV_NEXT}, {},
+                    agent->Folder().Path("client"));
+    EXPECT_EQ(0, client.Wait());
     ASSERT_TRUE(Await([&] { return agent->Info("AgentVersion") == "1.29next"; }));
     ASSERT_TRUE(agent->FindServer(agent.Installed()));
     EXPECT_EQ(before, arguments());
