@@ -46,6 +46,7 @@ TEST_F(SettingsTest, EachKeySetsOneField) {
   }
   EXPECT_EQ(plain.service + plain.ntlog + plain.perfcounter + plain.reserved, 0);
   EXPECT_EQ(plain.snmp, 1);
+  EXPECT_EQ(plain.interactive + plain.verbose + plain.debug, 0u);
 }
 
 TEST_F(SettingsTest, ChecksAndPutsRightWhatItLoads) {
@@ -54,7 +55,7 @@ TEST_F(SettingsTest, ChecksAndPutsRightWhatItLoads) {
       // file, its faults, the effective filter
       {mandatory, "", "\r\n"},
       {mandatory + "filterlist=a b c d\nfiltermarks=1x1\n", "", "\r\na\r\nc\r\n"},
-      {mandatory + "filterlist=a%0D%0A%0D%0Ab\nfiltermarks=111\n", warning, "\r\na\r\n"},
+      {mandatory + "filterlist=a%0D%0A%0Ab\nfiltermarks=111\n", warning, "\r\na\r\n"},
       {mandatory + "filterlist=\nfiltermarks=1\n", warning, "\r\n"},
       // Deliberate: no list and no marks is a warning, since their defaults are crossed.
       {"port=1\npassword=p\nqovpath=" + agent, warning, "\r\n1\r\n"},
