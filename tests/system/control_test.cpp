@@ -127,9 +127,9 @@ TEST(ControlTest, AnswersSignals) {
     int status;  // -1: starts anew
     const char* text;
   } cases[] = {
-      {SIGSEGV, "170", 1000 + SIGSEGV, "Segmentation fault!!\n"},
+      {SIGSEGV, "120", 1000 + SIGSEGV, "Segmentation fault!!\n"},
       {SIGSEGV, "181", -1, "Segmentation fault!!\n"},
-      {0, "170", 1000 + SIGSEGV, "Segmentation fault!!\n"},
+      {0, "120", 1000 + SIGSEGV, "Segmentation fault!!\n"},
       {0, "181", -1, "Restarting..\n"},
       {SIGTERM, "0", 0, "Terminate request received. Terminating..\n"},
       {SIGINT, "0", 0, "Terminate request received. Terminating..\n"},
