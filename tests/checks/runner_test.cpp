@@ -146,23 +146,24 @@ TEST_F(RunnerTest, RedirectsEachStream) {
       "echo \"$(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2)\" >" +
       seen);
   const char* out = out_.c_str();
-  EXPECT_EQ("0", Run(line, 0, "/", in.c_str(), out, errors.c_str()));
+  EXPECT_EQ("0", Run(line, 9000, "/", in.c_str(), out, errors.c_str()));
   EXPECT_EQ("from in\n/\n", ReadFile(out_));
   EXPECT_EQ("oops\n", ReadFile(errors));
-  EXPECT_EQ("0", Run(line, 0, "/no/such", "/no/such", out));
+  EXPECT_EQ("0", Run(line, 9000, "/no/such", nullptr, out));
   EXPECT_EQ(std::filesystem::current_path().string() + "\n", ReadFile(out_));
   ASSERT_EQ(0, symlink(in.c_str(), link.c_str()));
-  EXPECT_EQ("0", Run(line, 0, nullptr, nullptr, link.c_str(), temp_.c_str()));
+  EXPECT_EQ("0", Run(line, 9000, nullptr, nullptr, link.c_str()));
   EXPECT_EQ("from in\n", ReadFile(in)) << "a link is not followed";
+  EXPECT_EQ("0", Run(line, 9000, nullptr, "/no/such", nullptr, temp_.c_str()));
   EXPECT_EQ("/dev/null\n/dev/null\n/dev/null\n", ReadFile(seen));
   EXPECT_EQ("0", Run(Script("echo aaaa; echo b >&2"), 0, nullptr, nullptr, out, out));
   EXPECT_EQ("b\naa\n", ReadFile(out_)) << "one file, two positions";
 
   const std::string pipe = dir_.Path("pipe");
   ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
-  EXPECT_EQ("0", Run("cat", 0, nullptr, pipe.c_str(), out));
+  EXPECT_EQ("0", Run("cat", 9000, nullptr, pipe.c_str(), out));
   const TFd writer(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
-  std::thread reader([&] { EXPECT_EQ("0", Run("head -n 1", 0, nullptr, pipe.c_str(), out)); });
+  std::thread reader([&] { EXPECT_EQ("0", Run("head -n 1", 9000, nullptr, pipe.c_str(), out)); });
   usleep(100000);
   EXPECT_EQ(5, write(writer.Get(), "late\n", 5));
   reader.join();
