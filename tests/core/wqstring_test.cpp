@@ -126,7 +126,7 @@ TEST(StringTest, TakesAndChangesParts) {
   EXPECT_TRUE(isdecimalnum("-1-2") && isdecimalnum("") && isdecimalnum("09", 2));
   EXPECT_FALSE(isdecimalnum("1.5") || isdecimalnum("-12", 3) || isdecimalnum("/", 1) ||
                isdecimalnum(":", 1));
-  EXPECT_TRUE(S() == nullptr && four == "abcd" && four == S("abcd"));
+  EXPECT_TRUE(S() == nullptr && four[4] == 'd' && four == "abcd" && four == S("abcd"));
   EXPECT_FALSE(four == nullptr || four == "abce" || four == "abcde" || four == S("abce"));
 }
 
@@ -146,5 +146,6 @@ TEST(StrListTest, KeepsEntriesOfAnyLength) {
   EXPECT_EQ("x", copy[copy.Count() - 1]);
   const std::string failed = ": Assertion `index>=0 && index<count' failed";
   EXPECT_DEATH(copy[127], "wqstring:495: String TStrList::operator\\[\\]\\(int\\)" + failed);
+  EXPECT_DEATH(list.Delete(0), failed);
   EXPECT_DEATH(list.DeleteLast(), "wqstring:471: void TStrList::Delete\\(int\\)" + failed);
 }

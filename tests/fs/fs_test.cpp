@@ -131,6 +131,7 @@ TEST_F(SearchTest, TellsTheFactsOfAnEntry) {
   utimensat(AT_FDCWD, folder.Path("a.log").c_str(), times, 0);
   const TWorkingFolder here(folder.Path());
   TSearchRec rec;
+  const int next = TFd(dup(STDIN_FILENO)).Get();
   ASSERT_EQ(0, FindFirst("a.log", 0, rec)) << "no folder: the working one";
   EXPECT_EQ(std::tuple(5, 1234567890, S_IFREG | 0666u, folder.Path() + '/'),
             std::tuple(rec.ByteSize, rec.ModifiedTime, rec.ModeBits, ToStd(rec.SearchDir)));
@@ -139,8 +140,8 @@ TEST_F(SearchTest, TellsTheFactsOfAnEntry) {
   FindClose(rec);
   EXPECT_EQ(ENOENT, FindFirst("missing/*", AttrAny, rec));
   EXPECT_EQ(-1, FindFirst("none", AttrAny, rec));
-  EXPECT_EQ(nullptr, rec.DirStream);
   EXPECT_EQ(-1, FindNext(rec));
+  EXPECT_EQ(next, TFd(dup(STDIN_FILENO)).Get()) << "a folder was left open";
 }
 
 TEST_F(SearchTest, SkipsEntriesWhoseFullNameIsTooLong) {
