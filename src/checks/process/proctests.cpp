@@ -50,7 +50,7 @@ TFile RunForOutput(String command, const TTempFile& output, QovReply& reply) {
   for (const char* redirection : {" 1>", " 2>", " 3>"}) {
     (command += redirection) += output.Path();
   }
-  if (RunShell(command.CStr()) == -1) {
+  if (!RunShell(command.CStr())) {
     Refuse(reply, "Cannot execute script");
     return nullptr;
   }

@@ -11,8 +11,7 @@
 
 namespace {
 
-constexpr int kShellMissing = 127;  ///< what the C library's system() answers
-constexpr int64_t kLookMs = 1000;   ///< time-outs are looked at once a second
+constexpr int64_t kLookMs = 1000;  ///< time-outs are looked at once a second
 
 struct TPiece {
   const char* bytes;
@@ -102,14 +101,13 @@ int SystemEx2(const char* cmdline, const char* workdir, const char* inFile, cons
   return background ? WatchStart(child, exitCode) : WatchToEnd(child, timeoutMs, exitCode, err);
 }
 
-int RunShell(const char* command) {
+bool RunShell(const char* command) {
   ReapBackgroundChildren();
   const char* const argv[] = {"sh", "-c", command, nullptr};
   pid_t pid;
   const int error = StartChild({.argv = argv, .program = _PATH_BSHELL}, pid);
-  if (error != 0) return NoProcess(error) ? -1 : W_EXITCODE(kShellMissing, 0);
+  if (error != 0) return !NoProcess(error);
   TChild child(pid);
   int status;
-  child.EndedBy(std::numeric_limits<int64_t>::max(), status);
-  return status;
+  return child.EndedBy(std::numeric_limits<int64_t>::max(), status);
 }

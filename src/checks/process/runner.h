@@ -65,6 +65,5 @@ int SystemEx2(const char* cmdline, const char* workdir, const char* inFile, cons
 
 /// Runs a command by "/bin/sh -c" on the agent's own standard streams and in its session, and waits
 /// for its end.
-/// @return the wait status, -1 when no process could be started; a shell that cannot be executed
-///         looks like one that exited with 127
-int RunShell(const char* command);
+/// @return false when no process could be made
+bool RunShell(const char* command);
