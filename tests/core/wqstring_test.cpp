@@ -41,37 +41,38 @@ TEST(StringTest, GrowsByTheStepAndCutsInAFixedBuffer) {
 namespace {
 
 /// What String::Search must find.
-int SimpleSearch(const std::string& text, const std::string& what, bool caseSensitive, bool whole) {
+int SimpleSearch(std::string text, std::string what, bool caseSensitive, bool wholeWord) {
   const auto isWord = [](char c) { return isascii(c) && isalnum(c); };
-  const auto isSame = [caseSensitive](char a, char b) {
-    return a == b || (!caseSensitive && isascii(a) && isascii(b) && tolower(a) == tolower(b));
-  };
-  for (auto p = text.begin(); !what.empty(); ++p) {
-    p = std::search(p, text.end(), what.begin(), what.end(), isSame);
-    if (p == text.end()) return 0;
-    const auto after = p + static_cast<ptrdiff_t>(what.size());
+  for (std::string* s : {&text, &what}) {
+    for (char& c : *s) c = caseSensitive || !isascii(c) ? c : static_cast<char>(tolower(c));
+  }
+  for (size_t p = 0; !what.empty() && (p = text.find(what, p)) != text.npos; ++p) {
+    const size_t after = p + what.size();
     const bool inWord =
-        (p != text.begin() && isWord(p[-1])) || (after != text.end() && isWord(*after));
-    if (!whole || !inWord) return static_cast<int>(p - text.begin()) + 1;
+        (p > 0 && isWord(text[p - 1])) || (after < text.size() && isWord(text[after]));
+    if (!wholeWord || !inWord) return static_cast<int>(p) + 1;
   }
   return 0;
 }
 
 }  // namespace
 
-// Half of the texts repeat a few bytes, so that what is looked for nearly stands everywhere.
+// The texts repeat a few bytes, many an "a", so that what is looked for nearly stands everywhere.
 TEST(StringTest, FindsWhatASimpleSearchFinds) {
   constexpr char kBytes[] = "aA-_bB zZ@[`{09/:\xC9\xE9";
   std::minstd_rand random(1);
   const auto below = [&random](size_t bound) { return random() % bound; };
-  for (size_t round = 0; round < 2000; ++round) {
-    std::string unit(1 + below(round % 2 == 0 ? 5 : 500), 'x'), text(below(700), 'x');
-    for (char& c : unit) c = kBytes[below(1 + round % (sizeof kBytes - 1))];
+  for (size_t round = 0; round < 3000; ++round) {
+    std::string unit(1 + below(round % 2 == 0 ? 4 : 100), 'x'), text(below(3000), 'x');
+    const auto any = [&] {
+      return below(1 + round % 7) == 0 ? kBytes[below(1 + round % 19)] : 'a';
+    };
+    for (char& c : unit) c = any();
     for (size_t i = 0; i < text.size(); ++i) text[i] = unit[i % unit.size()];
-    std::string what = text.substr(below(text.size() + 1), below(round % 3 == 0 ? 4 : 300));
-    for (std::string* changed : {&text, &text, &what}) {
-      if (below(3) != 0 && !changed->empty()) (*changed)[below(changed->size())] = kBytes[below(9)];
-    }
+    std::string what = text.substr(below(text.size() + 1), below(round % 3 == 0 ? 4 : 200));
+    for (size_t changes = text.size() / (1 + below(400)); changes > 0; --changes)
+      text[below(text.size())] = any();
+    if (below(2) == 0 && !what.empty()) what[below(what.size())] = any();
     for (const int options : {3, 1, 2, 0}) {
       const int cased = options & 1, whole = options & 2;
       if (cased == 0) strupper(what.data(), static_cast<int>(what.size() / 2));
@@ -81,8 +82,17 @@ TEST(StringTest, FindsWhatASimpleSearchFinds) {
           << what;
     }
   }
+  // After one that fails at its start alone, bytes are known to be the same, until one fails.
+  std::string run, near;
+  while (run.size() < 200) run += "ab";
+  while (near.size() < 3000) near += run.substr(50) + "cc";
+  near += 'x' + run.substr(1) + "zz" + std::string(196, 'q') + "ab";
+  EXPECT_EQ(0, ToString(near).Search(ToString(run), 1, 0));
   EXPECT_EQ(0, mempos(nullptr, 1, "a", 1) + mempos("a", 1, nullptr, 1) + mempos("a", 1, "a", 0));
   EXPECT_EQ(3, mempos("aAA", 3, "A", 1) + memposi("aAA", 3, "A", 1));
+  EXPECT_EQ(1, memposi("a-Z---aaaaaaaaaa", 16, "A-z---AAAAAAAAAA", 16));
+  EXPECT_EQ(0, memposi("a@aaaaaaaaaaaaaa", 16, "a`aaaaaaaaaaaaaa", 16));
+  EXPECT_EQ(0, memposi("a[aaaaaaaaaaaaaa", 16, "a{aaaaaaaaaaaaaa", 16));
   EXPECT_EQ(4, String("abc").Pos('b') + String("abc").Pos("bx", 1) + String("abc").Pos(nullptr));
 }
 
