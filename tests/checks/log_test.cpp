@@ -261,7 +261,7 @@ TEST_F(TextLog, ScansAsALineByLineModel) {
                                      "'#n#' or 'aB'", "not 'x' and '1'", "'a",
                                      "('a'",          "'#n#' and '\n'",  ""};
   for (int round = 0; round < 1000; ++round) {
-    const size_t size = round % 120 == 0 ? 1'100'000 : roll(600);  // large: several blocks
+    const size_t size = round % 200 == 0 ? 1'100'000 : roll(600);  // large: several blocks
     const size_t width = size > 600 ? size_t{300} << 5 * roll(3) : 1 + roll(300);
     std::string log;
     while (log.size() < size) {
