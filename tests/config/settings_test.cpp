@@ -1,52 +1,69 @@
 #include "config/settings.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <thread>
 
+#include "built.h"
+#include "config/settingslines.h"
 #include "config/tempfolder.h"
 #include "support/scopes.h"
+
+namespace {
+
+// The calls that the watched save is to make, a letter each, capital when it fails; and those made.
+std::string plan, made;
+
+template <typename... TArguments>
+int Perform(char letter, long number, TArguments... arguments) {
+  const bool fails = plan.starts_with(made + static_cast<char>(letter - 'a' + 'A'));
+  const bool again = letter == 'w' && made.ends_with('w');
+  if (!plan.empty() && !again) made += static_cast<char>(fails ? letter - 'a' + 'A' : letter);
+  errno = EIO;
+  return fails ? -1 : static_cast<int>(syscall(number, arguments...));
+}
+
+}  // namespace
+
+// In the place of the C library's; a write takes little at a time.
+extern "C" {
+ssize_t write(int fd, const void* data, size_t size) {
+  return Perform('w', SYS_write, fd, data, plan.empty() ? size : std::min<size_t>(size, 100));
+}
+int fchown(int fd, uid_t uid, gid_t gid) noexcept { return Perform('o', SYS_fchown, fd, uid, gid); }
+int fsync(int fd) { return Perform('s', SYS_fsync, fd); }
+int link(const char* from, const char* to) noexcept {
+  return Perform('l', SYS_linkat, AT_FDCWD, from, AT_FDCWD, to, 0);
+}
+int rename(const char* from, const char* to) noexcept {
+  return Perform('r', SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
+}
+}
 
 namespace {
 
 using SettingsTest = TSettingsTest;
 
 TEST_F(SettingsTest, ReadsTheSyntax) {
-  const std::string filler(1022, '.');
   // A long line is read in pieces, so that what stands behind 1,023 bytes is a line.
+  const std::string filler(1021, '.');
   const TQovSettings record = Loaded(
+      "#." + filler + "oklogfile=a\n#" + filler + "badlogfile=a\nverboselogfile=v\npidfile=f\n" +
       " \tHost\t = \t a\tb \t\r\ncomment=a=b;#c\npassword=a\n#password=b\n;password=c\n"
       " #password=d\npassword\n=e\nxpassword=f\npassword\r=g\nupdateaddr=a\nupdateaddr=\n"
-      "#" +
-      filler + "oklogfile=a\n#" + filler.substr(1) +
-      "badlogfile=a\n"
       "port=0\nport= +7x\nport=8\ntimeout=99999999999\nunc=true\ntcp=\nudp=0\nudp=1a\n"
       "filterlist=%0D%0A1   2 %0A3%0D%0A\nqovpath=/opt/qov\nproccntscript=a\ncpuusagescript=a/b");
-  EXPECT_EQ(
-      Values(record, {"host", "comment", "password", "updateaddr", "oklogfile", "badlogfile"}),
-      "a\tb a=b;#c a  a log2.txt ");
-  EXPECT_EQ(Values(record, {"port", "timeout", "delayforscripts", "unc", "tcp", "udp"}),
-            "7 2147483647 90000 0 0 1 ");
-  EXPECT_EQ(Values(record, {"filterlist", "proccntscript", "cpuusagescript", "proclistscript"}),
-            "1\r\n2\r\n\n3 /opt//a a/b /opt// ");
+  EXPECT_EQ(Values(record, {"oklogfile", "badlogfile", "verboselogfile", "pidfile", "host",
+                            "comment", "password", "updateaddr"}),
+            "a log2.txt v f a\tb a=b;#c a  ");
+  EXPECT_EQ(Values(record, {"port", "timeout", "delayforscripts", "unc", "tcp", "udp", "filterlist",
+                            "proccntscript", "cpuusagescript", "proclistscript"}),
+            "7 2147483647 90000 0 0 1 1\r\n2\r\n\n3 /opt//a a/b /opt// ");
   EXPECT_EQ(Values(Loaded("timeout=x\nproccntscript=a"), {"timeout", "proccntscript"}), "4000 a ");
-}
-
-TEST_F(SettingsTest, EachKeySetsOneField) {
-  const TQovSettings plain = Loaded("");
-  for (const TSettingKey& key : kSettingKeys) {
-    const bool one = key.preset != nullptr && *key.preset == '1';
-    const std::string value = key.name == std::string("tmpdir") ? "/" : one ? "0" : "1";
-    const TQovSettings record = Loaded(key.name + ("=" + value));
-    std::string changed;
-    for (const TSettingKey& other : kSettingKeys) {
-      if (Values(record, {other.name}) != Values(plain, {other.name})) changed += other.name;
-    }
-    EXPECT_EQ(changed, key.name);
-  }
-  EXPECT_EQ(plain.service + plain.ntlog + plain.perfcounter + plain.reserved, 0);
-  EXPECT_EQ(plain.snmp, 1);
-  EXPECT_EQ(plain.interactive + plain.verbose + plain.debug, 0u);
 }
 
 TEST_F(SettingsTest, ChecksAndPutsRightWhatItLoads) {
@@ -59,14 +76,12 @@ TEST_F(SettingsTest, ChecksAndPutsRightWhatItLoads) {
       {mandatory + "filterlist=\nfiltermarks=1\n", warning, "\r\n"},
       // Deliberate: no list and no marks is a warning, since their defaults are crossed.
       {"port=1\npassword=p\nqovpath=" + agent, warning, "\r\n1\r\n"},
-      {"filtermarks=",
+      {"qovpath=agent\nfiltermarks=",
        "  TCP post is not specified!\n  Password is not specified!\n"
        "  Full path to the agent is not specified!\n",
        "\r\n"},
-      {mandatory + "qovpath=agent\n", "  Full path to the agent is not specified!\n", "\r\n"},
       {mandatory + "qovpath=" + folder.Path(), "  Invalid path to the agent!\n", "\r\n"},
-      {mandatory + "qovpath=/nowhere/qov\n", "  Invalid path to the agent!\n", "\r\n"},
-  };
+      {mandatory + "qovpath=/nowhere/qov\n", "  Invalid path to the agent!\n", "\r\n"}};
   for (const auto& [file, text, filter] : cases) {
     EXPECT_EQ(ToStd(Loaded(file).effectivefilter), filter) << file;
     EXPECT_EQ(result, text.empty() || text == warning) << file;
@@ -83,56 +98,53 @@ TEST_F(SettingsTest, ChecksAndPutsRightWhatItLoads) {
 }
 
 TEST_F(SettingsTest, EachLoadLeavesItsTemporaryFolderToTheNext) {
-  const std::string a = folder.Folder("a");
-  const std::string b = folder.Folder("b");
-  const auto load = [&](const std::string& first) {
-    const std::string steps[][2] = {
-        {"", first}, {"tmpdir=" + a + "/", a}, {"tmpdir=" + b, b},
-        {"", b},     {"tmpdir=" + agent, b},   {"tmpdir=/", ""},  // names begin with a '/'
-        {"", "."}};
-    for (const auto& [file, expected] : steps) {
-      EXPECT_EQ(ToStd(Loaded(file).tmpdir), expected) << file;
-      EXPECT_EQ(TempFolder(), ToString(expected)) << file;
-    }
-  };
-  const char* const cases[][4] = {// TMPDIR, TMP, the folder before a load and after one
-                                  {a.c_str(), b.c_str(), a.c_str(), a.c_str()},
-                                  {nullptr, b.c_str(), b.c_str(), b.c_str()},
-                                  {"/nowhere", b.c_str(), "/nowhere", "."},
-                                  {"", b.c_str(), "", "."},
+  // TMPDIR, TMP, the folder before a load and after one
+  const char* const cases[][4] = {{"/usr", "/etc", "/usr", "/usr"},
+                                  {nullptr, "/etc", "/etc", "/etc"},
+                                  {"/nowhere", "/etc", "/nowhere", "."},
+                                  {"", "/etc", "", "."},
                                   {nullptr, nullptr, "none", "."}};
   for (const auto& [tmpdir, tmp, before, after] : cases) {
     const TEnvironment variables[] = {{"TMPDIR", tmpdir}, {"TMP", tmp}};
     EXPECT_EQ(TempFolder().value_or("none"), before);
-    const auto loadFrozen = [&, first = after] {
-      setenv("TMPDIR", first, 1);
-      FreezeEnvironment();
-      load(first);
-      EXPECT_STREQ(getenv("TMPDIR"), first) << "threads may read the environment";
-      _exit(HasFailure() ? 1 : 7);
-    };
-    EXPECT_EXIT(loadFrozen(), testing::ExitedWithCode(7), "");
-    load(after);
-    EXPECT_STREQ(getenv("TMPDIR"), ".");
+    EXPECT_EQ(Loaded("").tmpdir, after);
   }
+  const auto load = [this] {  // "/" becomes "", as the names of files in it begin with a '/'
+    const char* const steps[][2] = {
+        {"tmpdir=/usr/", "/usr"},     {"tmpdir=/etc", "/etc"}, {"", "/etc"},
+        {"tmpdir=/dev/null", "/etc"}, {"tmpdir=/", ""},        {"", "."}};
+    for (const auto& [file, expected] : steps) {
+      EXPECT_EQ(Loaded(file).tmpdir, expected) << file;
+      EXPECT_EQ(TempFolder(), String(expected)) << file;
+    }
+  };
+  const auto loadFrozen = [&] {
+    setenv("TMPDIR", "/", 1);
+    FreezeEnvironment();
+    EXPECT_EQ(TempFolder(), String("/"));
+    load();
+    EXPECT_STREQ(getenv("TMPDIR"), "/") << "threads may read the environment";
+    _exit(HasFailure() ? 1 : 7);
+  };
+  EXPECT_EXIT(loadFrozen(), testing::ExitedWithCode(7), "");
+  load();
+  EXPECT_STREQ(getenv("TMPDIR"), ".");
 }
 
 TEST_F(SettingsTest, AReloadKeepsWhatHasNoDefault) {
   Twofish_initialise();
   QovSettings = Named(mandatory + "host=h\ntimeout=5\nverboselogfile=v\nproccntscript=/x\n" +
                       "comment=c\npidfile=f\n");
-  QovSettings.verbose = 1;
   ASSERT_EQ(LoadOptions(err), 1);
   const TCipher& cipher = CurrentSettings()->PasswordCipher();
   EXPECT_EQ(EncodeData("text", *cipher, 0), EncodeData("text", "p", 0));
   EXPECT_EQ(cipher, CurrentSettings()->PasswordCipher()) << "prepared once";
   folder.File("qov.cfg", "port=2\nqovpath=relative\n");
   EXPECT_EQ(LoadOptions(err), 0);
-  const TSettingsView now = CurrentSettings();
-  EXPECT_EQ(Values(*now, {"port", "host", "timeout", "verboselogfile", "proccntscript"}),
-            "1 h 5 v /x ");
-  EXPECT_EQ(Values(*now, {"comment", "pidfile", "password", "qovpath"}), "   relative ");
-  EXPECT_EQ(now->verbose, 1u);
+  EXPECT_EQ(
+      Values(*CurrentSettings(), {"port", "host", "timeout", "verboselogfile", "proccntscript",
+                                  "comment", "pidfile", "password", "qovpath"}),
+      "1 h 5 v /x    relative ");
 }
 
 TEST_F(SettingsTest, APinHoldsOneRecord) {
@@ -145,6 +157,134 @@ TEST_F(SettingsTest, APinHoldsOneRecord) {
     std::thread([] { EXPECT_EQ(CurrentSettings()->port, 2); }).join();
   }
   EXPECT_EQ(CurrentSettings()->port, 2);
+}
+
+/// Every saved key with its default, in the order in which a save appends them.
+constexpr char kAllDefaults[] =
+    "host=\r\nport=0\r\ntimeout=4000\r\ncomment=\r\npassword=\r\nfilteractive=0\r\n"
+    "filtermarks=127.0.0.1\r\nfilterlist=1\r\nlogsuccess=0\r\nlogfails=1\r\n"
+    "oklogfile=log1.txt\r\nbadlogfile=log2.txt\r\nverboselogfile=\r\nallowupdates=1\r\n"
+    "allowmanage=1\r\nupdateaddr=127.0.0.1\r\nmanageaddr=127.0.0.1\r\nunc=1\r\nfreespace=1\r\n"
+    "foldersize=1\r\ncountfiles=1\r\nfileexists=1\r\nfilecrc=1\r\ncomparefiles=1\r\nprocess=1\r\n"
+    "cpuusage=1\r\nscript=1\r\nexternal=1\r\nping=1\r\ntcp=1\r\nudp=1\r\ntextlog=1\r\n"
+    "shellscript=1\r\nexecuteaction=0\r\ntcpudpaction=0\r\nsyslogaction=0\r\n";
+
+// Lines in a file that has every key elsewhere too. A second save changes nothing.
+TEST_F(SettingsTest, ReplacesValuesInPlace) {
+  const std::string x(2000, 'x');
+  const std::string room = "comment=" + x.substr(0, 1015);
+  const std::string blanks(1015, ' ');
+  const std::string cases[][3] = {
+      {"port=1\r\n \tPorT \t=\t  1 ; x\n", "port=99\r\n \tPorT \t=\t  99\r\n"},
+      {"comment=\ncomment=  \t\r\ncomment=old",
+       "comment=a b\r\ncomment=  \ta b\r\ncomment=a b\r\n"},
+      {"filterlist=x\r\nno end", "filterlist=10.0.0.1 10.0.0.2 \r\nno end\r\n"},
+      {"allowupdates=1 ; remote\n", "allowupdates=0 ; remote\n"},
+      {"unc=true\r\nunc= \t\r\nunc=\nunc=", "unc=1rue\r\nunc= \t1\r\nunc=1\nunc=1\r\n"},
+      // A line takes 1,023 bytes before its end, which is then a piece of its own.
+      {"comment=\n", room + "\r\n", x},
+      {room + "\r\nport=1\n", "comment=a b\r\nport=99\r\n"},
+      {"comment=" + x + "\n", "comment=a b\r\n" + x.substr(1015) + "\n"},
+      {"comment=" + blanks.substr(1) + "\n", "comment=" + blanks.substr(1) + "x\r\n", x},
+      // Left alone: comments, no keys or unsaved ones, long lines, no room for a value.
+      {"#port=1\n;port=1\r\n #port=1\nport\n\n \r\n=2\nother=1\ntmpdir=/x\npidfile=y\n", ""},
+      {std::string("zero\0=1\0\n", 9) + "#" + x + "port=1\nother=" + x + "\n\n", ""},
+      {"comment=" + blanks + "\n", ""},
+      // No value makes a line of its own.
+      {"comment=\n", "comment=a port=7\rb\r\n", "a\nport=7\rb"}};
+  for (const auto& [before, after, comment] : cases) {
+    TQovSettings record = Loaded(kAllDefaults + before);
+    for (int i = 0; i < 2; ++i) {
+      record.port = 99;
+      record.comment = ToString(comment.empty() ? "a b" : comment);
+      record.unc = 1;
+      record.allowupdates = 0;
+      record.filterlist = "10.0.0.1\r\n10.0.0.2\r\n";
+      EXPECT_EQ(record.SaveOptions_(err), 1);
+      EXPECT_EQ(File().substr(File().find("syslog")),
+                "syslogaction=0\r\n" + (after.empty() ? before : after));
+    }
+  }
+}
+
+TEST_F(SettingsTest, AppendsValuesThatALoadTakes) {
+  const std::string room(1015, 'x');
+  const std::string cases[][3] = {// value, how it is written, how it is read
+                                  {room + "xx=1", room + "xx=1", room},
+                                  {room + "port=7", room, room},
+                                  {room + std::string(1000, ' ') + "Qovpath =/", room, room},
+                                  {"# a\r\nport=7", "# a port=7", "# a port=7"}};
+  for (const auto& [value, written, read] : cases) {
+    TQovSettings record = Named("port=1");
+    record.comment = ToString(value);
+    EXPECT_EQ(record.SaveOptions_(err), 1);
+    EXPECT_NE(File().find("\ncomment=" + written + "\r\n"), std::string::npos) << value;
+    EXPECT_EQ(Values(Loaded(File()), {"comment", "qovpath", "port"}), read + "  0 ");
+  }
+}
+
+TEST_F(SettingsTest, ReplacesTheFileAtOnceOrNotAtAll) {
+  const bool root = geteuid() == 0;  // else the file keeps its owner and group by itself
+  const std::string noNew = "Cannot create new configuration file '" + path + ".New'";
+  const std::string noRename = "Cannot overwrite configuration file '" + path + "'";
+  // Without links the old file is renamed; a group that cannot be given has no rights.
+  const std::string cases[][2] = {
+      {"O", noNew},           {"ooW", noNew},        {"oowS", noNew}, {"oowslRr", noRename},
+      {"oowsLrRr", noRename}, {"oowsLRR", noRename}, {"oowslrS", ""}, {"oowsLrrs", ""},
+      {"oowsLRrs", ""},       {"oOwslrs", ""},       {"oowslrs", ""}};
+  for (const auto& [calls, fault] : cases) {
+    const bool noGroup = calls[1] == 'O';
+    if (!root && (noGroup || calls == "O")) continue;
+    SCOPED_TRACE(calls);
+    TQovSettings record = Loaded("port=1\nfiltermarks=\n");
+    record.port = 2;
+    EXPECT_EQ(chmod(path.c_str(), 0642) + (root ? chown(path.c_str(), 1, 2) : 0), 0);
+    EXPECT_EQ(symlink(agent.c_str(), (path + ".New").c_str()), 0) << "the last one is left";
+    struct stat old = {}, now = {};
+    stat(path.c_str(), &old);
+    made = "";
+    plan = calls.substr(root ? 0 : 2);
+    EXPECT_EQ(record.SaveOptions_(err), fault.empty());
+    EXPECT_EQ(made, std::exchange(plan, ""));
+    EXPECT_EQ(ToStd(err), fault);
+    EXPECT_EQ(File().substr(0, 7), fault.empty() ? "port=2\r" : "port=1\n");
+    if (noGroup) old.st_mode = S_IFREG | 0602, old.st_gid = getegid();
+    stat(path.c_str(), &now);
+    EXPECT_EQ(std::tie(now.st_mode, now.st_uid, now.st_gid),
+              std::tie(old.st_mode, old.st_uid, old.st_gid));
+    EXPECT_EQ(ReadFile(agent), "") << "a planted link is not followed";
+  }
+}
+
+TEST_F(SettingsTest, AppendsEveryMissingKeyUpToWhatALoadTakes) {
+  const std::string full = "Settings exceed 16 MiB of configuration file '" + path + "'";
+  const std::string most = "#" + std::string(kMaxSettingsFileBytes - 2, 'x') + "\n";
+  for (const bool over : {false, true}) {
+    const std::string old = "#" + most.substr(sizeof kAllDefaults - over);
+    EXPECT_EQ(Loaded(old).SaveOptions_(err), !over);
+    EXPECT_EQ(err == ToString(full), over);
+    EXPECT_EQ(File().substr(old.size()), over ? "" : kAllDefaults);
+    Loaded(over ? "#" + most : most);
+    EXPECT_EQ(err.Pos("Cannot open") != 0, over);
+  }
+}
+
+TEST_F(SettingsTest, TheSampleExplainsEveryKeyAndIsSafe) {
+  const std::string sample = ReadFile(QOV_SOURCE_DIR "/packaging/qov.cfg");
+  const std::string manual = ReadFile(QOV_SOURCE_DIR "/docs/configuration.md");
+  for (const TSettingKey& key : kSettingKeys) {
+    const std::string name = key.name;
+    const size_t at = ("\n" + sample).find("\n" + name + "=");
+    ASSERT_NE(at, std::string::npos) << name;
+    EXPECT_EQ(sample.substr(sample.rfind('\n', at - 2) + 1, 2), "# ") << name;
+    EXPECT_NE(manual.find("\n| `" + name + "` |"), std::string::npos) << name;
+  }
+  const TQovSettings record = Loaded(sample + "password=x\nqovpath=" + agent + "\n");
+  EXPECT_EQ(err, "");
+  EXPECT_EQ(record.effectivefilter, "\r\n127.0.0.1\r\n");
+  EXPECT_EQ(Values(record, {"host", "filteractive", "allowupdates", "shellscript", "external",
+                            "executeaction", "tcpudpaction", "syslogaction"}),
+            "127.0.0.1 1 0 0 0 0 0 0 ");
 }
 
 }  // namespace
