@@ -13,34 +13,26 @@ TEST(Gates, OpenByTheirOwnSettingAlone) {
   using TSet = TQovSettings;
   constexpr char kTest[] = "600\ntest is not allowed";
   constexpr char kAction[] = "600\noperation is not allowed";
-  const struct {
-    THandler handler;
-    int TQovSettings::*flag;
-    const char* refusal;
-  } gates[] = {{ProcessTest_UNC, &TSet::unc, kTest},
-               {ProcessTest_FolderSize, &TSet::foldersize, kTest},
-               {ProcessTest_FileExists, &TSet::fileexists, kTest},
-               {ProcessTest_FileCompare, &TSet::comparefiles, kTest},
-               {ProcessTest_FileCRC, &TSet::filecrc, kTest},
-               {ProcessTest_CountFiles, &TSet::countfiles, kTest},
-               {ProcessTest_TCP, &TSet::tcp, kTest},
-               {ProcessTest_UDP, &TSet::udp, kTest},
-               {ProcessTest_Process, &TSet::process, kTest},
-               {ProcessInfo_ProcessesList, &TSet::process, kTest},
-               {ProcessTest_CPU, &TSet::cpuusage, kTest},
-               {ProcessTest_External, &TSet::external, kTest},
-               {ProcessTest_ShellScript, &TSet::shellscript, kTest},
-               {ProcessTest_TextLog, &TSet::textlog, kTest},
-               {ProcessTest_TextLog2, &TSet::textlog, kTest},
-               {ProcessAct_ExternalCmd, &TSet::executeaction, kAction},
-               {ProcessAct_TCPSend, &TSet::tcpudpaction, kAction},
-               {ProcessAct_Syslog, &TSet::syslogaction, kAction}};
-  for (const auto& gate : gates) {
-    SCOPED_TRACE(&gate - gates);
-    const TEnabledTests others(1, gate.flag);
-    EXPECT_EQ(gate.refusal, CallHandler(gate.handler, {}));
-    const TEnabledTests own(0, gate.flag);
-    EXPECT_NE(gate.refusal, CallHandler(gate.handler, {}));
+  const THandler handlers[] = {
+      ProcessTest_UNC,         ProcessTest_FolderSize,    ProcessTest_FileExists,
+      ProcessTest_FileCompare, ProcessTest_FileCRC,       ProcessTest_CountFiles,
+      ProcessTest_TCP,         ProcessTest_UDP,           ProcessTest_CPU,
+      ProcessTest_Process,     ProcessInfo_ProcessesList, ProcessTest_External,
+      ProcessTest_ShellScript, ProcessTest_TextLog,       ProcessTest_TextLog2,
+      ProcessAct_ExternalCmd,  ProcessAct_TCPSend,        ProcessAct_Syslog};
+  int TSet::*const flags[] = {&TSet::unc,           &TSet::foldersize,   &TSet::fileexists,
+                              &TSet::comparefiles,  &TSet::filecrc,      &TSet::countfiles,
+                              &TSet::tcp,           &TSet::udp,          &TSet::cpuusage,
+                              &TSet::process,       &TSet::process,      &TSet::external,
+                              &TSet::shellscript,   &TSet::textlog,      &TSet::textlog,
+                              &TSet::executeaction, &TSet::tcpudpaction, &TSet::syslogaction};
+  for (size_t i = 0; i < std::size(handlers); ++i) {
+    SCOPED_TRACE(i);
+    const char* refusal = i < 15 ? kTest : kAction;  // the last three
+    const TEnabledTests others(1, flags[i]);
+    EXPECT_EQ(refusal, CallHandler(handlers[i], {}));
+    const TEnabledTests own(0, flags[i]);
+    EXPECT_NE(refusal, CallHandler(handlers[i], {}));
   }
   const TEnabledTests unc(0, &TSet::unc);  // any check of files opens the file list, unc does not
   EXPECT_EQ(kTest, CallHandler(ProcessInfo_GetFileList, {}));
