@@ -86,7 +86,12 @@ TEST(SetKeysTest, WritesAssignmentsInTheirWireForm) {
   }
 }
 
-TEST(TargetTest, ReadsTheAgentsOwnFileAndLetsOptionsWin) {
+/// A load settles TMPDIR for the process that did it: it goes with the test.
+struct TargetTest : testing::Test {
+  const TEnvironment tmpdir{"TMPDIR", getenv("TMPDIR")};
+};
+
+TEST_F(TargetTest, ReadsTheAgentsOwnFileAndLetsOptionsWin) {
   const TTempDir folder;
   const auto secret = [&folder](const char* content, mode_t mode) {
     const std::string path = folder.File(content, content);
@@ -112,7 +117,7 @@ TEST(TargetTest, ReadsTheAgentsOwnFileAndLetsOptionsWin) {
   EXPECT_NE(std::string::npos, warning.find("open to every user"));
 }
 
-TEST(TargetTest, SaysWhatIsMissing) {
+TEST_F(TargetTest, SaysWhatIsMissing) {
   const TEnvironment none("QOV_PASSWORD_FILE", nullptr);
   const TTempDir folder;
   const TTargetOptions cases[] = {
