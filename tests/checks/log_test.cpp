@@ -95,7 +95,7 @@ bool Group(std::minstd_rand& random, const std::string& line, int depth, std::st
 
 TEST(Expressions, AgreeWithASmallEvaluator) {
   std::minstd_rand random(3);
-  for (int round = 0; round < 1000; ++round) {
+  for (int round = 0; round < 400; ++round) {
     std::string line, text;
     for (const char c : {'a', 'b', 'c', 'd'}) line += random() % 2 == 0 ? c : '-';
     const bool expected = Group(random, line, 4, text);
@@ -260,7 +260,7 @@ TEST_F(TextLog, ScansAsALineByLineModel) {
   const char* const expressions[] = {"'a'",           "not 'a'",         "'B' and not 'a' or '1'",
                                      "'#n#' or 'aB'", "not 'x' and '1'", "'a",
                                      "('a'",          "'#n#' and '\n'",  ""};
-  for (int round = 0; round < 1000; ++round) {
+  for (int round = 0; round < 400; ++round) {
     const size_t size = round % 200 == 0 ? 1'100'000 : roll(600);  // large: several blocks
     const size_t width = size > 600 ? size_t{300} << 5 * roll(3) : 1 + roll(300);
     std::string log;
