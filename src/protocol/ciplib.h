@@ -52,6 +52,10 @@ struct MD5 {
   md5_ctx context;
 };
 
-void MD5Open(MD5* md5);
-void MD5Digest(MD5* md5, const void* data, unsigned len);
-void MD5Close(MD5* md5, unsigned char digest[16]);
+inline void MD5Open(MD5* md5) { md5_init(&md5->context); }
+inline void MD5Digest(MD5* md5, const void* data, unsigned len) {
+  if (len > 0) md5_update(&md5->context, len, static_cast<const uint8_t*>(data));
+}
+inline void MD5Close(MD5* md5, unsigned char digest[16]) {
+  md5_digest(&md5->context, MD5_DIGEST_SIZE, digest);
+}

@@ -129,32 +129,24 @@ String EncodePswd(const String& password) {
 }
 
 int qovDecodeBool(const char* text) { return strcmp(text, "1") == 0 ? 1 : 0; }
-int qovDecodeBool(String text) { return qovDecodeBool(text.CStr()); }
 
 int qovDecodeInt(const char* text) {
   return static_cast<int>(std::clamp<long>(strtol(text, nullptr, 10), INT_MIN, INT_MAX));
 }
-int qovDecodeInt(String text) { return qovDecodeInt(text.CStr()); }
-
-double qovDecodeInt64(const char* text) { return strtod(text, nullptr); }
-double qovDecodeInt64(String text) { return qovDecodeInt64(text.CStr()); }
 
 double qovDecodeReal(const char* text) { return strtod(text, nullptr); }
-double qovDecodeReal(String text) { return qovDecodeReal(text.CStr()); }
 
 int qovDecodeInt(const char* text, int* out) {
   if (!isdecimalnum(text)) return 0;
   *out = qovDecodeInt(text);
   return 1;
 }
-int qovDecodeInt(String text, int* out) { return qovDecodeInt(text.CStr(), out); }
 
 int qovDecodeInt64(const char* text, double* out) {
   if (!isdecimalnum(text)) return 0;
   *out = qovDecodeInt64(text);
   return 1;
 }
-int qovDecodeInt64(String text, double* out) { return qovDecodeInt64(text.CStr(), out); }
 
 struct tm qovDecodeTime(const char* text) {
   struct tm result = {};
@@ -166,9 +158,6 @@ struct tm qovDecodeTime(const char* text) {
   result.tm_min = Digits(text + 10, 2);
   result.tm_sec = Digits(text + 12, 2);
   return result;
-}
-struct tm qovDecodeTime(String text) {
-  return qovDecodeTime(text.CStr());
 }
 
 String qovEncodeStrings(const char* p, int len) {
@@ -186,8 +175,6 @@ String qovEncodeStrings(const char* p, int len) {
   return result;
 }
 
-String qovEncodeStrings(const String& s) { return qovEncodeStrings(s.CStr(), s.Length()); }
-
 String qovDecodeStrings(const char* p, int len) {
   String result;
   if (p == nullptr) return result;
@@ -204,5 +191,3 @@ String qovDecodeStrings(const char* p, int len) {
   }
   return result;
 }
-
-String qovDecodeStrings(const String& s) { return qovDecodeStrings(s.CStr(), s.Length()); }

@@ -70,30 +70,30 @@ String EncodePswd(const String& password);
 /// Reading of values in request texts. The String forms terminate the string in place first.
 /// 1 when the text is exactly "1".
 int qovDecodeBool(const char* text);
-int qovDecodeBool(String text);
+inline int qovDecodeBool(String text) { return qovDecodeBool(text.CStr()); }
 /// The atoi reading, saturated.
 int qovDecodeInt(const char* text);
-int qovDecodeInt(String text);
+inline int qovDecodeInt(String text) { return qovDecodeInt(text.CStr()); }
 /// The atof reading.
-double qovDecodeInt64(const char* text);
-double qovDecodeInt64(String text);
 double qovDecodeReal(const char* text);
-double qovDecodeReal(String text);
+inline double qovDecodeReal(String text) { return qovDecodeReal(text.CStr()); }
+inline double qovDecodeInt64(const char* text) { return qovDecodeReal(text); }
+inline double qovDecodeInt64(String text) { return qovDecodeReal(text.CStr()); }
 /// Checked forms: 0, with *out untouched, when a byte is neither a digit nor '-'; else 1.
 /// Deliberate: "" is accepted as 0 and "1-2" as 1.
 int qovDecodeInt(const char* text, int* out);
-int qovDecodeInt(String text, int* out);
+inline int qovDecodeInt(String text, int* out) { return qovDecodeInt(text.CStr(), out); }
 int qovDecodeInt64(const char* text, double* out);
-int qovDecodeInt64(String text, double* out);
+inline int qovDecodeInt64(String text, double* out) { return qovDecodeInt64(text.CStr(), out); }
 /// DDMMYYYYhhmmss; all zero when not 14 characters. Deliberate: tm_mon is 1 to 12 and tm_year the
 /// full year, as read.
 struct tm qovDecodeTime(const char* text);
-struct tm qovDecodeTime(String text);
+inline struct tm qovDecodeTime(String text) { return qovDecodeTime(text.CStr()); }
 
 /// Line breaks as "%0A" and "%0D", so that a value stays on one line; nothing else is escaped.
 /// len 0 or less: up to the terminator; a null pointer gives "".
 String qovEncodeStrings(const char* p, int len);
-String qovEncodeStrings(const String& s);
+inline String qovEncodeStrings(const String& s) { return qovEncodeStrings(s.CStr(), s.Length()); }
 /// The reverse; only the upper-case forms are escapes.
 String qovDecodeStrings(const char* p, int len);
-String qovDecodeStrings(const String& s);
+inline String qovDecodeStrings(const String& s) { return qovDecodeStrings(s.CStr(), s.Length()); }

@@ -55,10 +55,7 @@ void QovReply::AddStringParam(const char* s, int encode) { AddStringParam(String
 
 void QovReply::AddBoolParam(int b) { AddLine(b != 0 ? "1" : "0", 1); }
 
-void QovReply::AddIntParam(int v) {
-  char text[kNumberBytes];
-  AddLine(text, snprintf(text, sizeof text, "%d", v));
-}
+void QovReply::AddIntParam(int v) { AddVarParams("%d", v); }
 
 void QovReply::AddIntParam(double v) {
   char text[kNumberBytes];
@@ -78,10 +75,8 @@ void QovReply::AddTimeParam(const time_t& t) {
 
 void QovReply::AddTimeParam(const struct tm& t) {
   // In long, since the year of a far-off time reaches the end of int.
-  char text[96];
-  const int count = snprintf(text, sizeof text, "%2.2d%2.2ld%4.4ld%2.2d%2.2d%2.2d", t.tm_mday,
-                             t.tm_mon + 1L, t.tm_year + 1900L, t.tm_hour, t.tm_min, t.tm_sec);
-  AddLine(text, count);
+  AddVarParams("%2.2d%2.2ld%4.4ld%2.2d%2.2d%2.2d", t.tm_mday, t.tm_mon + 1L, t.tm_year + 1900L,
+               t.tm_hour, t.tm_min, t.tm_sec);
 }
 
 void QovReply::AddVarParams(const char* format, ...) {

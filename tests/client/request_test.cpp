@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <set>
-
 #include "client/failure.h"
 #include "client/scanstate.h"
 #include "client/setkeys.h"
@@ -61,24 +59,14 @@ TEST(RequestTest, PutsOptionsOnTheLinesOfTheirCommand) {
   EXPECT_THROW(BuildParams(*FindCommand("shell-script"), Given("SCRIPT=/none|")), TUsageFailure);
 }
 
-TEST(CommandTableTest, HasNoTwoOfOneNameOrLine) {
-  std::set<std::string> used;
-  for (const TCommand& row : Commands()) {
-    EXPECT_TRUE(used.insert(row.name).second) << row.name;
-    for (const TParam& param : row.params) {
-      EXPECT_TRUE(used.insert(row.name + std::to_string(-param.position)).second) << row.name;
-    }
-  }
-}
-
 TEST(SetKeysTest, WritesAssignmentsInTheirWireForm) {
   const std::pair<const char*, const char*> good[] = {
       {"comment= a = b", "Comment= a = b"},
       {"FOLDER SIZE=Off", "Folder Size=0"},
       {"AllowRManage=yes", "AllowRManage=1"},
       {"Timeout=3000", "Timeout=3000"},
-      {"IPFilterAddr=10.0.0.1, 10.0.0.2", "IPFilterAddr=10.0.0.1%0D%0A10.0.0.2"},
-      {"UpdateAddr=", "UpdateAddr="}};
+      {"UpdateAddr=", "UpdateAddr="},
+      {"IPFilterAddr=1.0.0.1, 1.0.0.2", "IPFilterAddr=1.0.0.1%0D%0A1.0.0.2"}};
   for (const auto& [given, line] : good) EXPECT_EQ(line, SetLine(given));
   for (const char* bad : {"Comment", "Nonsense=1", "password=x", "TCP=maybe", "Port=1x",
                           "Port=", "Comment=a\nPort=1"}) {
@@ -93,74 +81,59 @@ struct TargetTest : testing::Test {
 
 TEST_F(TargetTest, ReadsTheAgentsOwnFileAndLetsOptionsWin) {
   const TTempDir folder;
-  const auto secret = [&folder](const char* content, mode_t mode) {
-    const std::string path = folder.File(content, content);
+  const auto file = [&folder](const char* content, mode_t mode = 0600) {
+    const std::string path = folder.File(std::string("of ") + content, content);
     chmod(path.c_str(), mode);
     return path;
   };
-  const std::string config =
-      folder.File("qov.cfg", "# port=1\nPORT = 1055\nhost=\npassword= from the file \n");
-  const TEnvironment named("QOV_PASSWORD_FILE", secret("of the environment", 0600).c_str());
-  const struct {
-    TTargetOptions options;
-    const char* target;
-  } cases[] = {{{.configFile = config}, "127.0.0.1 1055 from the file"},
-               {{"h", 2, secret("other\r\nsecond", 0600), config}, "h 2 other"},
-               {{.port = 3}, "127.0.0.1 3 of the environment"}};
   std::string warning;
-  for (const auto& c : cases) {
-    const TTarget target = ResolveTarget(c.options, warning);
-    EXPECT_EQ(c.target, target.host + ' ' + std::to_string(target.port) + ' ' + target.password);
-    EXPECT_EQ("", warning);
+  const auto target = [&warning](const TTargetOptions& options) {
+    const TTarget found = ResolveTarget(options, warning);
+    return found.host + ' ' + std::to_string(found.port) + ' ' + found.password;
+  };
+  const std::string config = file("# port=1\nPORT = 1055\nhost=\npassword= from the file \n");
+  EXPECT_EQ("127.0.0.1 1055 from the file", target({.configFile = config}));
+  EXPECT_EQ("h 2 other", target({"h", 2, file("other\r\nsecond"), config}));
+  for (const TTargetOptions& lacking :
+       std::initializer_list<TTargetOptions>{{.port = 1},
+                                             {.passwordFile = file("x")},
+                                             {.port = 1, .passwordFile = "/none"},
+                                             {.port = 1, .passwordFile = file("")},
+                                             {.configFile = "/none"},
+                                             {.configFile = file("password=x\n")},
+                                             {.configFile = file("password=x\nport=70000\n")}}) {
+    EXPECT_THROW(target(lacking), TUsageFailure) << lacking.passwordFile << lacking.configFile;
   }
-  ResolveTarget({.port = 1, .passwordFile = secret("open", 0604)}, warning);
+  const TEnvironment named("QOV_PASSWORD_FILE", file("of the environment").c_str());
+  EXPECT_EQ("127.0.0.1 3 of the environment", target({.port = 3}));
+  EXPECT_EQ("", warning);
+  EXPECT_EQ("127.0.0.1 4 open", target({.port = 4, .passwordFile = file("open", 0604)}));
   EXPECT_NE(std::string::npos, warning.find("open to every user"));
 }
 
-TEST_F(TargetTest, SaysWhatIsMissing) {
-  const TEnvironment none("QOV_PASSWORD_FILE", nullptr);
-  const TTempDir folder;
-  const TTargetOptions cases[] = {
-      {.port = 1},
-      {.passwordFile = folder.File("pw", "x")},
-      {.port = 1, .passwordFile = folder.File("empty")},
-      {.port = 1, .passwordFile = folder.Path("missing")},
-      {.configFile = folder.Path("missing")},
-      {.configFile = folder.File("noport", "password=x\n")},
-      {.configFile = folder.File("badport", "password=x\nport=70000\n")}};
-  std::string warning;
-  for (const TTargetOptions& options : cases) {
-    EXPECT_THROW(ResolveTarget(options, warning), TUsageFailure)
-        << options.passwordFile << options.configFile;
-  }
-}
-
-struct ScanStateTest : testing::Test {
+TEST(ScanStateTest, IsReplacedWholeAndRefusedWhenDamagedOrOfAnotherWatch) {
   const TTempDir folder;
   const std::string path = folder.Path("state");
   const TCommand& log = *FindCommand("text-log");
   TGiven given = {{"FILE", "/l"}, {"--find", "two\nlines"}};
   const std::string watch = WatchIdentity({.host = "h", .port = 1}, log, given);
+  PutScanState({"8", "8", "8"}, given);  // no part of what identifies a watch
+  EXPECT_EQ(watch, WatchIdentity({.host = "h", .port = 1}, log, given));
   TScanState state;
-};
-
-TEST_F(ScanStateTest, IsReplacedWholeAndOpenToItsOwnerOnly) {
   LoadScanState(path, watch, state);
   EXPECT_EQ("0", state.size) << "a watch begins without a file";
   SaveScanState(path, watch, {"-1", "12345678901234567890", "7"});
-  SaveScanState(path, watch, {"15", "16", "17"});
-  PutScanState({"8", "8", "8"}, given);  // no part of what identifies a watch
-  LoadScanState(path, WatchIdentity({.host = "h", .port = 1}, log, given), state);
-  EXPECT_EQ("15 16 17", state.position + ' ' + state.size + ' ' + state.time);
+  SaveScanState(path, watch,
+                ReadScanState(log, {"200", {"5", "x", "0", " 10", " 20", " 7", "20"}}));
+  LoadScanState(path, watch, state);
+  EXPECT_EQ("10 20 7", state.position + ' ' + state.size + ' ' + state.time);
   struct stat facts = {};
   ASSERT_EQ(0, stat(path.c_str(), &facts));
   EXPECT_EQ(0600u, facts.st_mode & 07777);
   EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(folder.Path()), {}));
   EXPECT_THROW(SaveScanState("/nonexistent/state", watch, {}), TUsageFailure);
-}
-
-TEST_F(ScanStateTest, IsRefusedWhenDamagedOrOfAnotherWatch) {
-  SaveScanState(path, watch, {"1", "2", "3"});
+  EXPECT_THROW(LoadScanState(path, watch + 'x', state), TUsageFailure);
+  EXPECT_THROW(ReadScanState(log, {"200", {"5", "x", "0", "x", "20", "1000", "20"}}), TSilence);
   const std::string good = ReadFile(path);
   for (const std::string& bad :
        {std::string(), good.substr(0, good.size() / 2), "x" + good, good.substr(0, good.size() - 2),
@@ -168,16 +141,5 @@ TEST_F(ScanStateTest, IsRefusedWhenDamagedOrOfAnotherWatch) {
     folder.File("state", bad);
     EXPECT_THROW(LoadScanState(path, watch, state), TUsageFailure) << bad;
   }
-  folder.File("state", good);
-  given["--find"] = "another";
-  EXPECT_THROW(LoadScanState(path, WatchIdentity({.host = "h", .port = 1}, log, given), state),
-               TUsageFailure);
-  EXPECT_EQ("0", state.position);
-}
-
-TEST_F(ScanStateTest, IsReadFromReplies) {
-  state = ReadScanState(log, {"200", {"5", "a line", "0", "    10", "    20", "  1000", "    20"}});
-  EXPECT_EQ("10 20 1000", state.position + ' ' + state.size + ' ' + state.time);
-  EXPECT_THROW(ReadScanState(log, {"200", {"5", "a line", "0", "x", "20", "1000", "20"}}),
-               TSilence);
+  EXPECT_EQ("10", state.position);
 }

@@ -36,7 +36,8 @@ TEST(Codec, ReadsValues) {
   for (const auto& [text, plain] : taken) {
     int value = 77;
     double large = 77;
-    EXPECT_TRUE(qovDecodeInt(String(text), &value) && qovDecodeInt64(String(text), &large)) << text;
+    EXPECT_EQ(1, qovDecodeInt(String(text), &value)) << text;
+    EXPECT_EQ(1, qovDecodeInt64(String(text), &large)) << text;
     EXPECT_EQ(plain, value);
     EXPECT_EQ(strtod(text, nullptr), large);
     EXPECT_FALSE(qovDecodeInt(" 1", &value) || qovDecodeInt64("x", &large));
