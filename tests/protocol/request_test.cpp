@@ -71,7 +71,7 @@ TEST_F(RequestTest, RefusesEveryDamageWithoutAKeyAndTellsHowFarItCame) {
       {"Wrong password or MD5 error",
        {Put(good, 8, 1, 0), Put(good, 23, 1, 0), BuildRequest("", "k1", kText),
         Put(Put(std::string(good).erase(16, 8), 0, 4, 40), 6, 2, 8),
-        Put(Put(std::string(good).insert(24, 1, 'x'), 0, 4, 49), 6, 2, 17)}}};
+        Put(Put(std::string(good).insert(24, 1, '\0'), 0, 4, 49), 6, 2, 17)}}};
   for (const auto& [last, packets] : cases) {
     for (const std::string& packet : packets) {
       ASSERT_EQ(1, Parse(good));
