@@ -24,27 +24,19 @@ TEST(RequestTest, PutsOptionsOnTheLinesOfTheirCommand) {
   const std::string script = "SCRIPT=" + folder.File("s", "a\r\nb\n") + '|';
   const std::tuple<const char*, std::string, const char*> cases[] = {
       // command, given, lines
-      {"disk", "PATH=/var|", "/var|"},
-      {"disk", "", "/|"},
       {"folder-size", "FOLDER=/a|--macros=1|", "/a|0||||||1|"},
-      {"file", "FILE=/a|--macros=1|", "/a||||||1|"},
       {"count-files", "FOLDER=/a|--count=smaller|--limit=9|--recurse=1|", "/a|*|1|4|9||||||0|"},
       {"compare", "FILE=/a|OTHER=/b|--size=1|--macros=1|", "1|/a|/b|0|1|0||||||1|0|"},
       {"find-text", "FILE=/a|TEXT=t|--macros=1|--whole-word=1|", "2|/a|t|0|1||||1|"},
       {"find-file", "FILE=/a|PATTERN=/b|--macros=1|", "3|/a|/b||||||||1|"},
-      {"process", "NAME=sshd|", "|sshd|"},
-      {"external", "COMMAND=/bin/true|", "/bin/true|||8000|"},
       {"shell-script", script, "%script% %params%|a%0D%0Ab%0A||8|100|"},
       {"tcp", "HOST=h|PORT=25|--send=EHLO\r\n|", "h|25|5000|EHLO%0D%0A|0|"},
-      {"udp", "HOST=h|PORT=53|--send=x|", "h|53|2000|1|x|0|"},
       {"execute", "COMMAND=c|--directory=/d|", "c|/d|0|8000|"},
       {"send", "HOST=h|PORT=1|DATA=a|--udp=1|--then=b\n|", "h|1|1|a|0|b%0A|"},
-      {"syslog", "HOST=h|MESSAGE=m|", "h|514|1|5|m|"},
       {"files", "--no-files=1|--hidden=1|", "/|*|1|0|1|0|1|1|1|"},
       {"text-log", "FILE=/l|--find=e\n|--position=-1|--case=1|", "/l|e%0A|-1|0|0|0|0|1|0|"},
       {"text-log2", "FILE=/l|--find=e|--or-find=f|--or-case=1|--macros=1|",
-       "/l|0|0|0|0|e|0|0|0|1|f|0|1|0||||||1|"},
-      {"info", "", ""}};
+       "/l|0|0|0|0|e|0|0|0|1|f|0|1|0||||||1|"}};
   for (const auto& [command, given, expected] : cases) {
     std::string lines;
     for (const std::string& line : BuildParams(*FindCommand(command), Given(given)))

@@ -72,26 +72,21 @@ TEST(VxWire, EscapesAsTheAgentDoes) {
   EXPECT_EQ("%a\r\n%0a%0B%0", DecodeText("%a%0D%0A%0a%0B%0"));
 }
 
-TEST(PacketFile, SurvivesTheWayThroughText) {
-  EXPECT_EQ(kGood, ReadPacketText("# request\n" + HexText(kGood)));
-  EXPECT_EQ(kGood, ReadPacketText(kGood));
-  bool valid[5];
-  EXPECT_NE(std::string::npos, DescribeRequest(kGood, "pw", valid[0]).find("abcdefghij\\n\\r"));
-  EXPECT_NE(std::string::npos, DescribeRequest(kGood, "x", valid[1]).find("does not match"));
-  EXPECT_NE(std::string::npos, DescribeReply(kReply, "k1", valid[2]).find("200\\nOk\\n\\r"));
-  EXPECT_NE(std::string::npos, DescribeReply(kReply, "k2", valid[3]).find("another key"));
-  EXPECT_NE(std::string::npos, DescribeReply("\x08", "k1", valid[4]).find("cut short"));
-  EXPECT_TRUE(valid[0] && !valid[1] && valid[2] && !valid[3] && !valid[4]);
+TEST(PacketFile, TellsAWrongPasswordAndAnotherKey) {
+  bool valid = true;
+  EXPECT_NE(std::string::npos, DescribeRequest(kGood, "x", valid).find("does not match"));
+  EXPECT_FALSE(valid);
+  EXPECT_NE(std::string::npos, DescribeReply(kReply, "k2", valid).find("another key"));
+  EXPECT_NE(std::string::npos, DescribeReply("\x08", "k1", valid).find("cut short"));
+  EXPECT_NE(std::string::npos, DescribeReply(kReply, "k1", valid).find("200\\nOk\\n\\r"));
+  EXPECT_TRUE(valid);
 }
 
 TEST(Connection, TellsEveryEndOfAnExchange) {
   using enum TExchangeResult;
   const std::tuple<std::string, bool, TExchangeResult, const char*> cases[] = {
       {kReply, false, done, ""},
-      {"", true, closedSilently, "connection closed without a reply"},
-      {kReply.substr(0, 7), true, cutReply, "reply cut: 7 of 12 bytes came"},
       {"\x08", true, cutReply, "reply cut: 1 of the first 4 bytes came"},
-      {"", false, replyTimeout, "timed out without a reply"},
       {kReply.substr(0, 7), false, replyTimeout, "timed out within the reply: 7 of 12 bytes came"},
       {"\xff\xff\xff\xff", false, badReply, "the reply announces an impossible length"}};
   for (const auto& [sent, close, result, error] : cases) {
@@ -104,11 +99,8 @@ TEST(Connection, TellsEveryEndOfAnExchange) {
   }
 }
 
-TEST(Connection, TellsWhyItCannotConnect) {
-  // A label over 63 characters fails in the resolver itself, nobody is asked.
-  EXPECT_EQ(TExchangeResult::unknownHost, Exchange(std::string(70, 'x'), 1, 20000, "").result);
+TEST(Connection, DoesNotWaitLongerThanAsked) {
   const auto port = static_cast<uint16_t>(FindFreePort());
-  EXPECT_EQ(TExchangeResult::refused, Exchange("127.0.0.1", port, 20000, "").result);
   String error;
   const TFd full(TcpListen("127.0.0.1", port, nullptr, error));
   ASSERT_EQ(0, listen(full.Get(), 0));  // room for one
