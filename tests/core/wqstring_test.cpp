@@ -17,6 +17,7 @@ TEST(StringTest, GrowsByTheStepAndCutsInAFixedBuffer) {
   s.SetLength(128);
   EXPECT_EQ(std::string("0123456789") + std::string(118, '\0'), ToStd(s));
   s.SetLength(1);
+  EXPECT_STREQ("0", s.CStr());
   s = "";
   EXPECT_EQ(256, s.Capacity());
   (s = "x") = String();
@@ -26,8 +27,8 @@ TEST(StringTest, GrowsByTheStepAndCutsInAFixedBuffer) {
   s.AddData(s.Data() + 50, 100);  // its own bytes across a growth
   EXPECT_EQ(std::string(300, 'x'), ToStd(s));
   grown += "0123456789";
-  fixed = grown.CStr();
-  EXPECT_EQ(16, fixed.AddChar('c') + fixed.AddData("ab", 2));
+  fixed = String(grown);
+  EXPECT_EQ(24, fixed.AddChar('c') + fixed.AddData("ab", 2) + fixed.AddData("", 0));
   fixed.Delete(7, 1);
   (fixed += 'c') += "de";
   EXPECT_EQ("0123457c", fixed);
@@ -35,6 +36,9 @@ TEST(StringTest, GrowsByTheStepAndCutsInAFixedBuffer) {
   EXPECT_EQ(136, fixed.SetZero().Capacity());
   String moved(std::move(fixed));
   moved += grown + '8' + "9" + s;
+  String freed(8);
+  (freed = String()) += grown;
+  EXPECT_EQ(128, freed.Capacity()) << "a fixed size goes with the buffer";
   EXPECT_EQ("0123457c012345678989" + std::string(300, 'x'), ToStd(moved));
 }
 
