@@ -165,25 +165,25 @@ bool BoolStack::Holds(int entries) {
 
 void BoolStack::Push(int value) {
   failed_ |= count_ >= capacity_;
-  if (count_ < capacity_) entries_[count_++] = value != 0;
+  if (count_ < capacity_) At(count_++) = value != 0;
 }
 
-int BoolStack::Pop() { return Holds(1) ? entries_[--count_] : 0; }
+int BoolStack::Pop() { return Holds(1) ? At(--count_) : 0; }
 
 void BoolStack::Not() {
-  if (Holds(1)) entries_[count_ - 1] ^= 1;
+  if (Holds(1)) At(count_ - 1) ^= 1;
 }
 
 void BoolStack::Or() {
   if (!Holds(2)) return;
   const int right = Pop();
-  entries_[count_ - 1] |= static_cast<unsigned char>(right);
+  At(count_ - 1) |= static_cast<unsigned char>(right);
 }
 
 void BoolStack::And() {
   if (!Holds(2)) return;
   const int right = Pop();
-  entries_[count_ - 1] &= static_cast<unsigned char>(right);
+  At(count_ - 1) &= static_cast<unsigned char>(right);
 }
 
 TSearchExpression::TSearchExpression(String expression, int caseSensitive, int wholeWord)

@@ -93,6 +93,7 @@ class BoolStack {
 
  private:
   bool Holds(int entries);
+  unsigned char& At(int i) { return entries_[static_cast<size_t>(i)]; }
 
   std::unique_ptr<unsigned char[]> entries_;
   int count_ = 0;
