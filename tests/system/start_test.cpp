@@ -53,28 +53,32 @@ TEST(StartTest, EndsWithTheStatusAndTextOfTheFault) {
     int status;
     const char* text;
   } cases[] = {
-      {{"-p", "0"}, "", "", 1, "Command line checking .. Error\nInvalid port number\n\n Usage"},
+      {{"-p", "0"},
+       "",
+       "NONE=",
+       1,
+       "Command line checking .. Error\nInvalid port number\n\n Usage"},
       {{"-v", "-i"},
        "",
-       "",
+       "NONE=",
        1,
        "Settings checking .. Error\nCannot open configuration file '-i'\n"},
       {{"-i"},
        "qovpath=qov\n",
-       "",
+       "NONE=",
        1,
        "  Full path to the agent is not specified!\n\nPlease check '/"},
-      {{"-i"}, "", "FAULT_CIPHER=1", 3, "Basic encyption checking .. Error\n"},
-      {{"-i"}, "", "FAULT_CIPHER=2", 3, "QOV encyption checking .. Error\n"},
-      {{"-i"}, "", "FAULT_BIND=1 3 98", 4, "Sock testing .. TCP listen error:\nsocket() or"},
-      {{"-i"}, "", "FAULT_BIND=2 4 98", 4, "\nTCP listen error: socket() or bind() error\n\n"},
-      {{"-d"}, "", "FAULT_FORK=1 1 11", 2, "Error initializing daemon: Resource temporarily"},
+      {{"-i"}, "", "CIPHER=1", 3, "Basic encyption checking .. Error\n"},
+      {{"-i"}, "", "CIPHER=2", 3, "QOV encyption checking .. Error\n"},
+      {{"-i"}, "", "BIND=1 3 98", 4, "Sock testing .. TCP listen error:\nsocket() or"},
+      {{"-i"}, "", "BIND=2 4 98", 4, "\nTCP listen error: socket() or bind() error\n\n"},
+      {{"-d"}, "", "FORK=1 1 11", 2, "Error initializing daemon: Resource temporarily"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     TAgentProcess agent({.config = c.config,
                          .switches = c.switches,
-                         .environment = {kFaults, c.fault},
+                         .environment = {kFaults, std::string("FAULT_") + c.fault},
                          .waitForListening = false});
     EXPECT_EQ(c.status, agent.Wait());
     EXPECT_THAT(agent.Console(), HasSubstr(c.text));
