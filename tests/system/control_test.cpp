@@ -139,8 +139,9 @@ TEST(ControlTest, AnswersSignals) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.signal << " at " << c.age);
-    TAgentProcess agent({.environment = Faults({std::string("FAULT_AGE_SEC=") + c.age,
-                                                c.signal == 0 ? "FAULT_ACCEPT=1 1 0" : ""})});
+    TAgentProcess agent(
+        {.environment = Faults({std::string("FAULT_AGE_SEC=") + c.age,
+                                c.signal == 0 ? "FAULT_ACCEPT=1 1 0" : "FAULT_NONE="})});
     c.signal == 0 ? void(TRawPeer(agent.Port())) : void(agent.Signal(c.signal));
     if (c.status == -1) {
       EXPECT_TRUE(agent.WaitFor("Listening...\n", 2));
