@@ -37,6 +37,7 @@ bool ReadSettingsFile(const char* path, String& text, struct stat& facts) {
   text = String();
   const TFd file(open(path, O_RDONLY | O_CLOEXEC));
   if (!file || fstat(file.Get(), &facts) != 0) return false;
+  text.Reserve(static_cast<int>(std::clamp<off_t>(facts.st_size, 0, kMaxSettingsFileBytes)));
   for (;;) {
     char chunk[16 * 1024];
     const ssize_t got = read(file.Get(), chunk, sizeof chunk);

@@ -121,8 +121,6 @@ class TextLog : public testing::Test {
 };
 
 TEST_F(TextLog, FollowsALogThroughItsLife) {
-  std::string longLine;
-  longLine.resize(700'000, 'w');
   const std::string wide(3000, 'w'), head = wide.substr(0, 1024);
   const auto add = std::ios::app, anew = std::ios::trunc;
   const struct {
@@ -142,7 +140,7 @@ TEST_F(TextLog, FollowsALogThroughItsLife) {
       {anew, "\rERR r\n", 6, "0", "1 ERR r 0 7 7 6 7"},
       {add, wide + "ERR\n", 7, "1", "3008 " + head + " 0 3011 3011 7 3011"},
       // A line that no buffer holds counts once it has an end; what follows it is not lost.
-      {add, '\n' + longLine + "ERR", 8, "0", "0 0 3011 703015 8 703015"},
+      {add, '\n' + std::string(700'000, 'w') + "ERR", 8, "0", "0 0 3011 703015 8 703015"},
       {add, "\r\nERR 2\nx\n", 9, "1", "703017 ERR 2 0 703025 703025 9 703025"},
       {anew, "", 10, "0", "0 0 -1 0 10 0"},  // looking ahead found no baseline
       {add, "ERR\n", 11, "0", "0 0 3 4 11 4"},
