@@ -6,7 +6,6 @@
 #include <string>
 
 #include "config/settingsrecord.h"
-#include "config/tempfolder.h"
 #include "core/owned.h"
 #include "fuzz.h"
 
@@ -21,9 +20,7 @@ void RemoveFolder() {
   rmdir(folder.c_str());
 }
 
-/// Makes the folder; the environment stays as it is whatever the files say.
 void Prepare() {
-  FreezeEnvironment();
   const char* base = getenv("TMPDIR");
   folder = std::string(base != nullptr ? base : "/tmp") + "/qov_settings_fuzz_XXXXXX";
   Require(mkdtemp(folder.data()) != nullptr, "a temporary folder can be made");

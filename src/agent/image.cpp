@@ -6,8 +6,6 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <vector>
-
 #include "agent/signals.h"
 #include "checks/process/child.h"
 #include "checks/process/tempfile.h"
@@ -20,7 +18,7 @@ constexpr int kBusyTries = 250;
 constexpr timespec kBusyPause{0, 20'000'000};
 
 char** startArguments = nullptr;
-std::vector<char*> startEnvironment;
+char** startEnvironment = nullptr;
 rlimit startLimit = {};
 
 void RaiseDescriptorLimit() {
@@ -34,9 +32,7 @@ void RaiseDescriptorLimit() {
 void RememberStart(char** argv, char** envp) {
   alarm(0);  // the limit of a former image's crash, which holds until this one has started
   startArguments = argv;
-  // A copy: setting a variable may write into the array that the process was started with.
-  while (*envp != nullptr) startEnvironment.push_back(*envp++);
-  startEnvironment.push_back(nullptr);
+  startEnvironment = envp;
   getrlimit(RLIMIT_NOFILE, &startLimit);
   SetChildDescriptorLimit(startLimit);
   RaiseDescriptorLimit();
@@ -47,7 +43,7 @@ void ReplaceImage(const char* path) {
   setrlimit(RLIMIT_NOFILE, &startLimit);
   ReleaseSignals();
   for (int i = 0; i < kBusyTries; ++i) {
-    if (ExecuteAndRemoveTempFiles(path, startArguments, startEnvironment.data()) != ETXTBSY) break;
+    if (ExecuteAndRemoveTempFiles(path, startArguments, startEnvironment) != ETXTBSY) break;
     nanosleep(&kBusyPause, nullptr);
   }
   alarm(0);

@@ -4,7 +4,7 @@
 /// Main thread.
 
 /// Remembers what the process was started with and raises the soft descriptor limit to the hard
-/// one; children get the original back. At the start, before the environment changes.
+/// one; children get the original back. At the start.
 void RememberStart(char** argv, char** envp);
 
 /// Executes `path` with the arguments, environment, descriptor limit and signal mask that the

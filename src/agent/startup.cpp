@@ -18,7 +18,6 @@
 #include "checks/process/child.h"
 #include "checks/process/tempfile.h"
 #include "config/settings.h"
-#include "config/tempfolder.h"
 #include "protocol/ciplib.h"
 #include "protocol/qov_const.h"
 #include "protocol/twofish.h"
@@ -122,7 +121,6 @@ int RunAgent(int argc, char** argv, char** envp) {
   InstallSignals();
   InstallCrashHandler(&ReloadAgent);
   InstallMessages();
-  FreezeEnvironment();
   const int status = ServeConnections();
   RemoveTempFiles();  // those of sessions that still run
   return status;

@@ -14,5 +14,6 @@ struct TConfigFinding {
 /// Loads the file as the agent would and reports the loader's own texts, then what the loader
 /// lets pass. Sorted by line. The machine is looked at too: the folders and helper scripts that
 /// the file names, and whether its port can be opened. As root, the file's owner is taken for the
-/// agent's user. Prints nothing. One thread at a time: like every load, it sets TMPDIR.
+/// agent's user. Prints nothing. One thread at a time: like every load, it settles the folder for
+/// temporary files.
 std::vector<TConfigFinding> CheckConfig(const char* path);

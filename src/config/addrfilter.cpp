@@ -6,16 +6,19 @@
 
 namespace {
 
-/// Reads the address that starts at `pos` and moves `pos` to what ends it. 0 with `err` set when
-/// it is invalid.
-unsigned ReadAddress(const String& list, int& pos, String& err) {
+/// Reads the address that starts at `pos` and moves `pos` to what ends it. False with `err` set
+/// when it is invalid.
+bool ReadAddress(const String& list, int& pos, unsigned& address, String& err) {
   const int start = pos;
   while (pos <= list.Length() && list[pos] != ',' && list[pos] != '-') ++pos;
   const String text = list.Copy(start, pos - start);
-  const in_addr_t address = inet_addr(text.CStr());
-  if (address != INADDR_NONE) return ntohl(address);
-  err = String("Invalid IP address (") + text + ") specified";
-  return 0;
+  const in_addr_t read = inet_addr(text.CStr());
+  if (read == INADDR_NONE) {
+    err = String("Invalid IP address (") + text + ") specified";
+    return false;
+  }
+  address = ntohl(read);
+  return true;
 }
 
 /// Reads the item at `pos` and moves `pos` behind it; an invalid first address moves nothing.
@@ -23,14 +26,8 @@ void ReadItem(const String& list, int& pos, unsigned& first, unsigned& last, Str
   first = last = 0;
   int at = pos;
   while (at <= list.Length() && (list[at] < '0' || list[at] > '9')) ++at;
-  if (at > list.Length()) return;
-  String fault;
-  first = ReadAddress(list, at, fault);
-  if (!fault.Empty()) {
-    err = fault;
-    return;
-  }
-  if (at < list.Length() && list[at] == '-') last = ReadAddress(list, ++at, err);
+  if (at > list.Length() || !ReadAddress(list, at, first, err)) return;
+  if (at < list.Length() && list[at] == '-') ReadAddress(list, ++at, last, err);
   pos = at + 1;
 }
 
@@ -53,11 +50,10 @@ int IPAllowed(const char* address, const String& list, String& err) {
 
 int IPAllowed(unsigned address, const String& list, String& err) {
   err = "";
+  int legal = 0;
+  while (legal < list.Length() && islistsetchar(list[legal + 1])) ++legal;
+  const String work = list.Copy(1, legal);
   const unsigned wanted = ntohl(address);
-  const char* bytes = list.CStr();
-  const char* end = bytes + list.Length();
-  const char* illegal = std::find_if_not(bytes, end, islistsetchar);
-  const String work(bytes, static_cast<int>(illegal - bytes));
   int allowed = 0;
   unsigned first;
   unsigned last;
@@ -67,8 +63,8 @@ int IPAllowed(unsigned address, const String& list, String& err) {
     if (last == 0) last = first;
     allowed = wanted >= std::min(first, last) && wanted <= std::max(first, last) ? 1 : 0;
   }
-  if (err.Empty() && illegal != end) {
-    err = String("Illegal character (") + *illegal + ") specified";
+  if (err.Empty() && legal < list.Length()) {
+    err = String("Illegal character (") + list[legal + 1] + ") specified";
   }
   return allowed;
 }

@@ -9,10 +9,10 @@ int islistsetchar(char c);
 /// Takes the next item off the front of `list`. `first` and `last` (host byte order) are 0 when
 /// absent or invalid; an invalid first address is left in the list. `err` tells what is invalid.
 void getitem(String& list, unsigned& first, unsigned& last, String& err);
-/// 1 when the list holds the dotted address, else 0; an invalid address gives 0.
+/// 1 when the list holds the address (dotted, or in network byte order), else 0. `err` holds the
+/// list's fault, if any; a list with a fault is used up to the fault. An invalid dotted address
+/// gives 0 and leaves `err`.
 int IPAllowed(const char* address, const String& list, String& err);
-/// The same for an address in network byte order. `err` holds the list's fault, if any; a list
-/// with a fault is used up to the fault.
 int IPAllowed(unsigned address, const String& list, String& err);
 
 /// True when `dotted` occurs anywhere in the effective filter text.

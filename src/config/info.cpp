@@ -59,66 +59,22 @@ void AddCounter(QovReply& reply, const char* key, const std::atomic<uint32_t>& c
   reply.AddVarParams("%s=%d", key, static_cast<int>(counter.load()));
 }
 
-void AddHost(QovReply& reply) {
-  utsname host;
-  if (uname(&host) != 0) return;
-  AddText(reply, "HostName", host.nodename);
-  AddText(reply, "RunningOS", String(host.sysname) + " " + host.release + " " + host.version);
-  AddText(reply, "OSUpdates", "not implemented");
-}
-
-void AddStatus(QovReply& reply, const TQovSettings& settings) {
-  reply.SetResult(kResultDone);
-  reply.AddVarParams("%s=%s", "AgentName", AgentStatus.AgentName);
-  reply.AddVarParams("%s=%s", "AgentPlatform", AgentStatus.AgentPlatform);
-  reply.AddVarParams("%s=%s", "AgentVersion", AgentStatus.AgentVersion);
-  reply.AddVarParams("%s=%s", "AgentDeveloper", AgentStatus.AgentDeveloper);
-  reply.AddVarParams("Service=%s", FlagText(AgentStatus.Service));
-  reply.AddVarParams("Active=%s", FlagText(AgentStatus.Active));
-  AddCounter(reply, "ActiveConnections", AgentStatus.ActiveConnections);
-  AddCounter(reply, "OpenedConnections", AgentStatus.OpenedConnections);
-  AddCounter(reply, "FailedConnections", AgentStatus.FailedConnections);
-  AddReported(reply, settings, "tests", kTests);
-  reply.AddVarParams("%s=%d", "Port", settings.port);
-  reply.AddVarParams("%s=%d", "Timeout", settings.timeout);
-  AddText(reply, "Comment", settings.comment);
-  AddReported(reply, settings, "actions", kActions);
-  AddHost(reply);
-}
-
-void AddSettings(QovReply& reply, const TQovSettings& settings) {
-  AddText(reply, "LogOkConn", FlagText(settings.logsuccess));
-  AddText(reply, "LogBadConn", FlagText(settings.logfails));
-  AddText(reply, "OkLogFile", settings.oklogfile);
-  AddText(reply, "BadLogFile", settings.badlogfile);
-  AddText(reply, "Password", settings.password);
-  AddText(reply, "IPFiltering", FlagText(settings.filteractive));
-  AddText(reply, "IPFilterAddr", settings.filterlist, 1);
-  AddText(reply, "IPFilterMarks", settings.filtermarks);
-  AddText(reply, "AllowUpdates", FlagText(settings.allowupdates));
-  AddText(reply, "AllowRManage", FlagText(settings.allowmanage));
-  AddText(reply, "UpdateAddr", settings.updateaddr);
-  AddText(reply, "ManageAddr", settings.manageaddr);
-}
-
-void Store(TQovSettings& settings, const TRemoteKey& key, const String& value) {
-  if (key.form == formFlag) {
-    settings.*key.field.number = qovDecodeBool(value);
-  } else if (key.form == formNumber) {
-    settings.*key.field.number = qovDecodeInt(value);
-  } else {
-    settings.*key.field.text = key.form == formLines ? qovDecodeStrings(value) : value;
-  }
-}
-
 void Assign(TQovSettings& settings, const String& parameter) {
   const int equals = parameter.Pos('=');
   if (equals == 0) return;
   const String name = parameter.Copy(1, equals - 1).Trim();
   VxRequest value;  // a text may begin and end with bytes that Trim takes for blanks
   value = parameter.Copy(equals + 1, parameter.Length());
+  const String text = value.GetValue(1);
   for (const TRemoteKey& key : kRemoteKeys) {
-    if (name == key.name) return Store(settings, key, value.GetValue(1));
+    if (!(name == key.name)) continue;
+    if (key.form == formFlag) {
+      settings.*key.field.number = qovDecodeBool(text);
+    } else if (key.form == formNumber) {
+      settings.*key.field.number = qovDecodeInt(text);
+    } else {
+      settings.*key.field.text = key.form == formLines ? qovDecodeStrings(text) : text;
+    }
   }
 }
 
@@ -135,12 +91,45 @@ void AssignAll(TQovSettings& settings, const VxRequest& params) {
 
 }  // namespace
 
-void GetAgentStatus(const VxRequest&, QovReply& reply) { AddStatus(reply, *CurrentSettings()); }
-
-void GetAgentSettings(const VxRequest&, QovReply& reply) {
+void GetAgentStatus(const VxRequest&, QovReply& reply) {
   const TSettingsView settings = CurrentSettings();
-  AddStatus(reply, *settings);
-  AddSettings(reply, *settings);
+  reply.SetResult(kResultDone);
+  AddText(reply, "AgentName", AgentStatus.AgentName);
+  AddText(reply, "AgentPlatform", AgentStatus.AgentPlatform);
+  AddText(reply, "AgentVersion", AgentStatus.AgentVersion);
+  AddText(reply, "AgentDeveloper", AgentStatus.AgentDeveloper);
+  AddText(reply, "Service", FlagText(AgentStatus.Service));
+  AddText(reply, "Active", FlagText(AgentStatus.Active));
+  AddCounter(reply, "ActiveConnections", AgentStatus.ActiveConnections);
+  AddCounter(reply, "OpenedConnections", AgentStatus.OpenedConnections);
+  AddCounter(reply, "FailedConnections", AgentStatus.FailedConnections);
+  AddReported(reply, *settings, "tests", kTests);
+  reply.AddVarParams("Port=%d", settings->port);
+  reply.AddVarParams("Timeout=%d", settings->timeout);
+  AddText(reply, "Comment", settings->comment);
+  AddReported(reply, *settings, "actions", kActions);
+  utsname host;
+  if (uname(&host) != 0) return;
+  AddText(reply, "HostName", host.nodename);
+  AddText(reply, "RunningOS", String(host.sysname) + " " + host.release + " " + host.version);
+  AddText(reply, "OSUpdates", "not implemented");
+}
+
+void GetAgentSettings(const VxRequest& params, QovReply& reply) {
+  GetAgentStatus(params, reply);
+  const TSettingsView settings = CurrentSettings();
+  AddText(reply, "LogOkConn", FlagText(settings->logsuccess));
+  AddText(reply, "LogBadConn", FlagText(settings->logfails));
+  AddText(reply, "OkLogFile", settings->oklogfile);
+  AddText(reply, "BadLogFile", settings->badlogfile);
+  AddText(reply, "Password", settings->password);
+  AddText(reply, "IPFiltering", FlagText(settings->filteractive));
+  AddText(reply, "IPFilterAddr", settings->filterlist, 1);
+  AddText(reply, "IPFilterMarks", settings->filtermarks);
+  AddText(reply, "AllowUpdates", FlagText(settings->allowupdates));
+  AddText(reply, "AllowRManage", FlagText(settings->allowmanage));
+  AddText(reply, "UpdateAddr", settings->updateaddr);
+  AddText(reply, "ManageAddr", settings->manageaddr);
 }
 
 void SetAgentSettings(const VxRequest& params, QovReply& reply) {

@@ -1,14 +1,12 @@
 #include "config/settings.h"
 
-#include <utility>
-
 std::mutex optmutex;
 
 namespace {
 
 // A lock of its own: a reader never waits for a load or a save, which hold optmutex throughout.
 std::mutex publishedMutex;
-TSettingsView published;
+TSettingsView published = std::make_shared<const TPublishedSettings>(TQovSettings());
 thread_local TSettingsView pinned;
 
 /// REQUIRES: optmutex held.
@@ -22,9 +20,7 @@ void Publish() {
 
 int LoadOptions(String& err) {
   const std::lock_guard<std::mutex> lock(optmutex);
-  TQovSettings fresh = QovSettings;
-  const int result = fresh.LoadOptions_(err);
-  QovSettings = std::move(fresh);
+  const int result = QovSettings.LoadOptions_(err);
   Publish();
   return result;
 }
@@ -54,7 +50,6 @@ const TCipher& TPublishedSettings::PasswordCipher() const {
 
 TSettingsView SettingsInForce() {
   const std::lock_guard<std::mutex> lock(publishedMutex);
-  if (published == nullptr) published = std::make_shared<const TPublishedSettings>(TQovSettings());
   return published;
 }
 

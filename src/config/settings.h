@@ -10,18 +10,16 @@
 /// Guards QovSettings once threads run. Requests read the published copy instead: CurrentSettings.
 extern std::mutex optmutex;
 
-/// LoadOptions_ into a fresh record under `optmutex`; the outcome becomes QovSettings and is
-/// published, also after a failure. Any thread.
+/// LoadOptions_ of QovSettings, published also after a failure. This and those below hold
+/// `optmutex`. Any thread.
 int LoadOptions(String& err);
-/// SaveOptions_ of QovSettings under `optmutex`, then publishes. Any thread.
-/// Not called by the agent itself.
-int SaveOptions(String& err);
-
 using TSettingsChange = std::function<void(TQovSettings&)>;
-/// Changes QovSettings under `optmutex`, then publishes it. Any thread.
+/// Changes QovSettings, then publishes it.
 void ChangeSettings(const TSettingsChange& change);
-/// ChangeSettings and SaveOptions as one step; the change stays when the save fails.
+/// The same, with a SaveOptions_ before it is published; the change stays when that fails.
 int ChangeAndSaveSettings(const TSettingsChange& change, String& err);
+/// SaveOptions_ of QovSettings. Not called by the agent itself.
+int SaveOptions(String& err);
 
 /// A record as readers see it: it never changes.
 class TPublishedSettings : public TQovSettings {
@@ -37,14 +35,13 @@ class TPublishedSettings : public TQovSettings {
 };
 using TSettingsView = std::shared_ptr<const TPublishedSettings>;
 
-/// The settings as last published. Never null. Any thread; never blocks on a load or save under
-/// way.
+/// The settings as last published. Never null. Any thread; waits for no load or save.
 TSettingsView SettingsInForce();
 /// The settings that this thread has pinned, else those in force.
 TSettingsView CurrentSettings();
 
-/// While it lives, CurrentSettings gives this thread the record that was current at its making,
-/// so that a request sees one complete record from beginning to end. One at a time per thread.
+/// While it lives, CurrentSettings gives this thread the record of its making, so that a request
+/// sees one complete record. One at a time per thread.
 class TSettingsPin {
  public:
   TSettingsPin();

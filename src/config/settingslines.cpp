@@ -1,12 +1,11 @@
 #include "config/settingslines.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <string.h>
 
 #include <algorithm>
 
-#include "core/owned.h"
+#include "fs/files.h"
 
 namespace {
 
@@ -38,15 +37,13 @@ bool ReadSettingsFile(const char* path, String& text, struct stat& facts) {
   const TFd file(open(path, O_RDONLY | O_CLOEXEC));
   if (!file || fstat(file.Get(), &facts) != 0) return false;
   text.Reserve(static_cast<int>(std::clamp<off_t>(facts.st_size, 0, kMaxSettingsFileBytes)));
-  for (;;) {
-    char chunk[16 * 1024];
-    const ssize_t got = read(file.Get(), chunk, sizeof chunk);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return false;
-    if (got == 0) return true;
+  char chunk[16 * 1024];
+  ssize_t got;
+  while ((got = ReadFully(file.Get(), chunk, sizeof chunk)) > 0) {
     if (text.Length() + got > kMaxSettingsFileBytes) return false;
     text.AddData(chunk, static_cast<int>(got));
   }
+  return got == 0;
 }
 
 bool TSettingsLines::Next(TSettingsLine& line) {

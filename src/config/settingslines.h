@@ -9,9 +9,8 @@
 inline constexpr int kSettingsLineBytes = 1023;
 inline constexpr int kMaxSettingsFileBytes = 16 * 1024 * 1024;
 
-/// Reads a whole configuration file.
-/// @param facts  out: the facts of the very file that was read
-/// @return true, or false when it cannot be opened or read, or is over kMaxSettingsFileBytes
+/// Reads a whole configuration file; `facts` are those of the very file that was read. False when
+/// it cannot be opened or read, or is over kMaxSettingsFileBytes.
 bool ReadSettingsFile(const char* path, String& text, struct stat& facts);
 
 /// One line of a configuration file, or a piece of a long one.

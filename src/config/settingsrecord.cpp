@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <iterator>
+#include <string>
 
 #include "config/settingslines.h"
 #include "config/tempfolder.h"
@@ -23,39 +24,24 @@ constexpr char kLineEnd[] = "\r\n";
 
 String Quoted(const char* text, const String& path) { return String(text) + " '" + path + "'"; }
 
-// Reading
-
 /// False with the reason in `err`.
 bool ReadConfiguration(const char* path, String& text, struct stat& facts, String& err) {
-  if (path[0] == 0) {
-    err = "Configuration file is not specified";
-  } else if (!ReadSettingsFile(path, text, facts)) {
-    err = Quoted("Cannot open configuration file", path);
-  } else {
-    return true;
-  }
+  if (path[0] != 0 && ReadSettingsFile(path, text, facts)) return true;
+  err = path[0] == 0 ? "Configuration file is not specified"
+                     : Quoted("Cannot open configuration file", path);
   return false;
 }
 
 void StoreValue(TQovSettings& record, const TSettingKey& key, const String& value) {
-  switch (key.form) {
-    case formText:
-      record.*key.field.text = value;
-      break;
-    case formLines: {
-      String items = qovDecodeStrings(value);
-      record.*key.field.text = items.Trim().RemoveRepeats(' ').ReplaceAll(" ", "\r\n", 1);
-      break;
-    }
-    case formNumberOnce:
-      if (record.*key.field.number != 0) break;
-      [[fallthrough]];
-    case formNumber:
-      record.*key.field.number = qovDecodeInt(value);
-      break;
-    case formFlag:
-      record.*key.field.number = !value.Empty() && value[1] == '1' ? 1 : 0;
-      break;
+  if (key.form == formText) {
+    record.*key.field.text = value;
+  } else if (key.form == formLines) {
+    String items = qovDecodeStrings(value);
+    record.*key.field.text = items.Trim().RemoveRepeats(' ').ReplaceAll(" ", "\r\n", 1);
+  } else if (key.form == formFlag) {
+    record.*key.field.number = !value.Empty() && value[1] == '1' ? 1 : 0;
+  } else if (key.form == formNumber || record.*key.field.number == 0) {
+    record.*key.field.number = qovDecodeInt(value);
   }
 }
 
@@ -92,8 +78,6 @@ String MandatoryFaults(const TQovSettings& record) {
   return faults;
 }
 
-// Putting right
-
 /// CR LF, then each item of `list` that is marked '1' and CR LF. `err` is set, and the rest left
 /// out, when the marks outnumber the items.
 String EffectiveFilter(const String& list, const String& marks, String& err) {
@@ -102,7 +86,7 @@ String EffectiveFilter(const String& list, const String& marks, String& err) {
   for (int i = 1; i <= marks.Length(); ++i) {
     const int rest = list.Length() - done;
     const int end = mempos(list.CStr() + done, rest, "\n", 1);
-    String item(list.CStr() + done, end != 0 ? end - 1 : rest);
+    String item = list.Copy(done + 1, end != 0 ? end - 1 : rest);
     done += end != 0 ? end : rest;
     if (item.Trim().Empty()) {
       err = "FilterMarks has less items than FilterList";
@@ -112,18 +96,6 @@ String EffectiveFilter(const String& list, const String& marks, String& err) {
   }
   return filter;
 }
-
-/// `wanted`, else the folder of the environment, else "."; without a delimiter at its end.
-String SettledTempFolder(const String& wanted) {
-  String folder = wanted;
-  if (folder.Empty() || !DirectoryExists(folder.CStr())) {
-    folder = TempFolder().value_or("");
-    if (!DirectoryExists(folder.CStr())) folder = ".";
-  }
-  return ExcludeTrailingPathDelimiter(folder);
-}
-
-// Writing
 
 /// A text as it can stand on one line: the line breaks between items become blanks. Deliberate: a
 /// line feed alone does too, as what stands behind it would be a line of the file.
@@ -139,10 +111,8 @@ String OneLine(const String& text) {
 
 String ValueText(const TQovSettings& record, const TSettingKey& key) {
   if (key.field.text != nullptr) return OneLine(record.*key.field.text);
-  if (key.form == formFlag) return record.*key.field.number != 0 ? "1" : "0";
-  char digits[16];
-  snprintf(digits, sizeof digits, "%d", record.*key.field.number);
-  return digits;
+  const int number = record.*key.field.number;
+  return std::to_string(key.form == formFlag ? number != 0 : number).c_str();
 }
 
 bool EndsInLineFeed(const String& text) { return !text.Empty() && text[text.Length()] == '\n'; }
@@ -177,8 +147,7 @@ String AppendedLine(const TSettingKey& key, const String& value) {
   return text + kLineEnd;
 }
 
-/// The configuration text with the record's values in the place of the old ones, and the keys that
-/// it lacks behind it.
+/// The text with the record's values in place of the old ones; the keys that it lacks follow.
 String RewrittenText(const TQovSettings& record, const String& old) {
   bool written[std::size(kSettingKeys)] = {};
   String text;
@@ -204,7 +173,7 @@ String RewrittenText(const TQovSettings& record, const String& old) {
   return text;
 }
 
-/// Gives the new file the owner and mode of the old one. False when it would get another owner; a
+/// Gives the new file the owner and mode of the old one; false when it would get another owner. A
 /// group that cannot be given loses its rights instead.
 bool TakeOwnerAndMode(int fd, const struct stat& old) {
   struct stat now;
@@ -238,14 +207,6 @@ bool CreateLike(const char* path, const struct stat& old, const String& text) {
   return false;
 }
 
-/// Gives the file the name of the old one as well, so that at no time a configuration is missing:
-/// the process may end here. Without links on the file system it is renamed. False when neither
-/// could be done.
-bool KeepOld(const char* path, const char* oldPath) {
-  unlink(oldPath);
-  return link(path, oldPath) == 0 || rename(path, oldPath) == 0;
-}
-
 void SyncFolderOf(const String& path) {
   const String folder = ExtractFilePath(path);
   const TFd fd(open(folder.Empty() ? "." : folder.CStr(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -269,7 +230,7 @@ int TQovSettings::LoadOptions_(String& err) {
   if (!ReadConfiguration(configfile, text, facts, err)) return 0;
   StoreLines(*this, text);
   PutRight(err);
-  if (timeout == 0) timeout = kDefaultTimeoutMs;
+  if (timeout == 0) timeout = 4000;
   const String faults = MandatoryFaults(*this);
   err += faults;
   return faults.Empty() ? 1 : 0;
@@ -278,13 +239,16 @@ int TQovSettings::LoadOptions_(String& err) {
 void TQovSettings::PutRight(String& err) {
   effectivefilter = EffectiveFilter(filterlist, filtermarks, err);
   const String agentFolder = ExtractFilePath(qovpath);
-  // Deliberate: an empty name is completed too, so a script that is not set is one that does not
-  // exist.
+  // Deliberate: an empty name is completed too; a script that is not set does not exist.
   for (String* helper : {&cpuusagescript, &proclistscript, &proccntscript}) {
     const bool bare = ExtractFilePath(*helper).Empty();
     if (bare && !agentFolder.Empty()) *helper = agentFolder + "/" + *helper;
   }
-  tmpdir = SettledTempFolder(tmpdir);
+  if (tmpdir.Empty() || !DirectoryExists(tmpdir.CStr())) {
+    tmpdir = TempFolder().value_or("");
+    if (!DirectoryExists(tmpdir.CStr())) tmpdir = ".";
+  }
+  tmpdir = ExcludeTrailingPathDelimiter(tmpdir);
   SettleTempFolder(tmpdir);
 }
 
@@ -294,25 +258,28 @@ int TQovSettings::SaveOptions_(String& err) {
   String text;
   struct stat facts;
   if (!ReadConfiguration(configfile, text, facts, err)) return 0;
-  const String path = configfile;
-  const String newPath = path + ".New";
-  const String oldPath = path + ".Old";
+  const String newPath = String(configfile) + ".New";
+  const String oldPath = String(configfile) + ".Old";
   text = RewrittenText(*this, text);
   if (text.Length() > kMaxSettingsFileBytes) {  // no load would take it
-    err = Quoted("Settings exceed 16 MiB of configuration file", path);
+    err = Quoted("Settings exceed 16 MiB of configuration file", configfile);
     return 0;
   }
   if (!CreateLike(newPath.CStr(), facts, text)) {
     err = Quoted("Cannot create new configuration file", newPath);
     return 0;
   }
-  const bool kept = KeepOld(path.CStr(), oldPath.CStr());
-  if (rename(newPath.CStr(), path.CStr()) != 0) {
-    err = Quoted("Cannot overwrite configuration file", path);
-    if (kept) rename(oldPath.CStr(), path.CStr());
-    unlink(newPath.CStr());
-    return 0;
+  // The old file keeps its name, so that at no time a configuration is missing: the process may end
+  // here. Without links on the file system it is renamed.
+  unlink(oldPath.CStr());
+  const bool kept =
+      link(configfile, oldPath.CStr()) == 0 || rename(configfile, oldPath.CStr()) == 0;
+  if (rename(newPath.CStr(), configfile) == 0) {
+    SyncFolderOf(configfile);
+    return 1;
   }
-  SyncFolderOf(path);
-  return 1;
+  err = Quoted("Cannot overwrite configuration file", configfile);
+  if (kept) rename(oldPath.CStr(), configfile);
+  unlink(newPath.CStr());
+  return 0;
 }

@@ -2,17 +2,13 @@
 
 #include "core/wqstring.h"
 
-inline constexpr int kDefaultTimeoutMs = 4000;
-inline constexpr int kConfigPathSize = 512;
-
-/// The whole configuration. A record of its own belongs to one thread; see QovSettings for the
-/// shared one. Flags hold 0 or 1.
+/// The whole configuration. A record of its own belongs to one thread. Flags hold 0 or 1.
 struct TQovSettings {
   // Run modes of the command line, never read from the file.
   unsigned interactive = 0;  ///< 1: foreground, messages on standard output
   unsigned verbose = 0;      ///< 1: messages go to the verbose log too
   unsigned debug = 0;        ///< 1: messages of the debug kind are emitted
-  char configfile[kConfigPathSize] = {};
+  char configfile[512] = {};
 
   String tmpdir;   ///< folder for temporary files
   String qovpath;  ///< full path of the agent's executable
@@ -47,16 +43,16 @@ struct TQovSettings {
   String proclistscript;
   String proccntscript;
 
-  /// Sets the defaults, reads `configfile`, normalises and checks.
-  /// @return 1 when all mandatory settings are valid (`err` may hold a warning), else 0 with the
-  ///         reasons in `err` and the record left with the defaults and what the file set
+  /// Sets the defaults, reads `configfile`, normalises and checks. Returns 1 when all mandatory
+  /// settings are valid (`err` may hold a warning), else 0 with the reasons in `err` and the record
+  /// left with the defaults and what the file set.
   /// Deliberate: a "qovpath" in the file goes into QovSettings too, whichever record is loaded.
   int LoadOptions_(String& err);
-  /// Rewrites `configfile` in place, keeping comments, order and unknown lines.
-  /// @return 1, or 0 with the reason in `err` and the file as it was
+  /// Rewrites `configfile` in place, keeping comments, order and unknown lines. Returns 1, or 0
+  /// with the reason in `err` and the file as it was.
   int SaveOptions_(String& err);
-  /// Rebuilds the effective filter, completes script paths, settles the temporary folder.
-  /// May put a warning into `err`.
+  /// Rebuilds the effective filter, completes script paths, settles the temporary folder. May put
+  /// a warning into `err`.
   void PutRight(String& err);
 };
 
@@ -94,7 +90,7 @@ inline constexpr bool kUnsaved = false;
 inline constexpr TSettingKey kSettingKeys[] = {
     {"host", formText, &TQovSettings::host, nullptr},
     {"port", formNumberOnce, &TQovSettings::port, nullptr},  // the command line wins over the file
-    {"timeout", formNumber, &TQovSettings::timeout, nullptr},  // 0 becomes 4000 after the load
+    {"timeout", formNumber, &TQovSettings::timeout, nullptr},
     {"comment", formText, &TQovSettings::comment, ""},
     {"password", formText, &TQovSettings::password, ""},
     {"filteractive", formFlag, &TQovSettings::filteractive, "0"},

@@ -7,30 +7,20 @@
 namespace {
 
 std::mutex folderMutex;
-bool frozen = false;
-std::optional<String> settledLater;  // in place of TMPDIR once that is frozen
+std::optional<String> settled;
 
 }  // namespace
 
 std::optional<String> TempFolder() {
   const std::lock_guard<std::mutex> lock(folderMutex);
-  if (settledLater) return settledLater;
+  if (settled) return settled;
   for (const char* name : {"TMPDIR", "TMP"}) {
     if (const char* folder = getenv(name)) return folder;
   }
   return std::nullopt;
 }
 
-void SettleTempFolder(const String& folder) {
+void SettleTempFolder(const std::optional<String>& folder) {
   const std::lock_guard<std::mutex> lock(folderMutex);
-  if (frozen) {
-    settledLater = folder;
-  } else {
-    setenv("TMPDIR", folder.CStr(), 1);
-  }
-}
-
-void FreezeEnvironment() {
-  const std::lock_guard<std::mutex> lock(folderMutex);
-  frozen = true;
+  settled = folder;
 }

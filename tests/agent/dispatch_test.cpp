@@ -34,6 +34,7 @@ class DispatchTest : public testing::Test {
  private:
   static void Clear() {
     QovFlags.upgrading = 0;
+    SettleTempFolder(std::nullopt);
     ChangeSettings([](TSet& settings) { settings = TSet(); });
   }
 };

@@ -75,7 +75,7 @@ TEST_F(ConfigCheckTest, GivesEachFaultItsLine) {
 }
 
 TEST_F(ConfigCheckTest, NamesWhatIsNotSet) {
-  unsetenv("TMPDIR");
+  const TEnvironment none("TMPDIR", nullptr);
   EXPECT_EQ(Check("tmpdir=/nowhere\n"),
             "0W FilterMarks has less items than FilterList\n"
             "0E TCP post is not specified!\n0E Password is not specified!\n"

@@ -66,12 +66,7 @@ TEST(SetKeysTest, WritesAssignmentsInTheirWireForm) {
   }
 }
 
-/// A load settles TMPDIR for the process that did it: it goes with the test.
-struct TargetTest : testing::Test {
-  const TEnvironment tmpdir{"TMPDIR", getenv("TMPDIR")};
-};
-
-TEST_F(TargetTest, ReadsTheAgentsOwnFileAndLetsOptionsWin) {
+TEST(TargetTest, ReadsTheAgentsOwnFileAndLetsOptionsWin) {
   const TTempDir folder;
   const auto file = [&folder](const char* content, mode_t mode = 0600) {
     const std::string path = folder.File(std::string("of ") + content, content);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "config/settings.h"
+#include "config/tempfolder.h"
 #include "core/message.h"
 #include "support/text.h"
 
@@ -77,12 +78,14 @@ class TMessageCapture : TScope {
   const TMessageSink former_;
 };
 
-/// A folder with a configuration file, in the state of a fresh process. A load's mark on the
-/// environment goes with the test.
+/// A folder with a configuration file, in the state of a fresh process.
 class TSettingsTest : public testing::Test {
  protected:
-  TSettingsTest() { QovSettings = TQovSettings(); }
-  ~TSettingsTest() override { QovSettings = TQovSettings(); }
+  TSettingsTest() { SettleTempFolder(std::nullopt); }
+  ~TSettingsTest() override {
+    QovSettings = TQovSettings();
+    SettleTempFolder(std::nullopt);
+  }
 
   /// A record whose file holds `text`, not loaded.
   TQovSettings Named(const std::string& text) const;
@@ -91,7 +94,6 @@ class TSettingsTest : public testing::Test {
   /// The values of the keys, a blank behind each.
   static std::string Values(const TQovSettings& record, std::initializer_list<const char*> keys);
 
-  const TEnvironment environment{"TMPDIR", getenv("TMPDIR")};
   TTempDir folder;
   const std::string path = folder.Path("qov.cfg");
   const std::string agent = folder.File("agent");

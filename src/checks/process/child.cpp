@@ -59,7 +59,7 @@ bool SearchGoesOn(int error) {
 }
 
 /// The environment with TMPDIR set to the folder for temporary files. The entries stay where they
-/// are: nothing changes the environment once threads run.
+/// are: nothing changes the environment.
 std::vector<char*> ChildEnvironment(std::string& tmpdirEntry) {
   constexpr char kName[] = "TMPDIR=";
   const std::optional<String> folder = TempFolder();
