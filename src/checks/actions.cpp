@@ -12,13 +12,6 @@
 #include "config/settings.h"
 #include "core/iplib.h"
 
-namespace {
-
-constexpr char kSyslogTag[] = "WQ QOV";
-constexpr TSyslogSeverity kMaxSeverity = 7;
-
-}  // namespace
-
 void ProcessAct_ExternalCmd(const VxRequest& params, QovReply& reply) {
   if (!ActionAllowed(CurrentSettings()->executeaction, reply)) return;
   const String cmdline = params.GetText(1);
@@ -35,11 +28,10 @@ void ProcessAct_ExternalCmd(const VxRequest& params, QovReply& reply) {
   }
   int exitCode = 0;
   String err;
-  if (SystemEx(cmdline.CStr(), workdir.CStr(), timeoutMs, exitCode, err) != 0) {
-    reply.SetResult(kResultDone).AddIntParam(exitCode);
-  } else {
-    reply.SetResult(kResultCannot) += err;
+  if (SystemEx(cmdline.CStr(), workdir.CStr(), timeoutMs, exitCode, err) == 0) {
+    return Refuse(reply, err.CStr());
   }
+  reply.SetResult(kResultDone).AddIntParam(exitCode);
 }
 
 void ProcessAct_TCPSend(const VxRequest& params, QovReply& reply) {
@@ -56,8 +48,7 @@ void ProcessAct_TCPSend(const VxRequest& params, QovReply& reply) {
   }
   TSyncSocket socket(tcp ? TSyncSocket::kTcp : TSyncSocket::kUdp);
   if (socket.Connect(host.CStr(), port, 0) != kIpOk || socket.SendString(first, 0) < 1) {
-    reply.SetResult(kResultCannot) += socket.LastError;
-    return;
+    return Refuse(reply, socket.LastError.CStr());
   }
   if (!second.Empty()) {
     std::this_thread::sleep_for(std::chrono::seconds(std::max(delaySec, 0)));
@@ -76,13 +67,12 @@ void ProcessAct_Syslog(const VxRequest& params, QovReply& reply) {
   TSyslogSeverity severity = 0;
   if (host.Empty() || qovDecodeInt(params.GetValue(2), &port) == 0 ||
       qovDecodeInt(params.GetValue(3), &facility) == 0 ||
-      qovDecodeInt(params.GetValue(4), &severity) == 0 || severity < 0 || severity > kMaxSeverity) {
+      qovDecodeInt(params.GetValue(4), &severity) == 0 || severity < 0 || severity > 7) {
     return RefuseParameter(reply);
   }
   String err;
-  if (SendToSysLog(host, port, facility, severity, kSyslogTag, message, err) == 0) {
-    reply.SetResult(kResultCannot) += err;
-    return;
+  if (SendToSysLog(host, port, facility, severity, "WQ QOV", message, err) == 0) {
+    return Refuse(reply, err.CStr());
   }
   reply.SetResult(kResultDone) += String("Syslog: Data to ") + host + " has been sent";
 }
@@ -103,12 +93,9 @@ String SyslogDatagram(int facility, TSyslogSeverity severity, time_t now, const 
 }
 
 String CDateTime(time_t now) {
-  static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   tm local{};
   localtime_r(&now, &local);
   char text[64];
-  snprintf(text, sizeof text, "%2d %2.2d:%2.2d:%2.2d", local.tm_mday, local.tm_hour, local.tm_min,
-           local.tm_sec);
-  return String(kMonths[local.tm_mon]) + text;
+  strftime(text, sizeof text, "%b%e %T", &local);  // the agent stays in the "C" locale
+  return text;
 }

@@ -11,16 +11,10 @@
 namespace {
 
 constexpr int kMaxReceiveBytes = 8192;
-constexpr int kTcpTimeoutMs = 120000;
-constexpr int kLeastAttemptMs = 1000;
-
-using TExchange = int (*)(const char* host, int port, int timeout, void* sendBuf, void* recvBuf,
-                          int sendLen, int recvLen, String& err);
 
 /// One service to probe and the outcome of the last attempt.
 struct TProbe {
-  String host;
-  String data;
+  String host, data;
   int port = 0;
   int timeout = 0;  ///< in the unit of the exchange
   int receiveBytes = 0;
@@ -31,20 +25,13 @@ struct TProbe {
   char received[kMaxReceiveBytes];
 };
 
-void Attempt(TExchange exchange, TProbe& probe) {
-  using TClock = std::chrono::steady_clock;
-  const int receiveBytes = std::min(probe.receiveBytes, kMaxReceiveBytes);
-  const TClock::time_point start = TClock::now();
-  probe.result = exchange(probe.host.CStr(), probe.port, probe.timeout, probe.data.Data(),
-                          probe.received, probe.data.Length(), receiveBytes, probe.err);
-  const auto elapsed = TClock::now() - start;
-  probe.elapsedMs =
-      static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
-}
-
-/// Billions of attempts that fail at once would keep a processor busy for hours.
-void PauseAfter(const TProbe& failed) {
-  std::this_thread::sleep_for(std::chrono::milliseconds(kLeastAttemptMs - failed.elapsedMs));
+void Attempt(decltype(&SendReceiveTCPPacket) exchange, TProbe& probe) {
+  const auto start = std::chrono::steady_clock::now();
+  probe.result =
+      exchange(probe.host.CStr(), probe.port, probe.timeout, probe.data.Data(), probe.received,
+               probe.data.Length(), std::min(probe.receiveBytes, kMaxReceiveBytes), probe.err);
+  const auto elapsed = std::chrono::steady_clock::now() - start;
+  probe.elapsedMs = static_cast<int>(elapsed / std::chrono::milliseconds(1));
 }
 
 void Answer(const TProbe& probe, QovReply& reply) {
@@ -71,7 +58,7 @@ void ProcessTest_TCP(const VxRequest& params, QovReply& reply) {
       qovDecodeInt(params.GetValue(5), &probe.receiveBytes) == 0) {
     return RefuseParameter(reply);
   }
-  if (probe.timeout == 0) probe.timeout = kTcpTimeoutMs;
+  if (probe.timeout == 0) probe.timeout = 120000;
   Attempt(&SendReceiveTCPPacket, probe);
   Answer(probe, reply);
 }
@@ -90,10 +77,12 @@ void ProcessTest_UDP(const VxRequest& params, QovReply& reply) {
       probe.data.Empty()) {
     return RefuseParameter(reply);
   }
-  const int timeoutSec = timeoutMs / 1000;
-  probe.timeout = timeoutSec == 0 ? 1 : timeoutSec;
+  probe.timeout = timeoutMs / 1000;
+  if (probe.timeout == 0) probe.timeout = 1;
   for (int made = 0; made < attempts && probe.result < 1; ++made) {
-    if (made != 0) PauseAfter(probe);
+    // Billions of attempts that fail at once would keep a processor busy for hours.
+    const int pauseMs = made == 0 ? 0 : 1000 - probe.elapsedMs;
+    std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
     Attempt(&SendReceiveUDPPacket, probe);
   }
   Answer(probe, reply);

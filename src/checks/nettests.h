@@ -13,7 +13,6 @@ void ProcessTest_TCP(const VxRequest& params, QovReply& reply);
 
 /// "TEST-UDP": 1 host, 2 port, 3 time-out of an attempt in milliseconds (used in whole seconds, at
 /// least one), 4 number of attempts, 5 data to send, 6 bytes to receive, at most 8192.
-/// The elapsed time is that of the successful attempt alone. A failure that comes sooner
-/// than in a second, such as that of a name, is followed by a pause for the rest of it before the
-/// next attempt.
+/// The elapsed time is that of the successful attempt alone. Attempts begin at least a second
+/// apart.
 void ProcessTest_UDP(const VxRequest& params, QovReply& reply);

@@ -11,10 +11,10 @@
 #include <string.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -24,10 +24,6 @@
 
 namespace {
 
-constexpr mode_t kNewFileMode = 0666;
-constexpr int kBusyTries = 1000;
-constexpr timespec kBusyPause = {0, 1'000'000};
-constexpr int64_t kFallbackPollMs = 10;
 constexpr int64_t kLongestPollMs = 3'600'000;
 
 std::optional<rlimit> childDescriptors;
@@ -44,9 +40,7 @@ std::vector<std::string> CandidatePaths(const char* program) {
   std::vector<std::string> result;
   for (const char* rest = path;; ++rest) {
     const size_t length = strcspn(rest, ":");
-    std::string candidate(rest, length);
-    if (length != 0) candidate += '/';
-    result.push_back(candidate += program);
+    result.push_back(std::string(rest, length) + (length != 0 ? "/" : "") + program);
     rest += length;
     if (*rest == 0) return result;
   }
@@ -58,17 +52,15 @@ bool SearchGoesOn(int error) {
          error == ENODEV || error == ETIMEDOUT;
 }
 
-/// The environment with TMPDIR set to the folder for temporary files. The entries stay where they
-/// are: nothing changes the environment.
+/// The environment with TMPDIR set to the folder for temporary files. Nothing changes the entries
+/// themselves.
 std::vector<char*> ChildEnvironment(std::string& tmpdirEntry) {
   constexpr char kName[] = "TMPDIR=";
-  const std::optional<String> folder = TempFolder();
   std::vector<char*> result;
   for (char** entry = environ; *entry != nullptr; ++entry) {
-    const bool replaced = folder && strncmp(*entry, kName, sizeof(kName) - 1) == 0;
-    if (!replaced) result.push_back(*entry);
+    if (strncmp(*entry, kName, sizeof(kName) - 1) != 0) result.push_back(*entry);
   }
-  if (folder) {
+  if (const std::optional<String> folder = TempFolder()) {
     tmpdirEntry = std::string(kName) + folder->CStr();
     result.push_back(tmpdirEntry.data());
   }
@@ -85,14 +77,10 @@ class TStarter {
     posix_spawn_file_actions_destroy(&actions_);
     posix_spawnattr_destroy(&attributes_);
   }
-  TStarter(const TStarter&) = delete;
-  TStarter& operator=(const TStarter&) = delete;
-
-  /// Starts the program at `path`; the result is that of StartChild.
+  /// Starts the program at `path`; the result is that of TChild::Start.
   int Try(const char* path, pid_t& pid) const;
 
  private:
-  void EnterFolder(const char* folder);
   void Redirect(int target, const char* path);
   int Spawn(const char* path, char* const* argv, pid_t& pid) const;
 
@@ -110,7 +98,11 @@ TStarter::TStarter(const TChildPlan& plan) : argv_(const_cast<char* const*>(plan
   for (int target = 0; target <= 2; ++target) {
     if (plan.streams[target] != nullptr) Redirect(target, plan.streams[target]);
   }
-  if (plan.workdir != nullptr && plan.workdir[0] != 0) EnterFolder(plan.workdir);
+  if (plan.workdir != nullptr && plan.workdir[0] != 0) {
+    const std::string inside = std::string(plan.workdir) + "/.";  // opens if it may be entered
+    folder_ = TFd(open(inside.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (folder_) posix_spawn_file_actions_addfchdir_np(&actions_, folder_.Get());
+  }
   posix_spawn_file_actions_addclosefrom_np(&actions_, 3);
 
   posix_spawnattr_init(&attributes_);
@@ -119,22 +111,16 @@ TStarter::TStarter(const TChildPlan& plan) : argv_(const_cast<char* const*>(plan
   posix_spawnattr_setsigmask(&attributes_, &signals);
   sigfillset(&signals);
   posix_spawnattr_setsigdefault(&attributes_, &signals);
-  const int session = plan.ownSession ? POSIX_SPAWN_SETSID : 0;
-  posix_spawnattr_setflags(
-      &attributes_, static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | session));
-}
-
-void TStarter::EnterFolder(const char* folder) {
-  const std::string inside = std::string(folder) + "/.";  // opens only when it may be entered
-  folder_ = TFd(open(inside.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (folder_) posix_spawn_file_actions_addfchdir_np(&actions_, folder_.Get());
+  int flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+  if (plan.ownSession) flags |= POSIX_SPAWN_SETSID;
+  posix_spawnattr_setflags(&attributes_, static_cast<short>(flags));
 }
 
 void TStarter::Redirect(int target, const char* path) {
   const int mode = target == 0 ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
   const int flags = O_NOFOLLOW | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
   TFd& stream = streams_[target];
-  stream = TFd(open(path, mode | flags, kNewFileMode));
+  stream = TFd(open(path, mode | flags, 0666));
   if (stream && fcntl(stream.Get(), F_SETFL, 0) == 0) {
     posix_spawn_file_actions_adddup2(&actions_, stream.Get(), target);
   } else {
@@ -145,12 +131,11 @@ void TStarter::Redirect(int target, const char* path) {
 /// A script that was written a moment ago may still be open in another thread's child that is about
 /// to execute its own program: "busy" is worth waiting a second.
 int TStarter::Spawn(const char* path, char* const* argv, pid_t& pid) const {
-  int error = ETXTBSY;
-  for (int i = 0; error == ETXTBSY && i < kBusyTries; ++i) {
-    if (i != 0) nanosleep(&kBusyPause, nullptr);
-    error = posix_spawn(&pid, path, &actions_, &attributes_, argv, environment_.data());
+  for (int tries = 1;; ++tries) {
+    const int error = posix_spawn(&pid, path, &actions_, &attributes_, argv, environment_.data());
+    if (error != ETXTBSY || tries == 1000) return error;
+    usleep(1000);
   }
-  return error;
 }
 
 int TStarter::Try(const char* path, pid_t& pid) const {
@@ -172,9 +157,7 @@ void LeaveInBackground(pid_t pid) {
 
 /// True when the child is gone: collected now, or not this process's to collect.
 bool Collect(pid_t pid, int& status) {
-  pid_t result;
-  while ((result = waitpid(pid, &status, WNOHANG)) == -1 && errno == EINTR) {
-  }
+  const pid_t result = waitpid(pid, &status, WNOHANG);
   if (result == -1) status = SIGKILL;
   return result != 0;
 }
@@ -182,31 +165,27 @@ bool Collect(pid_t pid, int& status) {
 }  // namespace
 
 int64_t MonotonicMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
+  return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
 }
 
-int StartChild(const TChildPlan& plan, pid_t& pid) {
+void SetChildDescriptorLimit(const rlimit& original) { childDescriptors = original; }
+
+int TChild::Start(const TChildPlan& plan) {
   const TStarter starter(plan);
   int error = ENOENT;
   bool denied = false;
   for (const std::string& path :
        CandidatePaths(plan.program != nullptr ? plan.program : plan.argv[0])) {
-    error = starter.Try(path.c_str(), pid);
-    if (error == 0 && childDescriptors) {
-      prlimit(pid, RLIMIT_NOFILE, &*childDescriptors, nullptr);
+    error = starter.Try(path.c_str(), pid_);
+    if (error == 0) {
+      if (childDescriptors) prlimit(pid_, RLIMIT_NOFILE, &*childDescriptors, nullptr);
+      process_ = TFd(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
     }
     if (!SearchGoesOn(error)) return error;
     denied |= error == EACCES;
   }
   return denied ? EACCES : error;
 }
-
-void SetChildDescriptorLimit(const rlimit& original) { childDescriptors = original; }
-
-TChild::TChild(pid_t pid)
-    : pid_(pid), process_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
 
 TChild::~TChild() {
   if (pid_ != -1) LeaveInBackground(pid_);
@@ -217,7 +196,7 @@ bool TChild::EndedBy(int64_t deadlineMs, int& status) {
     const int64_t restMs = deadlineMs - MonotonicMs();
     if (restMs <= 0) return false;
     pollfd end = {process_.Get(), POLLIN, 0};  // without a descriptor: a pause
-    poll(&end, 1, static_cast<int>(std::min(restMs, process_ ? kLongestPollMs : kFallbackPollMs)));
+    poll(&end, 1, static_cast<int>(std::min(restMs, process_ ? kLongestPollMs : 10)));
   }
   pid_ = -1;
   return true;
@@ -235,9 +214,7 @@ void ReapBackgroundChildren() {
 
 void PrepareToWaitForChildren() {
   signal(SIGCHLD, SIG_DFL);
-  char path[64];
-  snprintf(path, sizeof(path), "/proc/self/task/%d/children", getpid());
-  const TFile children(fopen(path, "re"));
+  const TFile children(fopen("/proc/thread-self/children", "re"));
   int pid;
   while (children && fscanf(children.get(), "%d", &pid) == 1) {  // NOLINT(cert-err34-c)
     LeaveInBackground(pid);

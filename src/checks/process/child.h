@@ -11,7 +11,7 @@
 /// Milliseconds of the monotonic clock.
 int64_t MonotonicMs();
 
-/// What to start. Pointers must stay valid until StartChild returns.
+/// What to start. Pointers must stay valid until TChild::Start returns.
 struct TChildPlan {
   const char* const* argv;        ///< null-terminated
   const char* program = nullptr;  ///< looked up along PATH; null: argv[0]
@@ -23,30 +23,24 @@ struct TChildPlan {
   bool ownSession = false;
 };
 
-/// Starts a program: in a clean state, see checks/process/runner.h, and with the search, the shell
-/// for scripts without "#!" and the result of execvp. Returns when the program runs. The agent's
-/// memory is lent to the child until then, not copied, so the cost does not grow with the agent.
-/// (So a program or folder on a file system that hangs holds the calling thread.)
-/// @param pid  out, with result 0: the child, not waited for
-/// @return 0, or an error number: EAGAIN or ENOMEM when no process could be made, else why the
-///         program cannot be executed
-int StartChild(const TChildPlan& plan, pid_t& pid);
-
 /// The descriptor limit that children get right after their start: the one from before the agent
 /// raised its own. Call it before the first thread starts.
 void SetChildDescriptorLimit(const rlimit& original);
 
-/// A started child that has not been waited for. One thread at a time.
+/// A child of this process. One thread at a time.
 class TChild {
  public:
-  explicit TChild(pid_t pid);
   /// Hands a child that still runs to the background.
   ~TChild();
-  TChild(const TChild&) = delete;
-  TChild& operator=(const TChild&) = delete;
-
-  /// Waits until the child has ended, and collects it, or until `deadlineMs` (MonotonicMs) has
-  /// passed; looks at least once. Not again after a true.
+  /// Starts a program: in a clean state, see checks/process/runner.h, and with the search, the
+  /// shell for scripts without "#!" and the result of execvp. Returns when the program runs. The
+  /// agent's memory is lent to the child until then, not copied, so the cost does not grow with the
+  /// agent. (So a program or folder on a file system that hangs holds the calling thread.)
+  /// @return 0, or an error number: EAGAIN or ENOMEM when no process could be made, else why the
+  ///         program cannot be executed
+  int Start(const TChildPlan& plan);
+  /// Waits until the started child has ended, and collects it, or until `deadlineMs` (MonotonicMs)
+  /// has passed; looks at least once. Not again after a true.
   /// @param status  out: wait status, set with true; that of a killed process when somebody else
   ///                collected the child
   bool EndedBy(int64_t deadlineMs, int& status);
@@ -54,15 +48,14 @@ class TChild {
   bool Kill() const;
 
  private:
-  pid_t pid_;    ///< -1 once collected
-  TFd process_;  ///< readable when the child has ended; none when the kernel has none to give
+  pid_t pid_ = -1;  ///< -1: none, or collected
+  TFd process_;     ///< readable when the child has ended; none when the kernel has none to give
 };
 
-/// Makes the ends of children visible to this process: sets SIGCHLD to its default action, which a
-/// starter may have left ignored, and takes over children that an earlier image of this process
-/// left in the background. Call it at the start of main, before the first thread.
+/// Makes the ends of children visible to this process: sets SIGCHLD to its default action and takes
+/// over what an earlier image left in the background. Call it in main, before the first thread.
 void PrepareToWaitForChildren();
 
-/// Collects background children that have ended, so that none stays a zombie. Never blocks; call
-/// it about once a second. Every start by checks/process/runner.h does it too.
+/// Collects background children that have ended. Never blocks; call it about once a second. Every
+/// start by checks/process/runner.h does it too.
 void ReapBackgroundChildren();

@@ -1,12 +1,10 @@
 #include "checks/process/proctests.h"
 
-#include <limits.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -18,8 +16,6 @@
 
 namespace {
 
-constexpr int kCpuScriptLimitMs = 8000;
-constexpr mode_t kScriptMode = 0775;
 constexpr int kLineSize = 512;  ///< with terminator; a longer line is read as several
 constexpr char kResultMark[] = "scriptres:";
 constexpr int kMaxTextBytes = 64 * 1024 * 1024;  ///< output beyond this is left out of a reply
@@ -44,33 +40,29 @@ bool MakeOutput(char kind, TTempFile& output, QovReply& reply) {
   return false;
 }
 
-/// Runs a command through the shell with all its output in one file; null, with the reply filled,
-/// when there is nothing to read.
-TFile RunForOutput(String command, const TTempFile& output, QovReply& reply) {
-  for (const char* redirection : {" 1>", " 2>", " 3>"}) {
-    (command += redirection) += output.Path();
-  }
-  if (!RunShell(command.CStr())) {
-    Refuse(reply, "Cannot execute script");
-    return nullptr;
-  }
+/// The output of a script that has run; null, with the reply filled, when it wrote none.
+TFile OpenOutput(const TTempFile& output, QovReply& reply) {
   TFile file = output.OpenText();
   if (!file) Refuse(reply, "Cannot get script results");
   return file;
 }
 
-/// Runs a command without a shell, all its output in one file.
+/// Runs a command through the shell with all its output in one file, and opens that.
+TFile RunForOutput(String command, const TTempFile& output, QovReply& reply) {
+  for (const char* stream : {" 1>", " 2>", " 3>"}) (command += stream) += output.Path();
+  if (RunShell(command.CStr())) return OpenOutput(output, reply);
+  Refuse(reply, "Cannot execute script");
+  return nullptr;
+}
+
+/// Runs a command without a shell, after the delay for scripts, all its output in one file.
 /// Deliberate: the input is "/dev/null", as a script that reads finds nothing. The output file in
 /// its place would let it read what it has printed itself, and go on for ever.
 int RunIntoFile(const String& command, const TTempFile& output, int timeoutMs, String& err) {
+  std::this_thread::sleep_for(std::chrono::microseconds(CurrentSettings()->delayforscripts));
   int exitCode;
   return SystemEx2(command.CStr(), nullptr, nullptr, output.Path(), output.Path(), timeoutMs,
                    exitCode, err);
-}
-
-/// Zero or less is no delay.
-void Delay(int microseconds) {
-  std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
 }
 
 /// Appends a line and CR LF, growing in large steps: a text may have a million lines.
@@ -93,8 +85,7 @@ String JoinLines(FILE* file) {
 }
 
 bool IsResult(const String& line) {
-  constexpr int kLength = sizeof(kResultMark) - 1;
-  return memposi(line.CStr(), std::min(line.Length(), kLength), kResultMark, kLength) == 1;
+  return strncasecmp(line.CStr(), kResultMark, sizeof(kResultMark) - 1) == 0;
 }
 
 struct TScriptOutput {
@@ -119,21 +110,14 @@ TScriptOutput ReadScriptOutput(FILE* file, int wantedLines) {
   return output;
 }
 
-/// Writes the script to a new file; false, with the reply filled, when that fails.
-bool MakeScript(const String& text, TTempFile& script, QovReply& reply) {
-  const char* failure = nullptr;
-  TFd fd;
-  if (!script.Choose(nullptr)) {
-    failure = "Cannot get temp file";
-  } else if (fd = script.Create(); !fd) {
-    failure = "Cannot create temp file";
-  } else if (write(fd.Get(), text.CStr(), static_cast<size_t>(text.Length())) != text.Length()) {
-    failure = "cannot create temp file";
-  } else if (fchmod(fd.Get(), kScriptMode) != 0) {
-    failure = "Cannot set exec flag for script";
-  }
-  if (failure != nullptr) Refuse(reply, failure);
-  return failure == nullptr;
+/// Writes the script to a new file. Null, or what went wrong.
+const char* MakeScript(const String& text, TTempFile& script) {
+  if (!script.Choose(nullptr)) return "Cannot get temp file";
+  const TFd fd = script.Create();
+  if (!fd) return "Cannot create temp file";
+  const ssize_t written = write(fd.Get(), text.CStr(), static_cast<size_t>(text.Length()));
+  if (written != text.Length()) return "cannot create temp file";
+  return fchmod(fd.Get(), 0775) == 0 ? nullptr : "Cannot set exec flag for script";
 }
 
 }  // namespace
@@ -163,13 +147,12 @@ void ProcessTest_CPU(const VxRequest&, QovReply& reply) {
   if (!ScriptUsable(settings->cpuusagescript, "CPUUsage", reply)) return;
   TTempFile output;
   if (!MakeOutput('C', output, reply)) return;
-  Delay(settings->delayforscripts);
   String err;
-  if (RunIntoFile(settings->cpuusagescript, output, kCpuScriptLimitMs, err) == 0) {
+  if (RunIntoFile(settings->cpuusagescript, output, 8000, err) == 0) {
     return Refuse(reply, "Cannot execute script");
   }
-  const TFile file = output.OpenText();
-  if (!file) return Refuse(reply, "Cannot get script results");
+  const TFile file = OpenOutput(output, reply);
+  if (!file) return;
   float usage;
   // NOLINTNEXTLINE(cert-err34-c)
   if (fscanf(file.get(), "%f", &usage) != 1) return Refuse(reply, "Script error");
@@ -205,29 +188,24 @@ void ProcessInfo_ProcessesList(const VxRequest&, QovReply& reply) {
 }
 
 void ProcessTest_ShellScript(const VxRequest& params, QovReply& reply) {
-  const TSettingsView settings = CurrentSettings();
-  if (!TestAllowed(settings->shellscript, reply)) return;
+  if (!TestAllowed(CurrentSettings()->shellscript, reply)) return;
   const String text = qovDecodeStrings(params.GetText(2)).ReplaceAll("\r\n", "\n", 1);
   const String arguments = qovDecodeStrings(params.GetText(3));
   const int timeoutMs = Saturated(1000LL * qovDecodeInt(params.GetValue(4)));
   const int wantedLines = qovDecodeInt(params.GetValue(5));
-  TTempFile script;
-  if (!MakeScript(text, script, reply)) return;
-  TTempFile output;
+  TTempFile script, output;
+  if (const char* failure = MakeScript(text, script)) return Refuse(reply, failure);
   if (!output.Choose(nullptr)) return Refuse(reply, "Cannot get temp file");
   if (!output.Create()) return Refuse(reply, "Cannot get script results");
   const String command = params.GetText(1)
                              .ReplaceAll("%script%", script.Path(), 0)
                              .ReplaceAll("%params%", arguments.CStr(), 0);
-  Delay(settings->delayforscripts);
   String err;
   if (RunIntoFile(command, output, timeoutMs, err) == 0) {
-    Refuse(reply, "Script execution error: ");
-    reply += err;
-    return;
+    return Refuse(reply, (String("Script execution error: ") + err).CStr());
   }
-  const TFile file = output.OpenText();
-  if (!file) return Refuse(reply, "Cannot get script results");
+  const TFile file = OpenOutput(output, reply);
+  if (!file) return;
   const TScriptOutput result = ReadScriptOutput(file.get(), wantedLines);
   reply.SetResult(kResultDone).AddStringParam(result.result, 1);
   reply.AddStringParam(result.text, 1);

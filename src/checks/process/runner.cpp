@@ -13,36 +13,12 @@ namespace {
 
 constexpr int64_t kLookMs = 1000;  ///< time-outs are looked at once a second
 
-struct TPiece {
-  const char* bytes;
-  size_t length;
-  const char* next;  ///< where the rest of the line begins
-};
-
-TPiece NextArgument(const char* line) {
-  const bool quoted = *line == '"' || *line == '\'';
-  const char stop[] = {*line, 0};
-  const char* begin = quoted ? line + 1 : line;
-  const size_t length = strcspn(begin, quoted ? stop : " \t");
-  const char* end = begin + length;
-  return {begin, length, *end == 0 ? end : end + 1};
-}
-
 int Fail(const String& reason, String& err) {
   err = reason;
   return 0;
 }
 
 bool NoProcess(int error) { return error == EAGAIN || error == ENOMEM; }
-
-/// The result of a background start. Deliberate: a program that a signal ended within the first
-/// second counts as one that ran, with exit code 0.
-int WatchStart(TChild& child, int& exitCode) {
-  int status;
-  const bool ended = child.EndedBy(MonotonicMs() + kLookMs, status);
-  if (ended && WIFEXITED(status)) exitCode = WEXITSTATUS(status);
-  return 1;
-}
 
 /// Waits for the end. It is noticed at once; only the time-out is looked at in whole seconds.
 int WatchToEnd(TChild& child, int timeoutMs, int& exitCode, String& err) {
@@ -68,12 +44,15 @@ TArgumentBlock::TArgumentBlock(const char* cmdline) {
   while (count_ < kMaxArguments) {
     rest += strspn(rest, " ");
     if (*rest == 0) return;
-    const TPiece piece = NextArgument(rest);
-    if (piece.length + 1 > kBlockBytes - used) return;
-    memcpy(bytes_ + used, piece.bytes, piece.length);
-    argv_[count_++] = bytes_ + used;
-    used += piece.length + 1;
-    rest = piece.next;
+    const char quote[] = {*rest, 0};
+    const bool quoted = *rest == '"' || *rest == '\'';
+    if (quoted) ++rest;
+    const size_t length = strcspn(rest, quoted ? quote : " \t");
+    if (length + 1 > kBlockBytes - used) return;
+    argv_[count_++] = static_cast<char*>(memcpy(bytes_ + used, rest, length));
+    used += length + 1;
+    rest += length;
+    if (*rest != 0) ++rest;
   }
 }
 
@@ -88,26 +67,29 @@ int SystemEx2(const char* cmdline, const char* workdir, const char* inFile, cons
   if (background) exitCode = 0;
   ReapBackgroundChildren();
   const TArgumentBlock arguments(cmdline);
-  pid_t pid;
-  const int error = StartChild({.argv = arguments.Argv(),
-                                .workdir = workdir,
-                                .streams = {OrNull(inFile), OrNull(outFile), OrNull(errFile)},
-                                .ownSession = true},
-                               pid);
+  TChild child;
+  const int error = child.Start({.argv = arguments.Argv(),
+                                 .workdir = workdir,
+                                 .streams = {OrNull(inFile), OrNull(outFile), OrNull(errFile)},
+                                 .ownSession = true});
   if (NoProcess(error)) return Fail("fork error", err);
   if (error != 0)
     return Fail(background ? "exec error" : String("exec error: ") + strerror(error), err);
-  TChild child(pid);
-  return background ? WatchStart(child, exitCode) : WatchToEnd(child, timeoutMs, exitCode, err);
+  if (!background) return WatchToEnd(child, timeoutMs, exitCode, err);
+  int status;
+  // Deliberate: a program that a signal ended within the first second counts as one that ran, with
+  // exit code 0.
+  const bool ended = child.EndedBy(MonotonicMs() + kLookMs, status);
+  if (ended && WIFEXITED(status)) exitCode = WEXITSTATUS(status);
+  return 1;
 }
 
 bool RunShell(const char* command) {
   ReapBackgroundChildren();
   const char* const argv[] = {"sh", "-c", command, nullptr};
-  pid_t pid;
-  const int error = StartChild({.argv = argv, .program = _PATH_BSHELL}, pid);
+  TChild child;
+  const int error = child.Start({.argv = argv, .program = _PATH_BSHELL});
   if (error != 0) return !NoProcess(error);
-  TChild child(pid);
   int status;
   return child.EndedBy(std::numeric_limits<int64_t>::max(), status);
 }

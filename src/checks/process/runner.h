@@ -5,19 +5,18 @@
 #include "core/wqstring.h"
 
 /// Outside programs. A child runs with default signal actions, an empty signal mask, no descriptors
-/// but 0 to 2, and TMPDIR set to the folder for temporary files. The functions below may be called
-/// by any thread, by several at once; none changes the signal handling of the process.
+/// but 0 to 2, and TMPDIR set to the folder for temporary files. Any thread; nothing here changes
+/// the signal handling of the process.
 
 /// A time-out that starts the program in the background.
 inline constexpr int kRunInBackground = -1;
 
 /// The arguments of one run, split from a command line without a shell: no expansion, no escapes.
-///
-/// Arguments are separated by spaces; a tab ends an argument too. Deliberate: a tab is never
-/// skipped, so one right behind another separator gives an empty argument. An argument that begins
-/// with a single or double quote runs to the next quote of that kind, or to the end of the line,
-/// and does not contain the quotes; quotes elsewhere are ordinary bytes. Splitting stops without
-/// notice at kMaxArguments, and before an argument that no longer fits into the block.
+/// They are separated by spaces; a tab ends one too. Deliberate: a tab is never skipped, so one
+/// right behind another separator gives an empty argument. An argument that begins with a quote
+/// runs to the next of its kind or the end of the line, without them; quotes elsewhere are ordinary
+/// bytes. Splitting stops without notice at kMaxArguments, and before an argument that no longer
+/// fits into the block.
 class TArgumentBlock {
  public:
   static constexpr int kMaxArguments = 23;
@@ -50,20 +49,17 @@ int SystemEx(const char* cmdline, const char* workdir, int timeoutMs, int& exitC
 /// @param errFile    the same for standard error. Deliberate: when it is outFile too, each stream
 ///                   still has a position of its own
 /// @param timeoutMs  0 waits without limit; kRunInBackground waits one second for an early end and
-///                   then leaves the program running; any other value is a limit in milliseconds,
-///                   looked at once a second (a negative one has passed at the first look), after
-///                   which the program is killed
+///                   then leaves the program running; any other value is a limit, looked at once a
+///                   second (a negative one has passed at once), after which the program is killed
 /// @param exitCode   out: exit status 0 to 255, set with result 1; for a background start 0 from
 ///                   the beginning
 /// @param err        out: "", or with result 0 one of "fork error", "exec error: " and the
 ///                   system's text ("exec error" in the background), "abnormal termination" and
-///                   "cannot terminate process". The start itself tells why a program cannot be
-///                   executed: no exit status of a program counts as that
+///                   "cannot terminate process". No exit status of a program counts as one of these
 /// @return 1 when the program ran, else 0
 int SystemEx2(const char* cmdline, const char* workdir, const char* inFile, const char* outFile,
               const char* errFile, int timeoutMs, int& exitCode, String& err);
 
-/// Runs a command by "/bin/sh -c" on the agent's own standard streams and in its session, and waits
-/// for its end.
-/// @return false when no process could be made
+/// Runs a command by "/bin/sh -c" on the agent's own standard streams and in its session to its
+/// end. False when no process could be made.
 bool RunShell(const char* command);

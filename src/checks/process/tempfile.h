@@ -12,16 +12,15 @@
 extern int64_t filenumber;
 extern std::mutex fidmutex;
 
-/// A number that no two running threads of this host's agents share: made of the process and the
-/// thread identifier. Only good for telling temporary names apart.
+/// Made of the process and the thread identifier: no two running threads of this host's agents
+/// share it. For temporary names.
 int64_t GetUniqueThreadID();
 
-/// Writes a path in the folder for temporary files into `buf`; no file is made.
+/// Writes a path in the folder for temporary files into `buf`; no file is made. Any thread.
 /// @param size  of buf, bytes, at least 16
 /// @param name  file name to use as it is, cut when it does not fit; null makes a name that no
 ///              regular file has yet
 /// @return 1, or 0 with `buf` empty when the folder's name does not fit or no name was free
-/// Any thread.
 int gettempfilename(char* buf, int size, const char* name);
 
 /// Owns the path of one temporary file and unlinks it when it goes out of scope. Its own opens
@@ -54,7 +53,7 @@ void RemoveTempFiles();
 /// execve for a process whose other threads may be using temporary files. When another program
 /// takes over, the file of every TTempFile there is at that moment is unlinked; when it cannot, all
 /// stay as they are. No TTempFile comes or goes meanwhile. A forked child sees to it and is gone
-/// when this returns; it becomes a child of the new program, which should wait for it (see
-/// PrepareToWaitForChildren). Where no such child can be made the files stay in both cases.
-/// @return the error number of execve; a success does not return. Any thread, no signals needed.
+/// when this returns; the new program should wait for it (see PrepareToWaitForChildren). Where no
+/// such child can be made the files stay in both cases. Any thread.
+/// @return the error number of execve; a success does not return
 int ExecuteAndRemoveTempFiles(const char* path, char* const argv[], char* const envp[]);
