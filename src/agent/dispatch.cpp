@@ -5,7 +5,6 @@
 #include "agent/unsupported.h"
 #include "checks/actions.h"
 #include "checks/files/diskfolder.h"
-#include "checks/files/filelist.h"
 #include "checks/files/filetests.h"
 #include "checks/log/textlog.h"
 #include "checks/nettests.h"

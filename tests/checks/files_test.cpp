@@ -11,7 +11,6 @@
 
 #include "checks/files/diskfolder.h"
 #include "checks/files/filecontent.h"
-#include "checks/files/filelist.h"
 #include "checks/files/filetests.h"
 #include "checks/files/pathmacros.h"
 #include "fs/files.h"

@@ -2,7 +2,6 @@
 
 #include "checks/actions.h"
 #include "checks/files/diskfolder.h"
-#include "checks/files/filelist.h"
 #include "checks/files/filetests.h"
 #include "checks/log/textlog.h"
 #include "checks/nettests.h"

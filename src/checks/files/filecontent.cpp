@@ -1,19 +1,17 @@
 #include "checks/files/filecontent.h"
 
 #include <limits.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
-#include <memory>
+#include <new>
+#include <utility>
 
 #include "core/textfinder.h"
 #include "fs/files.h"
 #include "protocol/ciplib.h"
 
 namespace {
-
-constexpr int64_t kCrcBlock = 2048;
 
 bool HasName(const char* path) { return path != nullptr && *path != 0; }
 
@@ -24,115 +22,47 @@ TFd OpenRegular(const char* path, struct stat& facts) {
   return file && IsRegularFile(file.Get(), facts) ? std::move(file) : TFd();
 }
 
-using TBuffer = std::unique_ptr<char[]>;
-TBuffer MakeBuffer(size_t size) { return TBuffer(new char[size]); }
-
-/// A search through one file. The buffer slides over the file with an overlap, so that an
-/// occurrence and both its neighbours are in it together.
-class TFileSearch {
- public:
-  TFileSearch(int fd, int64_t sizeBytes, const String& text, int caseSensitive, int wholeWord)
-      : fd_(fd),
-        finder_({text.CStr(), static_cast<size_t>(text.Length())}, caseSensitive, wholeWord),
-        wholeWord_(wholeWord != 0),
-        length_(text.Length()),
-        capacity_(2 * length_ + static_cast<int64_t>(kReadBytes)),
-        windowed_(3 * length_ <= sizeBytes + 1),
-        buffer_(static_cast<char*>(malloc(static_cast<size_t>(capacity_)))) {}
-
-  double Run() {
-    if (buffer_ == nullptr) return -1;
-    int64_t from = 0;
-    while (Fill()) {
-      // An occurrence that ends with the buffer waits for its neighbour.
-      const char* end = buffer_.get() + filled_ - (ended_ ? 0 : 1);
-      const char* p = buffer_.get() + from;
-      while ((p = finder_.FindAny(p, end)) != nullptr) {
-        const int64_t at = p - buffer_.get();
-        if (!wholeWord_ || IsBounded(at)) return static_cast<double>(base_ + at + 1);
-        ++p;
-      }
-      if (ended_) return 0;
-      from = Slide();
-    }
-    return -1;
-  }
-
- private:
-  struct TFree {
-    void operator()(char* p) const { free(p); }
-  };
-
-  bool Fill() {
-    const int64_t wanted = capacity_ - filled_;
-    const ssize_t n = ReadFully(fd_, buffer_.get() + filled_, static_cast<size_t>(wanted));
-    if (n < 0) return false;
-    filled_ += n;
-    ended_ = n < wanted;
-    return true;
-  }
-
-  /// Keeps the bytes that an undecided occurrence may start in, and the one before them.
-  /// @return where the search goes on
-  int64_t Slide() {
-    const int64_t kept = length_ + 1;
-    base_ += filled_ - kept;
-    memmove(buffer_.get(), buffer_.get() + filled_ - kept, static_cast<size_t>(kept));
-    filled_ = kept;
-    return 1;
-  }
-
-  bool IsBounded(int64_t at) const {
-    const int64_t after = at + length_;
-    const bool wordBefore = at > 0 && IsWordByte(buffer_.get()[at - 1]);
-    const bool wordAfter = after < filled_ && IsWordByte(buffer_.get()[after]);
-    const int64_t offset = base_ + at;
-    const int64_t step = 2 * length_;
-    // Windows of three lengths that overlap by one: an occurrence in the overlap is seen at the
-    // end of one window and at the start of the next, each time with one neighbour only.
-    const bool overlap = windowed_ && offset >= step && offset % step == 0;
-    return overlap ? !wordBefore || !wordAfter : !wordBefore && !wordAfter;
-  }
-
-  int fd_;
-  TTextFinder finder_;
-  bool wholeWord_;
-  int64_t length_;
-  int64_t capacity_;
-  bool windowed_;  // the file is larger than one window
-  std::unique_ptr<char[], TFree> buffer_;
-  int64_t base_ = 0;  // offset in the file of the buffer's first byte
-  int64_t filled_ = 0;
-  bool ended_ = false;
-};
-
 }  // namespace
 
+TFileWindow::TFileWindow(int fd, int64_t from, int64_t limit, size_t blockBytes)
+    : fd_(fd),
+      reached_(from),
+      limit_(limit),
+      block_(blockBytes),
+      buffer_(new (std::nothrow) char[2 * blockBytes]) {}
+
+const char* TFileWindow::Fill() {
+  end_ = std::copy(begin_, static_cast<const char*>(end_), buffer_.get());
+  begin_ = buffer_.get();
+  const size_t count = std::min(block_, static_cast<size_t>(limit_ - reached_));
+  ssize_t n = buffer_ == nullptr ? -1 : 0;
+  if (n == 0 && count > 0) n = ReadAt(fd_, end_, count, reached_);
+  failed_ = n < 0;
+  if (n <= 0) return nullptr;
+  end_ += n;
+  reached_ += n;
+  return end_ - n;
+}
+
 int GetFileCRC(const char* path, unsigned int* crc, String& error) {
-  if (!HasName(path)) {
-    error = "File is not specified";
+  const auto fail = [&error](const char* text) {
+    error = text;
     return 0;
-  }
+  };
+  if (!HasName(path)) return fail("File is not specified");
   const TFd file = OpenForReading(path);
-  if (!file) {
-    error = "Cannot open file";
-    return 0;
-  }
+  if (!file) return fail("Cannot open file");
   struct stat facts;
-  const bool regular = IsRegularFile(file.Get(), facts);
-  const TBuffer buffer = MakeBuffer(kReadBytes);
+  if (!IsRegularFile(file.Get(), facts)) return fail("Read error");
+  const auto buffer = std::make_unique_for_overwrite<char[]>(kReadBytes);
   TCRC32 sum;
-  sum.InitCRC();
   int64_t sizeBytes = 0;
-  ssize_t n = -1;
-  while (regular && (n = ReadFully(file.Get(), buffer.get(), kReadBytes)) > 0) {
+  ssize_t n;
+  while ((n = ReadFully(file.Get(), buffer.get(), kReadBytes)) > 0) {
     sum.UpdateCRC(buffer.get(), static_cast<int>(n));
     sizeBytes += n;
   }
-  if (n < 0 || sizeBytes % kCrcBlock == 0) {
-    error = "Read error";
-    return 0;
-  }
+  if (n < 0 || sizeBytes % 2048 == 0) return fail("Read error");
   *crc = sum.GetCRC();
   return 1;
 }
@@ -142,26 +72,52 @@ int CompareFiles(const char* a, const char* b) {
   const TFd first = OpenRegular(a, facts);
   const TFd second = OpenRegular(b, facts);
   if (!first || !second) return -1;
-  const TBuffer firstBytes = MakeBuffer(kReadBytes);
-  const TBuffer secondBytes = MakeBuffer(kReadBytes);
+  const auto buffer = std::make_unique_for_overwrite<char[]>(2 * kReadBytes);
+  char* const other = buffer.get() + kReadBytes;
   ssize_t common;
   do {
-    const ssize_t m = ReadFully(first.Get(), firstBytes.get(), kReadBytes);
-    const ssize_t n = ReadFully(second.Get(), secondBytes.get(), kReadBytes);
+    const ssize_t m = ReadFully(first.Get(), buffer.get(), kReadBytes);
+    const ssize_t n = ReadFully(second.Get(), other, kReadBytes);
     if (m < 0 || n < 0) return -1;
     common = std::min(m, n);
-    if (memcmp(firstBytes.get(), secondBytes.get(), static_cast<size_t>(common)) != 0) return 0;
+    if (memcmp(buffer.get(), other, static_cast<size_t>(common)) != 0) return 0;
   } while (common == static_cast<ssize_t>(kReadBytes));
   return 1;
 }
 
-double FindStrInFile(const char* path, String& text, int caseSensitive, int wholeWord) {
+double FindStrInFile(const char* path, const String& text, int caseSensitive, int wholeWord) {
   struct stat facts;
   const TFd file = OpenRegular(path, facts);
   if (text.Empty() || !file) return -1;
-  if (text.Length() > facts.st_size) return 0;
-  if (caseSensitive == 0) text.LowerCase();
-  return TFileSearch(file.Get(), facts.st_size, text, caseSensitive, wholeWord).Run();
+  const int64_t length = text.Length();
+  if (length > facts.st_size) return 0;
+  const TTextFinder finder({text.CStr(), static_cast<size_t>(length)}, caseSensitive, wholeWord);
+  TFileWindow window(file.Get(), 0, INT64_MAX, std::max(kReadBytes, finder.Length() + 1));
+  const bool windowed = 3 * length <= facts.st_size + 1;  // the file is larger than one window
+  const auto isBounded = [&](const char* p, int64_t offset) {
+    const char* after = p + length;
+    const bool wordBefore = p > window.Begin() && IsWordByte(p[-1]);
+    const bool wordAfter = after < window.End() && IsWordByte(*after);
+    // Windows of three lengths that overlap by one: an occurrence in the overlap is seen at the
+    // end of one window and at the start of the next, each time with one neighbour only.
+    const bool overlap = windowed && offset > 0 && offset % (2 * length) == 0;
+    return overlap ? !wordBefore || !wordAfter : !wordBefore && !wordAfter;
+  };
+  ptrdiff_t from = 0;
+  for (bool more = true; more;) {
+    more = window.Fill() != nullptr;
+    // An occurrence that ends with the bytes held waits for its neighbour.
+    const char* end = window.End() - (more ? 1 : 0);
+    const char* p = window.Begin() + from;
+    for (; (p = finder.FindAny(p, end)) != nullptr; ++p) {
+      const int64_t offset = window.Offset() + (p - window.Begin());
+      if (wholeWord == 0 || isBounded(p, offset)) return static_cast<double>(offset + 1);
+    }
+    if (end - window.Begin() < length) continue;
+    window.Drop(end - length);  // looked at, and a neighbour
+    from = 1;
+  }
+  return window.Failed() ? -1 : 0;
 }
 
 double FindFileInFile(const char* path, const char* patternFile) {

@@ -3,13 +3,14 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "checks/gate.h"
 #include "fs/paths.h"
 #include "fs/search.h"
 
 namespace {
 
 struct TPathMacro {
-  const char* text;  // lower case
+  const char* text;
   bool folders;
   bool newest;
 };
@@ -20,11 +21,11 @@ constexpr TPathMacro kPathMacros[] = {
     {"%oldestfolder%", true, false},
 };
 
-/// The leftmost macro in lower-cased text and its position; null for none.
-const TPathMacro* FindMacro(const String& lower, int& position) {
+/// The leftmost macro and its position; null for none.
+const TPathMacro* FindMacro(const String& path, int& position) {
   const TPathMacro* found = nullptr;
   for (const TPathMacro& macro : kPathMacros) {
-    const int at = lower.Pos(macro.text);
+    const int at = path.Search(macro.text, 0, 0);
     if (at == 0 || (found != nullptr && at >= position)) continue;
     found = &macro;
     position = at;
@@ -38,10 +39,10 @@ String ChooseEntry(const String& folder, const TPathMacro& macro) {
   int64_t bestTime = 0;
   TSearchRec rec;
   const TSearchCloser closer(rec);
-  for (int r = FindFirst(folder, "*", AttrAny, rec, TReadOnly::kUnseen); r == 0;
-       r = FindNext(rec)) {
-    if (IsDotName(rec.EntryName)) continue;
-    if (((rec.Attributes & AttrDirectory) != 0) != macro.folders) continue;
+  int found = FindFirst(folder, "*", AttrAny, rec, TReadOnly::kUnseen);
+  for (; found == 0; found = FindNext(rec)) {
+    const bool isFolder = (rec.Attributes & AttrDirectory) != 0;
+    if (isFolder != macro.folders || IsDotName(rec.EntryName)) continue;
     const bool better = macro.newest ? rec.ModifiedTime > bestTime : rec.ModifiedTime < bestTime;
     // Deliberate: the time 0 stands for "none chosen yet", so an entry of that age gives way to
     // whatever follows it.
@@ -57,19 +58,20 @@ String ChooseEntry(const String& folder, const TPathMacro& macro) {
 String GetFileUsingSpecialMacros(String path) {
   String prefix;
   String rest = path;
-  String lower = path;
-  lower.LowerCase();
   int position = 0;
-  while (const TPathMacro* macro = FindMacro(lower, position)) {
+  while (const TPathMacro* macro = FindMacro(rest, position)) {
     prefix += rest.Copy(1, position - 1);
-    const int taken = position - 1 + static_cast<int>(strlen(macro->text));
-    rest.Delete(1, taken);
-    lower.Delete(1, taken);
+    rest.Delete(1, position - 1 + static_cast<int>(strlen(macro->text)));
     const String name = ChooseEntry(prefix, *macro);
     if (name.Empty()) return path;
     prefix += name;
   }
   return prefix + rest;
+}
+
+String GetPath(const VxRequest& params, int index, int macroFlag) {
+  const String path = params.GetValue(index);
+  return Asked(params, macroFlag) ? GetFileUsingSpecialMacros(path) : path;
 }
 
 String GetFirstMatchedFile(const String& mask) {

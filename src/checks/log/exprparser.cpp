@@ -17,16 +17,15 @@ const TPriorityItem PriorityTable2[kPriorityTable2Size] = {
 
 namespace {
 
-constexpr std::string_view kDecimals = "-0123456789";
-
-/// What becomes of the stack when an expression is evaluated.
-enum TStep : unsigned char { kText, kNeverFound, kNot, kAnd, kOr };
+/// A step of an evaluation: a row of PriorityTable1, or one of these.
+constexpr unsigned char kNeverFound = 0;  // an unmatched "(" is taken for an operand
+constexpr unsigned char kText = kPriorityTable1Size;
 
 bool IsQuote(char c) { return c == '"' || c == '\''; }
 
 /// A quoted text, or a decimal number up to a zero byte.
 bool IsOperand(std::string_view token) {
-  const size_t other = token.find_first_not_of(kDecimals);
+  const size_t other = token.find_first_not_of("-0123456789");
   return IsQuote(token[0]) || other == token.npos || token[other] == 0;
 }
 
@@ -34,23 +33,13 @@ std::string_view View(const String& s) { return {s.CStr(), static_cast<size_t>(s
 
 String Copied(std::string_view s) { return String(s.data(), static_cast<int>(s.size())); }
 
-/// Removes blanks at both ends, as String::Trim has them.
-void Trim(std::string_view& s) {
-  while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
-  while (!s.empty() && IsBlank(s.back())) s.remove_suffix(1);
-}
-
 }  // namespace
 
-TExprParser::TExprParser(const TPriorityItem* table, int tableSize)
-    : table_(table), rows_(tableSize / static_cast<int>(sizeof *table)) {}
-
 const TPriorityItem* TExprParser::FindOperator(std::string_view token) const {
-  const auto same = [token](const TPriorityItem& row) {
-    return std::ranges::equal(token, View(row.token), {}, LoCase);
-  };
-  const TPriorityItem* row = std::find_if(table_, table_ + rows_, same);
-  return row == table_ + rows_ ? nullptr : row;
+  for (const TPriorityItem& row : table_) {
+    if (std::ranges::equal(token, View(row.token), {}, LoCase)) return &row;
+  }
+  return nullptr;
 }
 
 int TExprParser::TokenInPriority(const String& token) const {
@@ -64,15 +53,16 @@ int TExprParser::TokenSPriority(const String& token) const {
 }
 
 const TPriorityItem* TExprParser::OperatorAt(std::string_view s) const {
-  const auto stands = [s](const TPriorityItem& row) { return s.starts_with(View(row.token)); };
-  const TPriorityItem* row = std::find_if(table_, table_ + rows_, stands);
-  return row == table_ + rows_ ? nullptr : row;
+  for (const TPriorityItem& row : table_) {
+    if (s.starts_with(View(row.token))) return &row;
+  }
+  return nullptr;
 }
 
 int TExprParser::TokenInPos(const String& s, int pos) const {
   if (pos < 1 || pos > s.Length()) return -1;
   const TPriorityItem* row = OperatorAt(View(s).substr(static_cast<size_t>(pos) - 1));
-  return row == nullptr ? -1 : static_cast<int>(row - table_);
+  return row == nullptr ? -1 : static_cast<int>(row - table_.data());
 }
 
 bool TExprParser::Fail(const char* what, std::string_view where, const char* close) {
@@ -83,7 +73,8 @@ bool TExprParser::Fail(const char* what, std::string_view where, const char* clo
 }
 
 std::string_view TExprParser::NextToken(std::string_view& rest) {
-  Trim(rest);
+  while (!rest.empty() && IsBlank(rest.front())) rest.remove_prefix(1);
+  while (!rest.empty() && IsBlank(rest.back())) rest.remove_suffix(1);
   if (rest.empty()) return rest;
   size_t length = 1;
   if (const TPriorityItem* op = OperatorAt(rest)) {
@@ -112,110 +103,63 @@ String TExprParser::GetToken(String& expr) {
   return token;
 }
 
-bool TExprParser::TakeOperator(const TPriorityItem& op, std::vector<unsigned char>& waiting,
-                               const TEmit& emit) {
-  const auto emitWhile = [&](auto wanted) {
-    for (; !waiting.empty() && wanted(table_[waiting.back()]); waiting.pop_back()) {
+bool TExprParser::Convert(std::string_view source, const TEmit& emit) {
+  error_ = "";
+  std::vector<unsigned char> waiting;  // rows
+  const auto emitWhile = [&](auto isDue) {
+    for (; !waiting.empty() && isDue(table_[waiting.back()]); waiting.pop_back()) {
       emit(&table_[waiting.back()], {});
     }
   };
-  emitWhile([&op](const TPriorityItem& top) { return top.inStack >= op.inComing; });
-  if (op.token != ")") {
-    waiting.push_back(static_cast<unsigned char>(&op - table_));
-    return true;
-  }
-  emitWhile([](const TPriorityItem& top) { return top.token != "("; });
-  if (waiting.empty()) return Fail("Missing \"(\"", {}, "");
-  waiting.pop_back();
-  return true;
-}
-
-bool TExprParser::Convert(std::string_view source, const TEmit& emit) {
-  error_ = "";
-  std::vector<unsigned char> waiting;
   std::string_view token;
   while (!(token = NextToken(source)).empty()) {
-    if (const TPriorityItem* op = FindOperator(token)) {
-      if (!TakeOperator(*op, waiting, emit)) return false;
-    } else if (IsOperand(token)) {
+    const TPriorityItem* op = FindOperator(token);
+    if (op == nullptr) {
+      if (!IsOperand(token)) return Fail("Unknown operator: \"", token, "\"");
       emit(nullptr, token);
+    } else if (op->token != ")") {
+      emitWhile([op](const TPriorityItem& top) { return top.inStack >= op->inComing; });
+      waiting.push_back(static_cast<unsigned char>(op - table_.data()));
     } else {
-      return Fail("Unknown operator: \"", token, "\"");
+      emitWhile([](const TPriorityItem& top) { return top.token != "("; });
+      if (waiting.empty()) return Fail("Missing \"(\"", {}, "");
+      waiting.pop_back();
     }
   }
   if (!error_.Empty()) return false;
-  for (; !waiting.empty(); waiting.pop_back()) emit(&table_[waiting.back()], {});
+  emitWhile([](const TPriorityItem&) { return true; });
   return true;
 }
 
 int TExprParser::Expr2Polish(String& expr, int checkOnly) {
   if (checkOnly == 0) output_.Clear();
   const String source = std::move(expr);
-  const bool done =
-      Convert(View(source), [this, checkOnly](const TPriorityItem* op, std::string_view operand) {
-        if (checkOnly == 0) output_.Add(op != nullptr ? op->token : Copied(operand));
-      });
-  return done ? 1 : 0;
+  return Convert(View(source), [&](const TPriorityItem* op, std::string_view operand) {
+    if (checkOnly == 0) output_.Add(op != nullptr ? op->token : Copied(operand));
+  });
 }
 
-bool BoolStack::Holds(int entries) {
-  failed_ |= count_ < entries;
-  return count_ >= entries;
-}
-
-void BoolStack::Push(int value) {
-  failed_ |= count_ >= capacity_;
-  if (count_ < capacity_) At(count_++) = value != 0;
-}
-
-int BoolStack::Pop() { return Holds(1) ? At(--count_) : 0; }
-
-void BoolStack::Not() {
-  if (Holds(1)) At(count_ - 1) ^= 1;
-}
-
-void BoolStack::Or() {
-  if (!Holds(2)) return;
-  const int right = Pop();
-  At(count_ - 1) |= static_cast<unsigned char>(right);
-}
-
-void BoolStack::And() {
-  if (!Holds(2)) return;
-  const int right = Pop();
-  At(count_ - 1) &= static_cast<unsigned char>(right);
-}
-
-TSearchExpression::TSearchExpression(String expression, int caseSensitive, int wholeWord)
-    : TSearchExpression(caseSensitive, wholeWord) {
-  texts_ = std::move(expression);
+TSearchExpression::TSearchExpression(String text, bool isExpression, int caseSensitive,
+                                     int wholeWord)
+    : texts_(std::move(text)), caseSensitive_(caseSensitive), wholeWord_(wholeWord) {
+  if (!isExpression) {
+    ends_ = {texts_.Length()};
+    steps_ = {kText};
+    return;
+  }
   TExprParser parser(PriorityTable1, static_cast<int>(sizeof PriorityTable1));
-  const bool parsed = parser.Convert(
-      View(texts_),
-      [this](const TPriorityItem* op, std::string_view operand) { AddStep(op, operand); });
-  if (parsed) return;
+  const auto add = [this](const TPriorityItem* op, std::string_view s) { AddStep(op, s); };
+  if (parser.Convert(View(texts_), add)) return;
   ends_.clear();
   steps_.clear();
 }
 
-TSearchExpression TSearchExpression::OneText(String text, int caseSensitive, int wholeWord) {
-  TSearchExpression expression(caseSensitive, wholeWord);
-  if (!text.Empty()) expression.ends_.push_back(text.Length());
-  expression.steps_.push_back(text.Empty() ? kNeverFound : kText);
-  expression.texts_ = std::move(text);
-  return expression;
-}
-
 void TSearchExpression::AddStep(const TPriorityItem* op, std::string_view operand) {
-  if (op != nullptr) {
-    // An unmatched "(" is taken for an operand.
-    static constexpr TStep kSteps[kPriorityTable1Size] = {kNeverFound, kNot, kNeverFound, kAnd,
-                                                          kOr};
-    return steps_.push_back(kSteps[op - PriorityTable1]);
-  }
   // Deliberate: a number loses its first and last digit as a text loses its quotes.
   const size_t length = operand.size() > 2 ? operand.size() - 2 : 0;
-  steps_.push_back(length > 0 ? kText : kNeverFound);
+  steps_.push_back(op != nullptr ? static_cast<unsigned char>(op - PriorityTable1)
+                   : length > 0  ? kText
+                                 : kNeverFound);
   if (length == 0) return;
   // The source before the operand has been read: its room takes the text.
   const int begin = ends_.empty() ? 0 : ends_.back();
@@ -231,21 +175,15 @@ TTextFinder TSearchExpression::Text(size_t i) const {
 }
 
 bool TSearchExpression::Holds(const std::vector<bool>& found) const {
+  static constexpr void (BoolStack::*kOperators[kPriorityTable1Size])() = {
+      nullptr, &BoolStack::Not, nullptr, &BoolStack::And, &BoolStack::Or};
   BoolStack stack(static_cast<int>(steps_.size()) + 2);
   size_t text = 0;
   for (const unsigned char step : steps_) {
-    switch (step) {
-      case kNot:
-        stack.Not();
-        break;
-      case kOr:
-        stack.Or();
-        break;
-      case kAnd:
-        stack.And();
-        break;
-      default:
-        stack.Push(step == kText && found[text++]);
+    if (step == kText || step == kNeverFound) {
+      stack.Push(step == kText && found[text++]);
+    } else {
+      (stack.*kOperators[step])();
     }
     if (stack.Failed()) return false;
   }
@@ -254,7 +192,7 @@ bool TSearchExpression::Holds(const std::vector<bool>& found) const {
 
 int SearchForExpression(const String& line, const String& expression, int caseSensitive,
                         int wholeWord) {
-  const TSearchExpression prepared(expression, caseSensitive, wholeWord);
+  const TSearchExpression prepared(expression, true, caseSensitive, wholeWord);
   const char* begin = line.CStr();
   std::vector<bool> found;
   for (size_t i = 0; i < prepared.TextCount(); ++i) {

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <algorithm>
 #include <functional>
-#include <memory>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -32,9 +31,9 @@ class TExprParser {
   /// Takes a postfix token: an operator of the table, or with null an operand as it was written.
   using TEmit = std::function<void(const TPriorityItem* op, std::string_view operand)>;
 
-  /// @param tableSize  size of the table in bytes, at most 256 rows; the table must outlive the
-  ///                   parser
-  TExprParser(const TPriorityItem* table, int tableSize);
+  /// @param tableSize  bytes of the table, at most 256 rows; it must outlive the parser
+  TExprParser(const TPriorityItem* table, int tableSize)
+      : table_(table, static_cast<size_t>(tableSize) / sizeof *table) {}
 
   /// Priority of an operator (in any case) as it arrives or as it waits; -1 for anything else.
   int TokenInPriority(const String& token) const;
@@ -63,12 +62,9 @@ class TExprParser {
   const TPriorityItem* FindOperator(std::string_view token) const;
   const TPriorityItem* OperatorAt(std::string_view s) const;
   std::string_view NextToken(std::string_view& rest);
-  bool TakeOperator(const TPriorityItem& op, std::vector<unsigned char>& waiting,
-                    const TEmit& emit);
   bool Fail(const char* what, std::string_view where, const char* close);
 
-  const TPriorityItem* table_;
-  int rows_;
+  std::span<const TPriorityItem> table_;
   TStrList output_;
   String error_;
 };
@@ -76,27 +72,40 @@ class TExprParser {
 /// A stack of booleans of fixed capacity. Overflow and underflow set an error flag for good.
 class BoolStack {
  public:
-  explicit BoolStack(int capacity)
-      : entries_(new unsigned char[static_cast<size_t>(std::max(capacity, 1))]),
-        capacity_(capacity) {}
+  explicit BoolStack(int capacity) : capacity_(capacity) {}
 
-  void Push(int value);
+  void Push(int value) {
+    failed_ |= Count() >= capacity_;
+    if (Count() < capacity_) entries_.push_back(value != 0);
+  }
   /// The entry taken off, 0 on underflow.
-  int Pop();
+  int Pop() {
+    if (!Holds(1)) return 0;
+    const bool top = entries_.back();
+    entries_.pop_back();
+    return top;
+  }
   /// Negates the top entry.
-  void Not();
+  void Not() {
+    if (Holds(1)) entries_.back().flip();
+  }
   /// Each joins the two top entries; with fewer than two none is taken.
-  void Or();
-  void And();
-  int Count() const { return count_; }
+  void Or() {
+    if (Holds(2)) Push(Pop() | Pop());
+  }
+  void And() {
+    if (Holds(2)) Push(Pop() & Pop());
+  }
+  int Count() const { return static_cast<int>(entries_.size()); }
   bool Failed() const { return failed_; }
 
  private:
-  bool Holds(int entries);
-  unsigned char& At(int i) { return entries_[static_cast<size_t>(i)]; }
+  bool Holds(int entries) {
+    failed_ |= Count() < entries;
+    return Count() >= entries;
+  }
 
-  std::unique_ptr<unsigned char[]> entries_;
-  int count_ = 0;
+  std::vector<bool> entries_;
   int capacity_;
   bool failed_ = false;
 };
@@ -106,21 +115,18 @@ class BoolStack {
 /// four bytes each, and a byte for each step.
 class TSearchExpression {
  public:
+  /// @param isExpression  false: holds where `text`, taken as it is, was found
   /// An expression that does not parse never holds.
-  TSearchExpression(String expression, int caseSensitive, int wholeWord);
-  /// The expression that holds where `text`, taken as it is, was found.
-  static TSearchExpression OneText(String text, int caseSensitive, int wholeWord);
+  TSearchExpression(String text, bool isExpression, int caseSensitive, int wholeWord);
 
-  /// The texts, none empty, that the outcome for a line depends on; i counts from 0. The finder
-  /// must not outlive the expression.
+  /// The texts that the outcome for a line depends on; i counts from 0. The finder must not outlive
+  /// the expression.
   size_t TextCount() const { return ends_.size(); }
   TTextFinder Text(size_t i) const;
   /// Whether the expression holds, given for each text whether it was found.
   bool Holds(const std::vector<bool>& found) const;
 
  private:
-  TSearchExpression(int caseSensitive, int wholeWord)
-      : caseSensitive_(caseSensitive), wholeWord_(wholeWord) {}
   void AddStep(const TPriorityItem* op, std::string_view operand);
 
   String texts_;  // one behind the other

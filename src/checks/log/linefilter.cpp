@@ -5,14 +5,10 @@
 
 #include "core/bytelanes.h"
 
-namespace {
-
-TLanes LineEndsIn(const char* p) {
+static TLanes LineEndsIn(const char* p) {
   const TLanes lanes = LoadLanes(p);
   return EqualLanes(lanes, FillLanes('\n')) | EqualLanes(lanes, FillLanes('\r'));
 }
-
-}  // namespace
 
 const char* FindLineEnd(const char* p, const char* end) {
   for (; end - p >= kLanes; p += kLanes) {
@@ -33,13 +29,11 @@ const char* FindLineStart(const char* begin, const char* p) {
 
 TLineFilter::TLineFilter(String text, bool isExpression, int caseSensitive, int wholeWord)
     : isExpression_(isExpression),
-      expression_(isExpression
-                      ? TSearchExpression(std::move(text), caseSensitive, wholeWord)
-                      : TSearchExpression::OneText(std::move(text), caseSensitive, wholeWord)),
+      expression_(std::move(text), isExpression, caseSensitive, wholeWord),
       matchesBareLines_(expression_.Holds(std::vector<bool>(expression_.TextCount()))) {}
 
 double TLineFilter::MatchValue(const std::vector<bool>& found, double position) const {
-  if (!isExpression_) return !found.empty() && found.front() ? position : 0;
+  if (!isExpression_) return found.front() ? position : 0;
   return expression_.Holds(found) ? 1 : 0;
 }
 

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "checks/log/exprparser.h"
-#include "core/textfinder.h"
 
 /// Which lines of a text log are of interest. Lines are runs of bytes up to a CR or LF, which is no
 /// part of the line.
@@ -57,8 +56,7 @@ class TLineSearch {
   /// Filter and bytes must outlive the search.
   TLineSearch(const TLineFilter& filter, const char* begin, const char* end);
 
-  /// The next matching line; empty lines never match. False, with `line` untouched, when there is
-  /// none.
+  /// The next matching line, never an empty one. False, with `line` untouched, for none.
   bool Next(TFoundLine& line);
 
  private:
