@@ -22,7 +22,6 @@ constexpr unsigned kAnswerLimitSec = 20;
 
 std::atomic<bool> crashMark{false};
 pthread_t mainThread;
-void (*restartAgent)() = nullptr;
 
 void AnswerCrash() {
   SetSignal(SIGSEGV, SIG_DFL);
@@ -41,9 +40,10 @@ void AnswerCrash() {
 
 }  // namespace
 
-void InstallCrashHandler(void (*restart)()) {
+sigjmp_buf mainLoopCrashed;
+
+void InstallCrashHandler() {
   mainThread = pthread_self();
-  restartAgent = restart;
   struct sigaction action = {};
   action.sa_sigaction = &reloadapp;
   action.sa_flags = SA_SIGINFO;
@@ -54,12 +54,9 @@ void InstallCrashHandler(void (*restart)()) {
 void reloadapp(int, siginfo_t* info, void*) {
   const bool faulted = info->si_code > 0;  // else another process sent the signal
   if (faulted) alarm(kAnswerLimitSec);
-  if (faulted && pthread_equal(pthread_self(), mainThread) != 0) {
-    AnswerCrash();
-    restartAgent();
-    _exit(128 + SIGSEGV);
-  }
   crashMark = true;
+  // Given up, as the answer takes memory and locks, which a handler must not.
+  if (faulted && pthread_equal(pthread_self(), mainThread) != 0) siglongjmp(mainLoopCrashed, 1);
   WakeMainLoop();
   if (!faulted) return;
   DropCrashedSession();

@@ -1,14 +1,15 @@
 #pragma once
 
+#include <setjmp.h>
 #include <signal.h>
 
 /// Segmentation faults. A thread that faulted is held, its session dropped, and the main loop
-/// restarts the agent; a fault of the main loop itself is answered in place.
+/// restarts the agent; a fault of the main loop itself gives up the loop.
 
-/// Answers SIGSEGV from here on.
-/// @param restart  re-executes the agent and comes back only when that fails
-/// Main thread, after OpenWake.
-void InstallCrashHandler(void (*restart)());
+/// Where a fault of the main thread goes on, outside its handler; to be set before the handler.
+extern sigjmp_buf mainLoopCrashed;
+/// Answers SIGSEGV from here on. Main thread, after OpenWake.
+void InstallCrashHandler();
 /// Handler of SIGSEGV.
 void reloadapp(int signal, siginfo_t* info, void* context);
 /// Reports a segmentation fault that the handler marked, if any: a young process ends by it, one

@@ -1,6 +1,7 @@
 #include "agent/startup.h"
 
 #include <errno.h>
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -119,8 +120,13 @@ int RunAgent(int argc, char** argv, char** envp) {
   if (QovSettings.interactive == 0) InstallReloadSignal();
   OpenWake();
   InstallSignals();
-  InstallCrashHandler(&ReloadAgent);
   InstallMessages();
+  if (sigsetjmp(mainLoopCrashed, 1) != 0) {
+    AnswerCrashMark();
+    ReloadAgent();
+    _exit(128 + SIGSEGV);
+  }
+  InstallCrashHandler();
   const int status = ServeConnections();
   RemoveTempFiles();  // those of sessions that still run
   return status;
