@@ -26,10 +26,6 @@ const char* const ipErrMsg[8] = {
 
 namespace {
 
-constexpr char kTimeoutText[] = "Timeout";
-constexpr int kListenBacklog = 512;
-constexpr size_t kLookUpBytes = 2048;
-constexpr size_t kMaxLookUpBytes = 512 * kLookUpBytes;
 constexpr int64_t kForeverMs = int64_t{50} * 365 * 24 * 3600 * 1000;
 
 using TClock = std::chrono::steady_clock;
@@ -38,7 +34,7 @@ TClock::time_point DeadlineAfter(int64_t timeoutMs) {
   return TClock::now() + std::chrono::milliseconds(std::min(timeoutMs, kForeverMs));
 }
 
-/// 1 when something showed, 0 at the deadline, -1 with errno set.
+/// As WaitForSocket.
 int WaitUntil(int sock, short events, TClock::time_point deadline) {
   for (;;) {
     const auto left = std::max(deadline - TClock::now(), TClock::duration::zero());
@@ -55,10 +51,20 @@ int Fail(int result, String& err) {
   return result;
 }
 
-/// Puts the first address of the host's record into ip when the record's addresses have
-/// `addressBytes` bytes.
-int LookUp(const char* host, int addressBytes, unsigned* ip, String& err) {
-  std::vector<char> buf(kLookUpBytes);
+/// Deliberate: no IPv4 record has addresses of this width, so that names are refused.
+constexpr int kRefusingWidth = 8;
+
+/// The address of dotted text, or the first one of a name's record when those in the record have
+/// `addressBytes` bytes. Of the port the low 16 bits are used.
+int Resolve(const char* host, int port, int addressBytes, sockaddr_in& peer, String& err) {
+  constexpr size_t kMaxLookUpBytes = 1024 * 1024;
+  err = "";
+  peer = {};
+  peer.sin_family = AF_INET;
+  peer.sin_port = htons(static_cast<uint16_t>(port));
+  peer.sin_addr.s_addr = inet_addr(host);
+  if (peer.sin_addr.s_addr != INADDR_NONE) return kIpOk;
+  std::vector<char> buf(2048);
   hostent record;
   hostent* found = nullptr;
   int unused = 0;
@@ -74,57 +80,36 @@ int LookUp(const char* host, int addressBytes, unsigned* ip, String& err) {
     err = "Name resolution error: unknown address structure";
     return kIpUnresolved;
   }
-  memcpy(ip, record.h_addr_list[0], sizeof *ip);
+  memcpy(&peer.sin_addr, record.h_addr_list[0], sizeof peer.sin_addr);
   return kIpOk;
-}
-
-int Resolve(const char* host, int addressBytes, unsigned* ip, String& err) {
-  const in_addr_t dotted = inet_addr(host);
-  if (dotted == INADDR_NONE) return LookUp(host, addressBytes, ip, err);
-  *ip = dotted;
-  return kIpOk;
-}
-
-/// Only the low 16 bits of the port are used.
-sockaddr_in MakeAddress(unsigned ip, int port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  address.sin_addr.s_addr = ip;
-  return address;
-}
-
-int ResolvePeer(const char* host, int port, sockaddr_in& peer, String& err) {
-  unsigned ip = 0;
-  const int result = Resolve(host, sizeof ip, &ip, err);
-  peer = MakeAddress(ip, port);
-  return result;
 }
 
 int Connect(int sock, const sockaddr_in& peer) {
   return connect(sock, reinterpret_cast<const sockaddr*>(&peer), sizeof peer);
 }
 
+/// One send, to the peer or, for none, to the one that the socket is connected to.
+int SendOnce(int sock, const void* bytes, int count, const sockaddr_in* peer, String& err) {
+  const ssize_t sent = TEMP_FAILURE_RETRY(
+      sendto(sock, bytes, static_cast<size_t>(count), MSG_NOSIGNAL,
+             reinterpret_cast<const sockaddr*>(peer), peer != nullptr ? sizeof *peer : 0));
+  return sent != -1 ? static_cast<int>(sent) : Fail(kIpNotSent, err);
+}
+
+int TimedOut(String& err) {
+  err = "Timeout";
+  return kIpTimeout;
+}
+
 /// Waits for a connection under way and tells its outcome.
 int FinishConnect(int sock, int64_t timeoutMs, String& err) {
   const int ready = WaitForSocket(sock, POLLOUT, timeoutMs);
-  if (ready == 0) {
-    err = kTimeoutText;
-    return kIpTimeout;
-  }
+  if (ready == 0) return TimedOut(err);
   int pending = 0;
   socklen_t size = sizeof pending;
-  if (ready == -1 || getsockopt(sock, SOL_SOCKET, SO_ERROR, &pending, &size) == -1 ||
-      pending != 0 || size != sizeof pending) {
-    return Fail(kIpNotConnected, err);
-  }
-  return kIpOk;
+  const bool told = ready > 0 && getsockopt(sock, SOL_SOCKET, SO_ERROR, &pending, &size) == 0;
+  return told && pending == 0 ? kIpOk : Fail(kIpNotConnected, err);
 }
-
-struct TAddressListFree {
-  void operator()(addrinfo* list) const { freeaddrinfo(list); }
-};
-using TAddressList = std::unique_ptr<addrinfo, TAddressListFree>;
 
 TFd Bind(const addrinfo& entry) {
   TFd sock(socket(entry.ai_family, entry.ai_socktype | SOCK_CLOEXEC, entry.ai_protocol));
@@ -155,18 +140,18 @@ char* inet_ntoa_safe(in_addr addr, char* dst, int size) {
 }
 
 int GetHostIP(const char* host, unsigned int* ip, String& err) {
-  err = "";
-  // Deliberate: no IPv4 record has addresses of this width, so that names are always refused.
-  constexpr int kRefusingWidth = 8;
-  return Resolve(host, kRefusingWidth, ip, err);
+  sockaddr_in peer;
+  const int result = Resolve(host, 0, kRefusingWidth, peer, err);
+  if (result == kIpOk) *ip = peer.sin_addr.s_addr;
+  return result;
 }
 
 unsigned int GetMyIP() {
   char name[254] = {};
-  if (gethostname(name, sizeof name - 1) == -1) return 0;
   unsigned ip = 0;
   String err;
-  return GetHostIP(name, &ip, err) == kIpOk ? ip : 0;
+  if (gethostname(name, sizeof name - 1) == 0) GetHostIP(name, &ip, err);
+  return ip;
 }
 
 String IP2String(unsigned int ip) {
@@ -192,7 +177,7 @@ int TcpListen(const char* host, const char* service, unsigned int* addrlen, Stri
     err = gai_strerror(error);
     return 0;
   }
-  const TAddressList list(found);
+  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> list(found, &freeaddrinfo);
   TFd sock;
   const addrinfo* entry = list.get();
   while (entry != nullptr && !(sock = Bind(*entry))) entry = entry->ai_next;
@@ -200,7 +185,7 @@ int TcpListen(const char* host, const char* service, unsigned int* addrlen, Stri
     err = "socket() or bind() error";
     return 0;
   }
-  if (listen(sock.Get(), kListenBacklog) == -1) {
+  if (listen(sock.Get(), 512) == -1) {
     err = "listen() error";
     return 0;
   }
@@ -217,7 +202,7 @@ int WaitForSocket(int sock, short events, int64_t timeoutMs) {
 }
 
 int ReceiveOnce(int sock, void* buf, int size, int64_t timeoutMs, String& err) {
-  const TClock::time_point deadline = DeadlineAfter(timeoutMs);
+  const auto deadline = DeadlineAfter(timeoutMs);
   while (timeoutMs >= 0 && WaitUntil(sock, POLLIN, deadline) > 0) {
     // Readiness may prove false (a datagram with a bad checksum): wait on, do not block.
     const ssize_t count = recv(sock, buf, static_cast<size_t>(size), MSG_DONTWAIT);
@@ -225,15 +210,13 @@ int ReceiveOnce(int sock, void* buf, int size, int64_t timeoutMs, String& err) {
     if (errno == ETIMEDOUT) break;
     if (errno != EAGAIN && errno != EINTR) return Fail(kIpNotReceived, err);
   }
-  err = kTimeoutText;
-  return kIpTimeout;
+  return TimedOut(err);
 }
 
 int PerformConnect(int& sock, const char* host, int port, int timeoutMs, String& err) {
-  err = "";
   sock = -1;
   sockaddr_in peer;
-  const int resolved = ResolvePeer(host, port, peer, err);
+  const int resolved = Resolve(host, port, sizeof peer.sin_addr, peer, err);
   if (resolved != kIpOk) return resolved;
   sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (sock == -1) return Fail(kIpNoSocket, err);
@@ -266,41 +249,31 @@ int SendReceiveTCPPacket(const char* host, int port, int timeoutMs, void* sendBu
   const int connected = PerformConnect(descriptor, host, port, timeoutMs, err);
   const TFd sock(descriptor);
   if (connected != kIpOk) return connected;
-  if (sendLen > 0 && TEMP_FAILURE_RETRY(send(sock.Get(), sendBuf, static_cast<size_t>(sendLen),
-                                             MSG_NOSIGNAL)) == -1) {
-    return Fail(kIpNotSent, err);
-  }
+  if (sendLen > 0 && SendOnce(sock.Get(), sendBuf, sendLen, nullptr, err) < 0) return kIpNotSent;
   return recvLen > 0 ? ReceiveOnce(sock.Get(), recvBuf, recvLen, timeoutMs, err) : kIpOk;
 }
 
 int SendReceiveUDPPacket(const char* host, int port, int timeoutSec, void* sendBuf, void* recvBuf,
                          int sendLen, int recvLen, String& err) {
-  err = "";
   sockaddr_in peer;
-  const int resolved = ResolvePeer(host, port, peer, err);
+  const int resolved = Resolve(host, port, sizeof peer.sin_addr, peer, err);
   if (resolved != kIpOk) return resolved;
   const TFd sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!sock) return Fail(kIpNoSocket, err);
-  ssize_t sent = 0;
-  if (sendLen > 0) {
-    sent =
-        TEMP_FAILURE_RETRY(sendto(sock.Get(), sendBuf, static_cast<size_t>(sendLen), MSG_NOSIGNAL,
-                                  reinterpret_cast<const sockaddr*>(&peer), sizeof peer));
-    if (sent == -1) return Fail(kIpNotSent, err);
-  }
-  if (recvLen <= 0) return static_cast<int>(sent);
+  const int sent = sendLen > 0 ? SendOnce(sock.Get(), sendBuf, sendLen, &peer, err) : 0;
+  if (sent < 0 || recvLen <= 0) return sent;
   return ReceiveOnce(sock.Get(), recvBuf, recvLen, int64_t{timeoutSec} * 1000, err);
 }
 
 int TSyncSocket::Connect(const char* host, int port, int timeoutMs) {
   Disconnect();
   if (mode_ == kTcp) return PerformConnect(socket_, host, port, timeoutMs, LastError);
-  unsigned ip = 0;
-  const int resolved = GetHostIP(host, &ip, LastError);
+  sockaddr_in peer;
+  const int resolved = Resolve(host, port, kRefusingWidth, peer, LastError);
   if (resolved != kIpOk) return resolved;
   socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (socket_ == -1) return Fail(kIpNoSocket, LastError);
-  return ::Connect(socket_, MakeAddress(ip, port)) == 0 ? kIpOk : Fail(kIpNotConnected, LastError);
+  return ::Connect(socket_, peer) == 0 ? kIpOk : Fail(kIpNotConnected, LastError);
 }
 
 void TSyncSocket::Disconnect() {
@@ -310,17 +283,11 @@ void TSyncSocket::Disconnect() {
   socket_ = -1;
 }
 
-bool TSyncSocket::Connected() {
-  constexpr int kLookMs = 5;
-  return socket_ != -1 && WaitForSocket(socket_, POLLIN, kLookMs) != -1;
-}
+bool TSyncSocket::Connected() { return socket_ != -1 && WaitForSocket(socket_, POLLIN, 5) != -1; }
 
 int TSyncSocket::SendBuf(const char* buf, int len, int) {
   LastError = "";
-  if (len < 1) return 0;
-  const ssize_t sent =
-      TEMP_FAILURE_RETRY(send(socket_, buf, static_cast<size_t>(len), MSG_NOSIGNAL));
-  return sent != -1 ? static_cast<int>(sent) : Fail(kIpNotSent, LastError);
+  return len < 1 ? 0 : SendOnce(socket_, buf, len, nullptr, LastError);
 }
 
 int TSyncSocket::ReadString(String& out, int timeoutMs) {

@@ -8,7 +8,7 @@
 #include "core/wqstring.h"
 
 /// Blocking IPv4 socket helpers. Each reports failure by one of these results and a text in the
-/// caller's String; none logs. Any thread may call them; no lock is held during a name look-up.
+/// caller's String. Any thread; no lock is held during a name look-up.
 inline constexpr int kIpOk = 1;
 inline constexpr int kIpTimeout = 0;  ///< the text is "Timeout"
 inline constexpr int kIpUnresolved = -2;
@@ -17,8 +17,7 @@ inline constexpr int kIpNotSent = -4;
 inline constexpr int kIpNotReceived = -5;
 inline constexpr int kIpNotConnected = -6;
 
-/// Generic texts for callers that want one; the helpers put their own into the caller's String.
-/// Not used by the agent itself.
+/// Generic texts; the helpers have their own. Not used by the agent itself.
 extern const char* const ipErrMsg[8];
 
 /// Text of a system error number. Deliberate: always empty with the GNU C library, whose
@@ -26,7 +25,7 @@ extern const char* const ipErrMsg[8];
 String GetErrorStr(int errnum);
 
 /// Writes the dotted text of addr into dst, at most size - 1 bytes, and always a terminator at
-/// dst[size - 1]. Returns dst. size >= 1.
+/// dst[size - 1], size >= 1. Returns dst.
 char* inet_ntoa_safe(in_addr addr, char* dst, int size);
 
 /// Address of `host` in network byte order. Deliberate: only dotted text other than
@@ -40,22 +39,18 @@ unsigned int GetMyIP();
 /// Dotted text of an address in network byte order.
 String IP2String(unsigned int ip);
 
-/// Opens a listening TCP socket, backlog 512, SO_REUSEADDR set, close-on-exec.
-/// @param host     address to bind; null binds every local address
+/// Opens a listening TCP socket with a backlog of 512; a null host binds every local address.
 /// @param addrlen  out, may be null: size of the bound address structure in bytes
 /// @return the descriptor, or 0 with `err` set
 int TcpListen(const char* host, int port, unsigned int* addrlen, String& err);
 int TcpListen(const char* host, const char* service, unsigned int* addrlen, String& err);
 
-/// Waits until one of `events` (as in poll) or trouble shows on the socket.
-/// @param timeoutMs  milliseconds; a negative one is an error
-/// @return 1 when something showed, 0 when the time is over, -1 with errno set
+/// Waits until one of `events` (as in poll) or trouble shows on the socket. Returns 1 then, 0 when
+/// the time is over, -1 with errno set; a negative time is an error.
 int WaitForSocket(int sock, short events, int64_t timeoutMs);
 
-/// Waits for data and receives once, at most `size` bytes.
-/// @param timeoutMs  milliseconds; a negative one waits in vain
-/// @return bytes received; 0 with an empty `err` when the peer closed; kIpTimeout or
-///         kIpNotReceived
+/// Waits for data, a negative time in vain, and receives once, at most `size` bytes.
+/// @return bytes received; 0 with an empty `err` when the peer closed; kIpTimeout, kIpNotReceived
 int ReceiveOnce(int sock, void* buf, int size, int64_t timeoutMs, String& err);
 
 /// Opens a TCP connection to a dotted address or a name.
@@ -69,9 +64,8 @@ int PerformConnect(int& sock, const char* host, int port, int timeoutMs, String&
 int TCPConnect(const char* host, int port, int timeoutMs, String& err);
 
 /// Connects, sends sendLen bytes (if > 0), receives once at most recvLen bytes (if > 0).
-/// @param timeoutMs  for the connection and once more for the wait for an answer, milliseconds
-/// @return bytes received; kIpOk when nothing was to be received; 0 with an empty `err` when the
-///         peer closed without data; kIpTimeout or a negative result
+/// @param timeoutMs  for the connection and once more for the wait for an answer
+/// @return as ReceiveOnce, kIpOk when nothing was to be received, or a negative result
 int SendReceiveTCPPacket(const char* host, int port, int timeoutMs, void* sendBuf, void* recvBuf,
                          int sendLen, int recvLen, String& err);
 
@@ -81,8 +75,8 @@ int SendReceiveTCPPacket(const char* host, int port, int timeoutMs, void* sendBu
 int SendReceiveUDPPacket(const char* host, int port, int timeoutSec, void* sendBuf, void* recvBuf,
                          int sendLen, int recvLen, String& err);
 
-/// A connected client socket. After each call LastError holds
-/// the text of the failure, "" after a success. One thread at a time.
+/// A connected client socket. LastError has the text of a failure, "" after a success. One thread
+/// at a time.
 class TSyncSocket {
  public:
   static constexpr int kTcp = 1;
@@ -97,8 +91,8 @@ class TSyncSocket {
   /// host must be a dotted address.
   int Connect(const char* host, int port, int timeoutMs);
   void Disconnect();
-  /// Not called by the agent itself: waits up to 5 ms for readability; a peer that has closed still
-  /// counts as connected.
+  /// Waits up to 5 ms for readability; a peer that has closed still counts as connected. Not called
+  /// by the agent itself.
   bool Connected();
   int SendString(const String& s, int timeoutMs) {
     return SendBuf(s.Data(), s.Length(), timeoutMs);
@@ -106,8 +100,7 @@ class TSyncSocket {
   /// One send of `len` bytes; the time-out is not used. Returns the bytes accepted, 0 without
   /// sending when len < 1, or kIpNotSent.
   int SendBuf(const char* buf, int len, int timeoutMs);
-  /// Not called by the agent itself: one chunk of at most 20480 bytes. Returns its size, 0 when the
-  /// peer closed (no text) or nothing came in time ("Timeout"), or kIpNotReceived.
+  /// One chunk of at most 20480 bytes; returns as ReceiveOnce. Not called by the agent itself.
   int ReadString(String& out, int timeoutMs);
 
  private:

@@ -3,7 +3,7 @@
 #include <netinet/in.h>
 #include <stdarg.h>
 
-/// Kind of a message; it decides where the message goes.
+/// Decides where a message goes.
 enum MsgType {
   msgOk = 0,     ///< successful events
   msgFail = 1,   ///< errors and rejections
@@ -11,7 +11,7 @@ enum MsgType {
   msgInfo = 3,   ///< state changes
 };
 
-/// Address of a message of the agent itself.
+/// For a message of the agent itself.
 inline constexpr in_addr kNoPeer{};
 
 /// Receives every message, on the thread that reported it.
@@ -22,9 +22,7 @@ using TMessageSink = void (*)(const char* format, in_addr address, MsgType kind,
 /// Not synchronised: call it before the first session thread starts.
 TMessageSink SetMessageSink(TMessageSink sink);
 
-/// Reports one message, which carries its own trailing "\n".
-/// @param format     printf format when `formatted` is not 0, else plain text
-/// @param address    peer the message is about, or kNoPeer
-/// Any thread.
+/// Reports one message about a peer, with its own trailing "\n". Any thread.
+/// @param format  printf format when `formatted` is not 0, else plain text
 void showmessage(const char* format, in_addr address, MsgType kind, int formatted, ...)
     __attribute__((format(printf, 1, 5)));

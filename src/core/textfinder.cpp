@@ -97,12 +97,12 @@ size_t SecondProbe(const char* text, size_t length) {
 /// Where the greatest suffix of the text starts, in the order of bytes or the opposite one, and the
 /// period of that suffix.
 template <class TMatch>
-size_t GreatestSuffix(const char* text, size_t length, bool opposite, size_t& period) {
+std::pair<size_t, size_t> GreatestSuffix(std::string_view text, bool opposite) {
   size_t start = 0;
   size_t rival = 1;
   size_t same = 0;
-  period = 1;
-  while (rival + same < length) {
+  size_t period = 1;
+  while (rival + same < text.size()) {
     const char a = TMatch::Value(text[start + same]);
     const char b = TMatch::Value(text[rival + same]);
     if (a == b) {
@@ -117,32 +117,7 @@ size_t GreatestSuffix(const char* text, size_t length, bool opposite, size_t& pe
       period = 1;
     }
   }
-  return start;
-}
-
-/// Where the two-way search starts to compare, and how far it may go on afterwards.
-struct TFactors {
-  size_t split = 0;
-  size_t period = 1;
-  size_t overlap = 0;  ///< bytes at the start that are known to be the same after one period
-};
-
-template <class TMatch>
-TFactors Factorise(const char* text, size_t length) {
-  TFactors result;
-  result.split = GreatestSuffix<TMatch>(text, length, false, result.period);
-  size_t period;
-  const size_t other = GreatestSuffix<TMatch>(text, length, true, period);
-  if (other >= result.split) {
-    result.split = other;
-    result.period = period;
-  }
-  if (CommonLength<TMatch>(text, text + result.period, result.split) == result.split) {
-    result.overlap = length - result.period;
-  } else {
-    result.period = std::max(result.split, length - result.split) + 1;
-  }
-  return result;
+  return {start, period};
 }
 
 /// A search under way.
@@ -163,7 +138,14 @@ template <class TMatch>
 [[gnu::noinline]] const char* FindSteadily(const TSearch& search, const char* p) {
   const char* text = search.text.data();
   const size_t length = search.text.size();
-  const auto [split, period, overlap] = Factorise<TMatch>(text, length);
+  auto [split, period] = std::max(GreatestSuffix<TMatch>(search.text, false),
+                                  GreatestSuffix<TMatch>(search.text, true));
+  size_t overlap = 0;  // bytes at the start that are known to be the same after one period
+  if (CommonLength<TMatch>(text, text + period, split) == split) {
+    overlap = length - period;
+  } else {
+    period = std::max(split, length - split) + 1;
+  }
   size_t known = 0;  // bytes at p that need no comparison
   while (static_cast<size_t>(search.end - p) >= length) {
     const size_t first = std::max(split, known);
@@ -221,8 +203,8 @@ const char* FindQuickly(const TSearch& search, const char* from) {
 }
 
 const char* FindText(const TSearch& search, const char* from, bool caseSensitive) {
-  if (search.text.empty()) return nullptr;
-  if (static_cast<size_t>(search.end - from) < search.text.size()) return nullptr;
+  const size_t length = search.text.size();
+  if (length == 0 || static_cast<size_t>(search.end - from) < length) return nullptr;
   return caseSensitive ? FindQuickly<TExact>(search, from) : FindQuickly<TFolded>(search, from);
 }
 

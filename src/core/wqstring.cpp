@@ -1,11 +1,6 @@
 #include "core/wqstring.h"
 
-#include <stddef.h>
-#include <stdlib.h>
-#include <string.h>
-
 #include <algorithm>
-#include <utility>
 
 #include "core/assertfail.h"
 
@@ -45,16 +40,6 @@ String::String(const char* text) {
   if (text != nullptr) AddData(text, -1);
 }
 
-String::String(String&& other) noexcept {
-  if (other.fixed != 0) {
-    AddData(other.data, other.length);
-  } else {
-    *this = std::move(other);
-  }
-}
-
-String::~String() { free(data); }
-
 String& String::operator=(const char* text) {
   CopyData(text, -1);
   return *this;
@@ -67,8 +52,9 @@ String& String::operator=(const String& other) {
 
 String& String::operator=(String&& other) noexcept {
   if (this == &other) return *this;
-  const bool copied = fixed != 0 || other.fixed != 0 || other.length == 0;
-  if (copied) return *this = static_cast<const String&>(other);
+  if (fixed != 0 || other.fixed != 0 || other.length == 0) {
+    return *this = static_cast<const String&>(other);
+  }
   std::swap(length, other.length);
   std::swap(capacity, other.capacity);
   std::swap(data, other.data);
@@ -127,37 +113,20 @@ String& String::SetZero() {
 
 String String::Joined(const char* bytes, int count) const {
   String result;
-  if (bytes != nullptr) {
-    count = LengthOf(bytes, count);
-    result.Reserve(length + count);
-  }
+  result.Reserve(length + (bytes == nullptr ? 0 : LengthOf(bytes, count)));
   result.AddData(data, length);
   result.AddData(bytes, count);
   return result;
 }
 
-String& String::operator+=(const String& other) {
-  AddData(other.data, other.length);
+String& String::Append(const char* bytes, int count) {
+  AddData(bytes, count);
   return *this;
 }
 
-String& String::operator+=(const char* text) {
-  AddData(text, -1);
-  return *this;
-}
-
-String& String::operator+=(char c) {
-  AddChar(c);
-  return *this;
-}
-
-bool String::operator==(const String& other) const {
-  return length == other.length && (length == 0 || memcmp(data, other.data, Size(length)) == 0);
-}
-
-bool String::operator==(const char* text) const {
-  if (text == nullptr) return length == 0;
-  return strlen(text) == Size(length) && memcmp(CStr(), text, Size(length)) == 0;
+bool String::Equals(const char* bytes, int count) const {
+  if (bytes == nullptr) return length == 0;
+  return length == LengthOf(bytes, count) && memcmp(CStr(), bytes, Size(length)) == 0;
 }
 
 int String::PositionOf(const void* found) const {
@@ -193,16 +162,10 @@ char* String::StrCpy(char* buf, int size) const {
 }
 
 String String::GetWord(int n, char sep) const {
-  int start = 0;
-  for (int word = 1; word < n; ++word) {
-    while (start < length && data[start] != sep) ++start;
-    if (start >= length) return String();
-    ++start;
-  }
-  if (start >= length) return String();
-  const void* end = memchr(data + start, sep, Size(length - start));
-  const int stop = end == nullptr ? length : static_cast<int>(static_cast<const char*>(end) - data);
-  return Copy(start + 1, stop - start);
+  const char* end = data + length;
+  const char* word = data;
+  for (; n > 1 && word < end; --n) word = std::find(word, end, sep) + 1;
+  return word < end ? String(word, static_cast<int>(std::find(word, end, sep) - word)) : String();
 }
 
 void String::Delete(int start, int count) {
@@ -214,14 +177,8 @@ void String::Delete(int start, int count) {
 }
 
 String& String::Trim() {
-  int first = 0;
-  int last = length;
-  while (first < last && IsBlank(data[first])) ++first;
-  while (last > first && IsBlank(data[last - 1])) --last;
-  if (last == 0) return *this;
-  memmove(data, data + first, Size(last - first));
-  length = last - first;
-  data[length] = 0;
+  while (length > 0 && IsBlank(data[length - 1])) data[--length] = 0;
+  Delete(1, static_cast<int>(std::find_if_not(data, data + length, IsBlank) - data));
   return *this;
 }
 
@@ -231,13 +188,12 @@ String& String::RemoveRepeats(char c) {
     data[to++] = data[from];
     while (from + 2 < length && data[from + 1] == c && data[from + 2] == c) ++from;
   }
-  length = to;
-  if (data != nullptr) data[length] = 0;
+  Delete(to + 1, length - to);
   return *this;
 }
 
 String& String::LowerCase() {
-  if (data != nullptr) strlower(data, length);
+  strlower(data, length);
   return *this;
 }
 
@@ -257,61 +213,24 @@ String String::ReplaceAll(const char* what, const char* with, int caseSensitive)
   return result;
 }
 
-TStrList::TStrList(const TStrList& other) { *this = other; }
-
-TStrList& TStrList::operator=(const TStrList& other) {
-  if (this == &other) return *this;
-  Clear();
-  for (int i = 0; i < other.count; ++i) Add(other[i]);
-  return *this;
-}
-
 void TStrList::Add(const String& s) {
-  if (count >= capacity) {
-    capacity = Rounded(count + 1);
-    lengths = static_cast<int*>(realloc(lengths, Size(capacity) * sizeof(int)));
-    items = static_cast<char**>(realloc(items, Size(capacity) * sizeof(char*)));
-  }
-  char* copy = nullptr;
-  if (!s.Empty()) {
-    copy = static_cast<char*>(malloc(Size(s.Length())));
-    memcpy(copy, s.Data(), Size(s.Length()));
-  }
-  lengths[count] = s.Length();
-  items[count] = copy;
-  ++count;
+  if (Count() == Capacity()) items.reserve(Size(Rounded(Count() + 1)));
+  items.push_back(s);
 }
 
 String TStrList::operator[](int i) const {
-  if (i < 0 || i >= count) {
-    AssertFail("index>=0 && index<count", "wqstring", 495, "String TStrList::operator[](int)");
+  if (i < 0 || i >= Count()) {
+    __assert_fail("index>=0 && index<count", "wqstring", 495, "String TStrList::operator[](int)");
   }
-  return items[i] == nullptr ? String() : String(items[i], lengths[i]);
+  return items[Size(i)];
 }
 
 void TStrList::Delete(int i) {
-  if (i < 0 || i >= count) {
-    AssertFail("index>=0 && index<count", "wqstring", 471, "void TStrList::Delete(int)");
+  if (i < 0 || i >= Count()) {
+    __assert_fail("index>=0 && index<count", "wqstring", 471, "void TStrList::Delete(int)");
   }
-  free(items[i]);
-  std::move(items + i + 1, items + count, items + i);
-  std::move(lengths + i + 1, lengths + count, lengths + i);
-  --count;
+  items.erase(items.begin() + i);
 }
-
-void TStrList::Clear() {
-  for (int i = 0; i < count; ++i) free(items[i]);
-  free(items);
-  free(lengths);
-  items = nullptr;
-  lengths = nullptr;
-  count = 0;
-  capacity = 0;
-}
-
-char* strupper(char* s) { return strupper(s, static_cast<int>(strlen(s))); }
-
-char* strlower(char* s) { return strlower(s, static_cast<int>(strlen(s))); }
 
 char* strupper(char* s, int n) {
   std::transform(s, s + n, s, UpCase);

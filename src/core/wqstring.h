@@ -1,14 +1,19 @@
 #pragma once
 
+#include <stdlib.h>
+#include <string.h>
+
+#include <utility>
+#include <vector>
+
 #include "core/bytes.h"
 #include "core/textfinder.h"
 
-/// A string of bytes: no encoding, embedded zero bytes allowed, case operations ASCII only.
-/// Positions are 1-based; 0 means "not found". A value belongs to one thread at a time.
-///
-/// Growable strings size their buffer in steps of 128 bytes; a fixed string (made with a size)
-/// never grows, and writes that do not fit are cut short. A zero byte always stands behind the
-/// last byte in use, outside the capacity.
+/// A string of bytes, zero bytes among them; case operations are ASCII only. Positions are 1-based;
+/// 0 means "not found". One thread at a time.
+/// The buffer grows in steps of 128 bytes; that of a fixed string (made with a size) never does,
+/// and writes that do not fit are cut short. A zero byte stands behind the last byte in use,
+/// outside the capacity.
 class String {
  public:
   String() = default;
@@ -17,8 +22,8 @@ class String {
   String(const char* text);  // NOLINT(google-explicit-constructor)
   String(const char* bytes, int count) { AddData(bytes, count); }
   String(const String& other) : String(other.data, other.length) {}
-  String(String&& other) noexcept;
-  ~String();
+  String(String&& other) noexcept { *this = std::move(other); }
+  ~String() { free(data); }
   String& operator=(const char* text);
   String& operator=(const String& other);
   String& operator=(String&& other) noexcept;
@@ -40,8 +45,8 @@ class String {
   void Reserve(int n);
   /// Sets the length and sizes the buffer for it; bytes newly obtained are zero.
   void SetLength(int n);
-  /// Not called by the agent itself: zeroes the buffer behind the last byte in use, growing it by
-  /// 128 bytes (a growable one by the next step) when it is full.
+  /// Zeroes the buffer behind the last byte in use; a full one grows by 128 bytes or the next step.
+  /// Not called by the agent itself.
   String& SetZero();
 
   /// The buffer; null for a string that never had one.
@@ -56,13 +61,16 @@ class String {
   String operator+(const String& other) const { return Joined(other.data, other.length); }
   String operator+(const char* text) const { return Joined(text, -1); }
   String operator+(char c) const { return Joined(&c, 1); }
-  String& operator+=(const String& other);
-  String& operator+=(const char* text);
-  String& operator+=(char c);
+  String& operator+=(const String& other) { return Append(other.data, other.length); }
+  String& operator+=(const char* text) { return Append(text, -1); }
+  String& operator+=(char c) {
+    AddChar(c);
+    return *this;
+  }
 
-  bool operator==(const String& other) const;
+  bool operator==(const String& other) const { return Equals(other.data, other.length); }
   /// A null pointer equals the empty string only.
-  bool operator==(const char* text) const;
+  bool operator==(const char* text) const { return Equals(text, -1); }
 
   /// The byte at 1-based position i, which must exist.
   char operator[](int i) const { return data[i - 1]; }
@@ -71,15 +79,14 @@ class String {
   /// Position of the first n bytes of text (n = -1: strlen), 0 when absent or empty.
   int Pos(const char* text, int n = -1) const;
   int Pos(const String& other) const { return Pos(other.data, other.length); }
-  /// Position of the first occurrence of `what` that satisfies the options, 0 for none.
-  /// @param wholeWord  not 0: neither neighbour of the occurrence may be a letter or digit
+  /// Position of the first occurrence of `what` that satisfies the options (see TTextFinder).
   int Search(const String& what, int caseSensitive, int wholeWord) const;
 
   /// `count` bytes from position `start` (>= 1), cut at the end of the string.
   String Copy(int start, int count) const;
-  /// Not called by the agent itself: copies into `buf` of `size` bytes (-1: as large as needed) and
-  /// terminates it; leaves it untouched when the string is empty, `buf` null or `size` 0. Returns
-  /// buf.
+  /// Copies into `buf` of `size` bytes (-1: as large as needed), with a terminator; nothing happens
+  /// to it when the string is empty, `buf` null or `size` 0. Returns buf. Not called by the agent
+  /// itself.
   char* StrCpy(char* buf, int size) const;
   /// Word n, counted from 1, between single separators; "" when there are fewer words.
   String GetWord(int n, char sep) const;
@@ -99,6 +106,8 @@ class String {
  private:
   void prAllocMem(int n);
   String Joined(const char* bytes, int count) const;
+  String& Append(const char* bytes, int count);
+  bool Equals(const char* bytes, int count) const;
   int PositionOf(const void* found) const;
 
   int length = 0;
@@ -107,36 +116,27 @@ class String {
   int fixed = 0;
 };
 
-/// A list of strings, 0-based. It owns copies of its entries.
+/// A list of strings, 0-based, which grows in steps of 128. An index outside of it aborts the
+/// process.
 class TStrList {
  public:
-  TStrList() = default;
-  TStrList(const TStrList& other);
-  TStrList& operator=(const TStrList& other);
-  ~TStrList() { Clear(); }
-
   void Add(const String& s);
-  /// A copy of entry i; an index outside the list aborts the process.
   String operator[](int i) const;
-  /// Removes entry i; an index outside the list aborts the process.
   void Delete(int i);
-  void DeleteLast() { Delete(count - 1); }
-  void Clear();
-  int Count() const { return count; }
-  int Capacity() const { return capacity; }
+  void DeleteLast() { Delete(Count() - 1); }
+  void Clear() { *this = TStrList(); }
+  int Count() const { return static_cast<int>(items.size()); }
+  int Capacity() const { return static_cast<int>(items.capacity()); }
 
  private:
-  int count = 0;
-  int capacity = 0;
-  int* lengths = nullptr;
-  char** items = nullptr;
+  std::vector<String> items;
 };
 
 /// ASCII case change in place, up to the terminator or over exactly n bytes; returns s.
-char* strupper(char* s);
-char* strlower(char* s);
 char* strupper(char* s, int n);
 char* strlower(char* s, int n);
+inline char* strupper(char* s) { return strupper(s, static_cast<int>(strlen(s))); }
+inline char* strlower(char* s) { return strlower(s, static_cast<int>(strlen(s))); }
 
 /// True when every byte up to the terminator is a digit or '-'; so for the empty text.
 bool isdecimalnum(const char* s);

@@ -27,11 +27,8 @@ bool DirectoryExists(const char* path) {
 bool DeleteFile(const char* path) { return unlink(path) == 0; }
 
 TFd OpenForReading(const char* path) {
-  int fd;
-  do {
-    fd = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-  } while (fd == -1 && errno == EINTR);
-  return TFd(fd);
+  constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  return TFd(static_cast<int>(TEMP_FAILURE_RETRY(open(path, kFlags))));
 }
 
 bool IsRegularFile(int fd, struct stat& facts) {
@@ -41,23 +38,16 @@ bool IsRegularFile(int fd, struct stat& facts) {
 ssize_t ReadFully(int fd, char* buffer, size_t count) {
   size_t done = 0;
   while (done < count) {
-    const ssize_t n = read(fd, buffer + done, count - done);
+    const ssize_t n = TEMP_FAILURE_RETRY(read(fd, buffer + done, count - done));
+    if (n == -1) return -1;
     if (n == 0) break;
-    if (n > 0) {
-      done += static_cast<size_t>(n);
-    } else if (errno != EINTR) {
-      return -1;
-    }
+    done += static_cast<size_t>(n);
   }
   return static_cast<ssize_t>(done);
 }
 
 ssize_t ReadAt(int fd, char* buffer, size_t count, int64_t offset) {
-  ssize_t n;
-  do {
-    n = pread(fd, buffer, count, offset);
-  } while (n == -1 && errno == EINTR);
-  return n;
+  return TEMP_FAILURE_RETRY(pread(fd, buffer, count, offset));
 }
 
 TFd CreateFresh(const char* path, mode_t mode) {

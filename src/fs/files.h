@@ -7,12 +7,10 @@
 
 #include "core/owned.h"
 
-/// Files: facts about a path, reading, fresh ones. Any thread.
-
-/// Facts about one path; symbolic links are followed.
+/// Facts about one path; symbolic links are followed. Any thread may call what is here.
 /// Modification time, seconds since the epoch as a signed 32-bit value; -1 when it cannot be told.
 int FileAge(const char* path);
-/// Size in bytes; -1 when it cannot be told.
+/// Bytes; -1 when the size cannot be told.
 int64_t FileSize(const char* path);
 /// True only for an existing regular file.
 bool FileExists(const char* path);
@@ -21,23 +19,19 @@ bool DirectoryExists(const char* path);
 /// Unlinks; true on success.
 bool DeleteFile(const char* path);
 
-/// Reading of files that may be anything: nothing here waits for a peer at the other end.
-
 /// Bytes that are read at a time where the size is of no consequence.
 inline constexpr size_t kReadBytes = 256 * 1024;
 
-/// Opens for reading; none with errno set when that fails.
+/// Opens for reading without waiting for a peer at the other end; none with errno set on a failure.
 TFd OpenForReading(const char* path);
 /// Whether `fd` is a regular file; `facts` are its facts then.
 bool IsRegularFile(int fd, struct stat& facts);
-/// Reads until `count` bytes are there or the file ends.
-/// @return bytes read, or -1 with errno set
+/// Reads until `count` bytes are there or the file ends. Returns the bytes read or -1 with errno
+/// set.
 ssize_t ReadFully(int fd, char* buffer, size_t count);
-/// One read from `offset`, which no signal interrupts.
-/// @return bytes read, 0 at the end of the file, or -1 with errno set
+/// The same by one read from `offset`.
 ssize_t ReadAt(int fd, char* buffer, size_t count, int64_t offset);
 
-/// A new, empty file in place of whatever has this name, never through a link; read and write. None
-/// with errno set when that fails.
-/// @param mode  permissions, less the umask
+/// A new, empty file in place of whatever has this name, never through a link, to be read and
+/// written, with the permissions of `mode` less the umask. None with errno set on a failure.
 TFd CreateFresh(const char* path, mode_t mode = 0600);

@@ -40,68 +40,37 @@ String GetCurrentDir() {
   return getcwd(path, sizeof path) != nullptr ? String(path) : String();
 }
 
-namespace {
-
-/// One pass over an absolute path, byte by byte.
-class TPathScan {
- public:
-  explicit TPathScan(const String& path) : path_(path) {}
-
-  String Run() {
-    for (; at_ <= path_.Length(); ++at_) {
-      if (path_[at_] == '/') {
-        TakeSlash();
-      } else if (path_[at_] != '.') {
-        afterSlash_ = false;
-      } else if (afterSlash_) {
-        TakeDot();
-      }
-    }
-    return result_ + path_.Copy(segment_, path_.Length());
-  }
-
- private:
-  bool Is(int position, char c) const { return position <= path_.Length() && path_[position] == c; }
-
-  void TakeSlash() {
-    // Deliberate: the slash at the very start ends no segment and does not count as one before a
-    // dot, so that "." and ".." directly after the root are kept.
-    if (segment_ == at_) return;
-    if (path_[at_ - 1] != '/') result_ += path_.Copy(segment_, at_ - segment_);
-    segment_ = at_;
-    afterSlash_ = true;
-  }
-
-  void TakeDot() {
-    if (at_ == path_.Length()) {
-      result_ = ExcludeTrailingPathDelimiter(result_);
-      segment_ = at_ + 1;
-    } else if (Is(at_ + 1, '.') && !Is(at_ + 2, '.')) {
-      // The second dot is left to be read as a final "." or as "./". Deliberate: what follows it is
-      // not looked at, so "/a/..b" loses "a" as well.
-      if (result_.Length() > 1) result_ = ExtractFilePath(ExcludeTrailingPathDelimiter(result_));
-      segment_ = at_;
-    } else if (Is(at_ + 1, '/')) {
-      result_ = IncludeTrailingPathDelimiter(result_);
-      ++at_;
-      segment_ = at_ + 1;
-    } else {
-      afterSlash_ = false;
-    }
-  }
-
-  const String& path_;
-  String result_;
-  int at_ = 1;
-  int segment_ = 1;  ///< start of what is not yet in the result
-  bool afterSlash_ = false;
-};
-
-}  // namespace
-
 String ExpandFileName(const String& s) {
   if (s.Empty() || s[1] == '~') return s;
-  if (s[1] == '/') return TPathScan(s).Run();
-  const String path = IncludeTrailingPathDelimiter(GetCurrentDir()) + s;
-  return TPathScan(path).Run();
+  const String path = s[1] == '/' ? s : IncludeTrailingPathDelimiter(GetCurrentDir()) + s;
+  const auto is = [&path](int i, char c) { return i <= path.Length() && path[i] == c; };
+  String result;
+  int segment = 1;  // start of what is not yet in the result
+  bool afterSlash = false;
+  for (int i = 1; i <= path.Length(); ++i) {
+    if (path[i] == '/') {
+      // Deliberate: the slash at the very start ends no segment and does not count as one before a
+      // dot, so that "." and ".." directly after the root are kept.
+      if (segment == i) continue;
+      if (path[i - 1] != '/') result += path.Copy(segment, i - segment);
+      segment = i;
+      afterSlash = true;
+    } else if (path[i] != '.' || !afterSlash) {
+      afterSlash = false;
+    } else if (i == path.Length()) {
+      result = ExcludeTrailingPathDelimiter(result);
+      segment = i + 1;
+    } else if (is(i + 1, '.') && !is(i + 2, '.')) {
+      // The second dot is left to be read as a final "." or as "./". Deliberate: what follows it is
+      // not looked at, so "/a/..b" loses "a" as well.
+      if (result.Length() > 1) result = ExtractFilePath(ExcludeTrailingPathDelimiter(result));
+      segment = i;
+    } else if (is(i + 1, '/')) {
+      result = IncludeTrailingPathDelimiter(result);
+      segment = ++i + 1;
+    } else {
+      afterSlash = false;
+    }
+  }
+  return result + path.Copy(segment, path.Length());
 }

@@ -12,8 +12,7 @@ int LastDelimiter(const char* delims, const String& s);
 String ExtractFilePath(const String& s);
 /// What follows the last '/', at most 4095 bytes.
 String ExtractFileName(const String& s);
-/// The last '.' of the last path component and what follows it, or "". Not called by the agent
-/// itself.
+/// The last '.' behind the last '/' and what follows it, or "". Not called by the agent itself.
 String ExtractFileExt(const String& s);
 bool IsPathDelimiter(const String& s, int i);
 bool IsDelimiter(const char* delims, const String& s, int i);
@@ -25,9 +24,8 @@ String ExcludeTrailingPathDelimiter(const String& s);
 String GetCurrentDir();
 /// Returns s: '~' is never expanded. Not called by the agent itself.
 inline String ExpandTilde(const String& s) { return s; }
-/// The absolute form with "." and ".." components and repeated slashes removed.
-/// Deliberate: a "." or ".." directly after the root is kept ("/../a" stays).
-/// Not called by the agent itself.
+/// The absolute form without "." and ".." components and repeated slashes. Not called by the agent
+/// itself. Deliberate: a "." or ".." directly after the root is kept ("/../a" stays).
 String ExpandFileName(const String& s);
 
 /// Single-byte forms of the multibyte helpers. Not called by the agent itself.

@@ -12,28 +12,12 @@
 
 namespace {
 
-bool IsHidden(const char* name) { return name[0] == '.' && !IsDotName(name); }
-
-/// Attribute bits that the listing alone tells; the type may be missing from it.
-int AttributesFromListing(const dirent& entry) {
-  const int hidden = IsHidden(entry.d_name) ? AttrHidden : 0;
-  switch (entry.d_type) {
-    case DT_LNK:
-      return hidden | AttrSystem | AttrSymLink;
-    case DT_DIR:
-      return hidden | AttrDirectory;
-    case DT_REG:
-    case DT_UNKNOWN:
-      return hidden;
-    default:
-      return hidden | AttrSystem;
-  }
-}
-
-int AttributesFromMode(mode_t mode) {
-  if (S_ISDIR(mode)) return AttrDirectory;
-  if (S_ISREG(mode)) return 0;
-  return S_ISLNK(mode) ? AttrSystem | AttrSymLink : AttrSystem;
+/// Attribute bits by name and type, which a listing may leave out (0).
+int AttributesOf(const char* name, mode_t mode) {
+  const int hidden = name[0] == '.' && !IsDotName(name) ? AttrHidden : 0;
+  if (S_ISDIR(mode)) return hidden | AttrDirectory;
+  if (S_ISREG(mode) || mode == 0) return hidden;
+  return hidden | AttrSystem | (S_ISLNK(mode) ? AttrSymLink : 0);
 }
 
 /// Whether the entry's full name is one that the system accepts.
@@ -46,11 +30,6 @@ bool NameMatches(const TSearchRec& rec, const char* name) {
   return rec.SearchMask == "*" || fnmatch(rec.SearchMask.CStr(), name, 0) == 0;
 }
 
-/// Whether the entry, as far as the listing tells, is a folder that needs not match.
-bool MayBeSpared(const dirent& entry, const TSearchRec& rec) {
-  return rec.Folders == TFolders::kAll && (entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN);
-}
-
 /// Whether the entry qualifies; its facts are in rec then. Cheap reasons to refuse come first:
 /// folders hold 100,000 entries and more.
 bool TakeEntry(const dirent& entry, TSearchRec& rec) {
@@ -58,14 +37,14 @@ bool TakeEntry(const dirent& entry, TSearchRec& rec) {
     return (static_cast<unsigned>(attributes) & rec.ExcludeMask) != 0;
   };
   const char* name = entry.d_name;
-  if (excluded(AttributesFromListing(entry))) return false;
-  if (!NameFits(rec, name)) return false;
+  if (excluded(AttributesOf(name, DTTOIF(entry.d_type))) || !NameFits(rec, name)) return false;
   const bool matches = NameMatches(rec, name);
-  if (!matches && !MayBeSpared(entry, rec)) return false;
+  const bool mayBeFolder = entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN;
+  if (!matches && (rec.Folders == TFolders::kMasked || !mayBeFolder)) return false;
   const int folder = dirfd(rec.DirStream);
   struct stat facts;
   if (fstatat(folder, name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return false;
-  int attributes = AttributesFromMode(facts.st_mode) | (IsHidden(name) ? AttrHidden : 0);
+  int attributes = AttributesOf(name, facts.st_mode);
   if (excluded(attributes) || (!matches && !S_ISDIR(facts.st_mode))) return false;
   const bool seen = rec.ReadOnly == TReadOnly::kSeen || excluded(AttrReadOnly);
   if (seen && faccessat(folder, name, W_OK, 0) != 0) attributes |= AttrReadOnly;

@@ -13,19 +13,18 @@ inline constexpr int AttrDirectory = 0x10;  ///< a folder, or a symbolic link to
 inline constexpr int AttrSymLink = 0x40;    ///< a symbolic link
 inline constexpr int AttrAny = 0x3F;        ///< what a search may ask for
 
-/// Whether a search tells AttrReadOnly of its entries. Callers that do not care spare a system call
-/// an entry; a search that does not ask for the bit looks it up all the same.
+/// Whether a search tells AttrReadOnly of its entries, which costs a system call each. One that
+/// does not ask for the bit looks it up all the same.
 enum class TReadOnly { kSeen, kUnseen };
 
 /// Which folders a search finds: those whose name matches the mask, or all of them.
 enum class TFolders { kMasked, kAll };
 
-/// Whether the name is "." or "..".
 inline bool IsDotName(const char* name) {
   return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
 }
 
-/// One found entry and the state of its search. FindClose ends the search; a copy shares the open
+/// One found entry and the state of its search, which FindClose ends; a copy shares the open
 /// stream, and only one of the copies may go on with it. One thread at a time.
 struct TSearchRec {
   int64_t ModifiedTime = 0;  ///< seconds since the epoch
@@ -41,11 +40,11 @@ struct TSearchRec {
   TFolders Folders = TFolders::kMasked;
 };
 
-/// Starts a search for entries of `dir` (empty: the working directory) whose name matches `mask`
+/// Starts a search in `dir` (empty: the working directory) for entries whose name matches `mask`
 /// (fnmatch without flags) and whose attribute bits were all asked for in `attr`.
 /// Deliberate: symbolic links are never reported, whatever `attr` asks for.
-/// @return 0 with the first entry in rec; -1 when none matched (the stream is closed then);
-///         errno when the folder cannot be opened
+/// @return 0 with the first entry in rec; -1, the stream closed, for none; errno when the folder
+///         cannot be opened
 int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec,
               TReadOnly readOnly = TReadOnly::kSeen, TFolders folders = TFolders::kMasked);
 /// The same with folder and mask in one path.

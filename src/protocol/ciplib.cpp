@@ -38,25 +38,23 @@ uint32_t WordSum(uint32_t word, size_t behind) {
          (kTables[behind + 1][(word >> 16) & 0xFF] ^ kTables[behind][word >> 24]);
 }
 
-uint32_t Step(uint32_t crc, unsigned char c) { return kTables[0][(crc ^ c) & 0xFF] ^ (crc >> 8); }
-
 }  // namespace
 
-void TCRC32::UpdateCRC(unsigned char c) { register_ = Step(register_, c); }
+void TCRC32::UpdateCRC(unsigned char c) {
+  register_ = kTables[0][(register_ ^ c) & 0xFF] ^ (register_ >> 8);
+}
 
 void TCRC32::UpdateCRC(const char* p, int len) {
   if (p == nullptr) return;
   size_t left = len == -1 ? strlen(p) : len < 0 ? 0 : static_cast<size_t>(len);
-  uint32_t crc = register_;
   for (; left >= kSlices; left -= kSlices, p += kSlices) {
     uint32_t words[4];
     memcpy(words, p, kSlices);
     // The register comes in last, so that the rest of the next slice need not wait for this one.
     const uint32_t rest = WordSum(words[1], 8) ^ WordSum(words[2], 4) ^ WordSum(words[3], 0);
-    crc = rest ^ WordSum(words[0] ^ crc, 12);
+    register_ = rest ^ WordSum(words[0] ^ register_, 12);
   }
-  for (; left > 0; --left) crc = Step(crc, static_cast<unsigned char>(*p++));
-  register_ = crc;
+  for (; left > 0; --left) UpdateCRC(static_cast<unsigned char>(*p++));
 }
 
 uint32_t TCRC32::GetBlockCRC(const char* p, int len) {
@@ -84,7 +82,7 @@ void THash_SHA::Update(const char* p, long len) {
 }
 
 void THash_SHA::Final() {
-  if (!initialized_) AssertFail("fInitialized", "ciplib", 212, "void THash_SHA::Final()");
+  if (!initialized_) __assert_fail("fInitialized", "ciplib", 212, "void THash_SHA::Final()");
   sha1_digest(&context_, sizeof digest_, digest_);
   initialized_ = false;
 }
@@ -95,8 +93,8 @@ const char* THash_SHA::GetHash(const char* p, long len) {
     Update(p, len);
     Final();
   } else if (initialized_) {
-    AssertFail("!fInitialized", "ciplib", 245,
-               "const char* THash_SHA::GetHash(const char*, long int)");
+    __assert_fail("!fInitialized", "ciplib", 245,
+                  "const char* THash_SHA::GetHash(const char*, long int)");
   }
   return reinterpret_cast<const char*>(digest_);
 }

@@ -4,9 +4,8 @@
 #include <nettle/sha1.h>
 #include <stdint.h>
 
-/// CRC-32 (reflected polynomial 0xEDB88320).
+/// CRC-32 (reflected polynomial 0xEDB88320). One thread at a time.
 /// Deliberate: there is no final XOR, the value is the complement of the standard CRC-32.
-/// One thread at a time.
 class TCRC32 {
  public:
   void InitCRC() { register_ = 0xFFFFFFFFu; }
@@ -36,8 +35,8 @@ class THash_SHA {
   void Update(const char* p, long len);
   /// Ends the hash in progress; without one the process aborts.
   void Final();
-  /// Digest of p's len bytes, or with a null p that of the last Final (a hash still in progress
-  /// aborts the process). The 20 bytes live inside the object.
+  /// The 20 bytes, inside the object, of the digest of p's len bytes, or with a null p of that of
+  /// the last Final (a hash still in progress aborts the process).
   const char* GetHash(const char* p, long len);
   int GetHashSize() const { return SHA1_DIGEST_SIZE; }
 

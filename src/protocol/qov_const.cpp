@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "core/assertfail.h"
 #include "protocol/ciplib.h"
@@ -14,8 +15,6 @@ namespace {
 
 constexpr int kBlock = TWOFISH_BLOCK_SIZE;
 constexpr int kEscapeBytes = 3;
-constexpr int kEncodeLengthLine = 43;
-constexpr int kDecodeLengthLine = 54;
 
 const unsigned char* Bytes(const char* p) { return reinterpret_cast<const unsigned char*>(p); }
 
@@ -37,9 +36,7 @@ void RunCipher(const TCipherKey& key, const unsigned char* in, unsigned char* ou
 
 int LengthOf(const char* p, int len) { return len <= 0 ? static_cast<int>(strlen(p)) : len; }
 
-int CountBreaks(const char* p, int len) {
-  return static_cast<int>(std::count_if(p, p + len, [](char c) { return c == '\n' || c == '\r'; }));
-}
+bool IsBreak(char c) { return c == '\n' || c == '\r'; }
 
 bool IsEscape(const char* p, const char* end) {
   return end - p >= kEscapeBytes && p[0] == '%' && p[1] == '0' && (p[2] == 'A' || p[2] == 'D');
@@ -57,16 +54,15 @@ int Digits(const char* p, int count) {
 String EncodeLength(const String& s, int digits) {
   const uint32_t len = static_cast<uint32_t>(s.Length());
   if (static_cast<size_t>(digits) > sizeof len) {
-    AssertFail("digits<=sizeof(len)", "qov_const", kEncodeLengthLine,
-               "String EncodeLength(const String&, int)");
+    __assert_fail("digits<=sizeof(len)", "qov_const", 43,
+                  "String EncodeLength(const String&, int)");
   }
   return String(reinterpret_cast<const char*>(&len), digits);
 }
 
 int DecodeLength(const char* p, int digits) {
   if (static_cast<size_t>(digits) > sizeof(int)) {
-    AssertFail("digits<=sizeof(int)", "qov_const", kDecodeLengthLine,
-               "int DecodeLength(const char*, int)");
+    __assert_fail("digits<=sizeof(int)", "qov_const", 54, "int DecodeLength(const char*, int)");
   }
   int value = 0;
   if (digits > 0 && digits != 3) memcpy(&value, p, static_cast<size_t>(digits));
@@ -88,15 +84,12 @@ TCipherKey::~TCipherKey() {
 }
 
 String EncodeData(const String& data, const String& key, int digits) {
-  if (data.Empty()) return String();
-  return EncodeData(data, TCipherKey(key), digits);
+  return data.Empty() ? String() : EncodeData(data, TCipherKey(key), digits);
 }
 
 String EncodeData(const String& data, const TCipherKey& key, int digits) {
   if (data.Empty()) return String();
-  String result;
-  result.Reserve(digits + data.Length());
-  result += EncodeLength(data, digits);
+  String result = EncodeLength(data, digits);
   const int prefix = result.Length();
   result.SetLength(prefix + data.Length());
   unsigned char* out = reinterpret_cast<unsigned char*>(result.Data()) + prefix;
@@ -105,8 +98,7 @@ String EncodeData(const String& data, const TCipherKey& key, int digits) {
 }
 
 String DecodeData(const String& data, const String& key) {
-  if (data.Empty()) return String();
-  return DecodeData(data.Data(), data.Length(), TCipherKey(key));
+  return data.Empty() ? String() : DecodeData(data.Data(), data.Length(), TCipherKey(key));
 }
 
 String DecodeData(const char* data, int len, const TCipherKey& key) {
@@ -163,12 +155,10 @@ struct tm qovDecodeTime(const char* text) {
 String qovEncodeStrings(const char* p, int len) {
   String result;
   if (p == nullptr) return result;
-  len = LengthOf(p, len);
-  result.Reserve(len + 2 * CountBreaks(p, len));
-  const char* end = p + len;
+  const char* end = p + LengthOf(p, len);
+  result.Reserve(static_cast<int>(end - p + 2 * std::count_if(p, end, IsBreak)));
   while (p < end) {
-    const char* run = p;
-    while (p < end && *p != '\n' && *p != '\r') ++p;
+    const char* run = std::exchange(p, std::find_if(p, end, IsBreak));
     result.AddData(run, static_cast<int>(p - run));
     if (p < end) result += *p++ == '\n' ? "%0A" : "%0D";
   }
@@ -178,9 +168,8 @@ String qovEncodeStrings(const char* p, int len) {
 String qovDecodeStrings(const char* p, int len) {
   String result;
   if (p == nullptr) return result;
-  len = LengthOf(p, len);
-  result.Reserve(len);
-  const char* end = p + len;
+  const char* end = p + LengthOf(p, len);
+  result.Reserve(static_cast<int>(end - p));
   while (p < end) {
     const char* run = p;
     while (p < end && !IsEscape(p, end)) ++p;

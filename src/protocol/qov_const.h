@@ -13,8 +13,8 @@
 /// L counts the bytes behind itself; L + 4 is the whole packet, nothing may follow.
 /// Reply packet (agent to server): N:4 | text[N].
 ///
-/// The constants are 1-based positions (byte index + 1) and widths in bytes; the positions of the
-/// fields behind a variable one grow by that field's length.
+/// The constants are widths in bytes and 1-based positions, which grow by the lengths of the
+/// variable fields in front.
 inline constexpr int SIZELEN_PACKET = 4;
 inline constexpr int SIZELEN_AUTH = 2;
 inline constexpr int SIZELEN_PSWD = 2;
@@ -28,18 +28,19 @@ inline constexpr int OFFSET_REQUEST = OFFSET_KEY + SIZELEN_KEY;
 inline constexpr int SIZELEN_MINIMUM =
     SIZELEN_AUTH + SIZELEN_PSWD + SIZELEN_PACKET + SIZELEN_KEY + SIZELEN_REQUEST;
 
-/// Largest packet that is read: a peer that announces or sends more is refused, bytes.
+/// A peer that announces or sends more is refused.
 inline constexpr int kMaxPacketBytes = 16 * 1024 * 1024;
 
 /// Lengths lie in memory as on the wire: Twofish_initialise refuses any other machine.
-/// The length of s as its `digits` low-order bytes, little-endian; digits > 4 aborts the process.
+/// More than 4 digits abort the process.
+/// The length of s as its `digits` low-order bytes, little-endian.
 String EncodeLength(const String& s, int digits);
-/// A length field: 4 signed, 2 and 1 unsigned, 0 and 3 give 0; digits > 4 aborts the process.
+/// A length field of 4 (signed), 2 or 1 (unsigned) bytes; 0 and 3 digits give 0.
 int DecodeLength(const char* p, int digits);
 
-/// The stream cipher's state for one key text: a Twofish key schedule made of the text's SHA-1
-/// and the register that every text starts from. Preparing one costs far more than a short text;
-/// threads may share it.
+/// What the stream cipher makes of one key text: a Twofish key schedule of its SHA-1 and the
+/// register that every text starts from. Preparing one costs far more than a short text; threads
+/// may share it.
 class TCipherKey {
  public:
   explicit TCipherKey(const String& key);
@@ -56,8 +57,8 @@ class TCipherKey {
 };
 using TCipher = std::shared_ptr<const TCipherKey>;
 
-/// Enciphers data (8-bit cipher feedback, same length). When digits is not 0, EncodeLength of the
-/// result stands in front. Empty data gives an empty result, without any length.
+/// Enciphers data (8-bit cipher feedback, same length), with EncodeLength of it in front. Empty
+/// data gives an empty result.
 String EncodeData(const String& data, const String& key, int digits);
 String EncodeData(const String& data, const TCipherKey& key, int digits);
 /// Deciphers data; a wrong key yields garbage of the same length.
@@ -67,8 +68,7 @@ String DecodeData(const char* data, int len, const TCipherKey& key);
 /// Proof of a password: its 16 MD5 bytes, or "" for an empty one.
 String EncodePswd(const String& password);
 
-/// Reading of values in request texts. The String forms terminate the string in place first.
-/// 1 when the text is exactly "1".
+/// Values in request texts. 1 when the text is exactly "1".
 int qovDecodeBool(const char* text);
 inline int qovDecodeBool(String text) { return qovDecodeBool(text.CStr()); }
 /// The atoi reading, saturated.
@@ -90,8 +90,8 @@ inline int qovDecodeInt64(String text, double* out) { return qovDecodeInt64(text
 struct tm qovDecodeTime(const char* text);
 inline struct tm qovDecodeTime(String text) { return qovDecodeTime(text.CStr()); }
 
-/// Line breaks as "%0A" and "%0D", so that a value stays on one line; nothing else is escaped.
-/// len 0 or less: up to the terminator; a null pointer gives "".
+/// Line breaks as "%0A" and "%0D"; nothing else is escaped. len 0 or less: up to the terminator; a
+/// null pointer gives "".
 String qovEncodeStrings(const char* p, int len);
 inline String qovEncodeStrings(const String& s) { return qovEncodeStrings(s.CStr(), s.Length()); }
 /// The reverse; only the upper-case forms are escapes.

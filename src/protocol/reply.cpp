@@ -7,22 +7,12 @@
 #include <algorithm>
 #include <utility>
 
-namespace {
-
-constexpr int kNumberBytes = 35;
-constexpr int kVarBytes = 2048;
-constexpr int64_t kMaxGrowth = int64_t{1} << 30;
-
-}  // namespace
+static constexpr int kNumberBytes = 35;
 
 void QovReply::InitPacket(const char* text, TCipher key) {
   *this = text;
   if (text != nullptr) AddChar('\n');
   key_ = std::move(key);
-}
-
-void QovReply::InitPacket(const char* text, const String& key) {
-  InitPacket(text, std::make_shared<const TCipherKey>(key));
 }
 
 QovReply& QovReply::SetResult(const char* code) {
@@ -36,7 +26,8 @@ void QovReply::CommandSeparatorCheck() {
 }
 
 void QovReply::AddLine(const char* bytes, int count) {
-  // Grown by half, so that a long list is copied a few times only.
+  // Grown by half and not beyond 1 GiB, so that a long list is copied a few times only.
+  constexpr int64_t kMaxGrowth = int64_t{1} << 30;
   const int64_t needed = int64_t{Length()} + count + 2;
   if (needed > Capacity()) {
     Reserve(static_cast<int>(std::max(needed, std::min(needed * 3 / 2, kMaxGrowth))));
@@ -50,12 +41,6 @@ void QovReply::AddStringParam(const String& s, int encode) {
   const String value = encode != 0 ? qovEncodeStrings(s) : s;  // `s` may be the reply itself
   AddLine(value.CStr(), value.Length());
 }
-
-void QovReply::AddStringParam(const char* s, int encode) { AddStringParam(String(s), encode); }
-
-void QovReply::AddBoolParam(int b) { AddLine(b != 0 ? "1" : "0", 1); }
-
-void QovReply::AddIntParam(int v) { AddVarParams("%d", v); }
 
 void QovReply::AddIntParam(double v) {
   char text[kNumberBytes];
@@ -80,6 +65,7 @@ void QovReply::AddTimeParam(const struct tm& t) {
 }
 
 void QovReply::AddVarParams(const char* format, ...) {
+  constexpr int kVarBytes = 2048;
   char text[kVarBytes];
   va_list args;
   va_start(args, format);

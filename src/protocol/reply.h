@@ -22,10 +22,11 @@ class QovReply : public String {
   /// Replaces the text only.
   using String::operator=;
 
-  /// Starts with `text` and a line feed (null: empty); the packet will be enciphered under the key
-  /// (an empty one without this call).
+  /// Starts with `text` and a line feed (null: empty). The packet's key is empty without this call.
   void InitPacket(const char* text, TCipher key);
-  void InitPacket(const char* text, const String& key);
+  void InitPacket(const char* text, const String& key) {
+    InitPacket(text, std::make_shared<const TCipherKey>(key));
+  }
   /// Replaces everything by the code and a line feed; returns the reply for a text to be appended.
   QovReply& SetResult(const char* code);
   /// Ends an unfinished line.
@@ -33,18 +34,16 @@ class QovReply : public String {
 
   /// Each adds one value line; encode not 0 escapes line breaks.
   void AddStringParam(const String& s, int encode);
-  void AddStringParam(const char* s, int encode);
-  void AddBoolParam(int b);
-  void AddIntParam(int v);
-  /// "%6.0f": an integer of any size, at least six characters wide; at most 34 characters.
+  void AddStringParam(const char* s, int encode) { AddStringParam(String(s), encode); }
+  void AddBoolParam(int b) { AddLine(b != 0 ? "1" : "0", 1); }
+  void AddIntParam(int v) { AddVarParams("%d", v); }
+  /// "%6.0f" and "%6.4f", cut after 34 characters.
   void AddIntParam(double v);
-  /// "%6.4f"; at most 34 characters.
   void AddRealParam(double v);
   /// DDMMYYYYhhmmss, local time; a time without a calendar date is written as an all-zero record.
   void AddTimeParam(const time_t& t);
   void AddTimeParam(const struct tm& t);
-  /// A formatted line, unescaped; cut after 2,047 characters, but nothing is added when it has
-  /// more than 2,048.
+  /// A formatted line, unescaped and cut after 2,047 characters; none when it has more than 2,048.
   void AddVarParams(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
   /// Turns the text into the packet to send; nothing may be added afterwards.

@@ -17,7 +17,6 @@ struct TLayout {
   int64_t proofLength;
   int64_t keyLength;
   int64_t requestLength;
-  int64_t ProofAt() const { return OFFSET_KEY - 1; }
   int64_t KeyAt() const { return OFFSET_REQUEST - 1 + proofLength; }
   int64_t RequestAt() const { return SIZELEN_MINIMUM + proofLength + keyLength; }
 };
@@ -78,7 +77,7 @@ int VxRequest::ParseInitRequest(const String& password, const TCipherKey& passwo
   cipher_ = nullptr;
   TLayout layout;
   if (!ReadLayout(*this, from, layout)) return 0;
-  if (!ProofMatches(Data() + layout.ProofAt(), layout.proofLength, password)) {
+  if (!ProofMatches(Data() + OFFSET_KEY - 1, layout.proofLength, password)) {
     showmessage("<-- Wrong password or MD5 error\n", from, msgDebug, 0);
     return 0;
   }
@@ -110,12 +109,11 @@ String VxRequest::GetParam(int n, int trim) const {
 
 String VxRequest::GetValue(int n) const {
   const auto blank = [](char c) { return static_cast<unsigned char>(c) <= ' ' || c == 0x7F; };
-  const String line = GetParam(n, 0);
+  String line = GetParam(n, 0);
   int first = 1;
-  int last = line.Length();
-  while (first <= last && blank(line[first])) ++first;
-  while (last >= first && blank(line[last])) --last;
-  return line.Copy(first, last - first + 1);
+  while (!line.Empty() && blank(line[line.Length()])) line.Delete(line.Length(), 1);
+  while (first < line.Length() && blank(line[first])) ++first;
+  return line.Copy(first, line.Length());
 }
 
 String VxRequest::GetText(int n) const {

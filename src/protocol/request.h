@@ -13,14 +13,13 @@ class VxRequest : public String {
   /// Replaces the text only.
   using String::operator=;
 
-  /// 1 when the bytes received so far hold a whole packet, or announce one that can never be
-  /// accepted (a negative length, or more than kMaxPacketBytes); 0 while more must come.
+  /// 1 when the bytes so far hold a whole packet or announce one that is never accepted (a negative
+  /// length, or more than kMaxPacketBytes); 0 while more must come.
   int WholePacket() const;
-  /// Checks lengths, marker and password proof of the packet and deciphers it. `from` is for the
-  /// debug messages. Returns 1 with text and session key set; 0 with the packet kept as it was
-  /// and an empty session key.
+  /// Checks lengths, marker and password proof of the packet and deciphers it; `from` is for the
+  /// debug messages, the cipher is that of the password. Returns 1 with text and session key set; 0
+  /// with the packet kept as it was and an empty session key.
   int ParseInitRequest(const String& password, in_addr from);
-  /// @param passwordCipher  the same password, prepared, where the caller has it
   int ParseInitRequest(const String& password, const TCipherKey& passwordCipher, in_addr from);
   String GetSessionKey() const { return sessionKey_; }
   /// The session key, prepared, for the reply; null before a successful parse.
@@ -30,11 +29,11 @@ class VxRequest : public String {
   int GetParamsCount() const;
   /// Line n, counted from 1 (n <= 1 gives line 1), "" behind the end; trim not 0 trims it.
   String GetParam(int n, int trim) const;
-  /// Line n without blanks and control characters (ASCII) at its ends; bytes from 0x80 on stay. For
-  /// paths, names, hosts and numbers.
+  /// For paths, names, hosts, numbers: line n without blanks and control characters (ASCII) at its
+  /// ends; bytes from 0x80 on stay.
   String GetValue(int n) const;
-  /// Line n as it stands, less one carriage return at its end. For search texts, command lines,
-  /// scripts, data and messages.
+  /// For search texts, command lines, scripts, data, messages: line n less one carriage return at
+  /// its end.
   String GetText(int n) const;
   /// Value of the first line "name = value" with exactly this name, trimmed; "" for none.
   String GetNamedParam(const char* name) const;

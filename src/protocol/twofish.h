@@ -13,8 +13,8 @@ struct Twofish_key {
 /// A failed test ends the process through Twofish_fatal.
 void Twofish_initialise();
 
-/// Prepares a key of 0 to 32 bytes, padded with zero bytes to the next of 16, 24 and 32. A length
-/// outside that range, or a call before Twofish_initialise, ends the process through Twofish_fatal.
+/// Prepares a key of 0 to 32 bytes, padded with zero bytes to the next of 16, 24 and 32. Another
+/// length, or a call before Twofish_initialise, ends the process through Twofish_fatal.
 void Twofish_prepare_key(const unsigned char* key, int len, Twofish_key* out);
 
 /// One block; in and out may be the same buffer.
