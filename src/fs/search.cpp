@@ -37,7 +37,8 @@ bool TakeEntry(const dirent& entry, TSearchRec& rec) {
     return (static_cast<unsigned>(attributes) & rec.ExcludeMask) != 0;
   };
   const char* name = entry.d_name;
-  if (excluded(AttributesOf(name, DTTOIF(entry.d_type))) || !NameFits(rec, name)) return false;
+  if (excluded(AttributesOf(name, DTTOIF(mode_t{entry.d_type}))) || !NameFits(rec, name))
+    return false;
   const bool matches = NameMatches(rec, name);
   const bool mayBeFolder = entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN;
   if (!matches && (rec.Folders == TFolders::kMasked || !mayBeFolder)) return false;
