@@ -4,15 +4,21 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <sstream>
+
 #include "config/settings.h"
 
 namespace {
 
 /// Parses the words; tells the modes, the port and the file on standard error, the faults too.
-void Parse(std::vector<const char*> words) {
+void Parse(const std::string& line) {
   dup2(STDERR_FILENO, STDOUT_FILENO);
-  words.insert(words.begin(), "qov");
-  ParseCommandLine(static_cast<int>(words.size()), const_cast<char**>(words.data()));
+  std::vector<std::string> words = {"qov"};
+  std::istringstream rest(line);
+  for (std::string word; rest >> word;) words.push_back(word);
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  ParseCommandLine(static_cast<int>(argv.size()), argv.data());
   fprintf(stderr, "%u%u%u %d %s", QovSettings.interactive, QovSettings.verbose, QovSettings.debug,
           QovSettings.port, QovSettings.configfile);
   exit(0);
@@ -21,38 +27,30 @@ void Parse(std::vector<const char*> words) {
 TEST(CommandLineDeathTest, TakesItsSwitchesInOneOrder) {
   const std::string usage =
       "\n\n Usage: qov [-d|-i] [-v|-vd] [-p <port>] <cfg_file>\n"
-      "  -d        - daemon mode (default)\n"
-      "  -i        - interactive mode\n"
-      "  -v        - verbose mode\n"
-      "  -vd       - verbose debugging mode\n"
+      "  -d        - daemon mode (default)\n  -i        - interactive mode\n"
+      "  -v        - verbose mode\n  -vd       - verbose debugging mode\n"
       "  -p <port> - overrides TCP port number specified in cfg_file\n"
       "  cfg_file  - obligatory parameter, path to configuration file\n\n"
       " Examples:\n  qov -i -v -p 1055 /etc/qov/qov.cfg\n  qov -d ~/qov/qov.cfg\n\n";
   const std::string missing = "Error\nInvalid or missed command line parameter" + usage;
   const std::string port = "Error\nInvalid port number" + usage;
   const std::string longPath(600, 'x');
-  const std::pair<std::vector<const char*>, std::string> cases[] = {
-      {{"f"}, "000 0 f"},
-      {{"-d", "f", "g"}, "000 0 f"},
-      {{"-i", "-v", "-p", "1055", "f"}, "110 1055 f"},
-      {{"-i", "-vd", "f"}, "111 0 f"},
-      {{"-v", "-vd", "f"}, "011 0 f"},
-      {{"-vd", "-v", "f"}, "011 0 -v"},
-      {{"-i", "-d", "f"}, "100 0 -d"},
-      {{"-p", "65535", "f"}, "000 65535 f"},
-      {{"-p", "-5", "-x"}, "000 -5 -x"},
-      {{longPath.c_str()}, "000 0 " + longPath.substr(0, 511)},
-      {{}, missing},
-      {{"-i"}, missing},
-      {{"-v"}, missing},
-      {{"-vd"}, missing},
-      {{"-p"}, missing},
-      {{"-p", "1"}, missing},
-      {{"-p", "0", "f"}, port},
-      {{"-p", "65536", "f"}, port},
-  };
-  for (const auto& [words, said] : cases) {
-    EXPECT_EXIT(Parse(words), testing::ExitedWithCode(said[0] == 'E'), testing::Eq(said));
+  const std::pair<std::string, std::vector<std::string>> cases[] = {
+      {missing, {"", "-i", "-v", "-vd", "-p", "-p 1"}},
+      {port, {"-p 0 f", "-p 65536 f"}},
+      {"000 0 f", {"f", "-d f g"}},
+      {"110 1055 f", {"-i -v -p 1055 f"}},
+      {"111 0 f", {"-i -vd f"}},
+      {"011 0 f", {"-v -vd f"}},
+      {"011 0 -v", {"-vd -v f"}},
+      {"100 0 -d", {"-i -d f"}},
+      {"000 65535 f", {"-p 65535 f"}},
+      {"000 -5 -x", {"-p -5 -x"}},
+      {"000 0 " + longPath.substr(0, 511), {longPath}}};
+  for (const auto& [said, lines] : cases) {
+    for (const std::string& line : lines) {
+      EXPECT_EXIT(Parse(line), testing::ExitedWithCode(said[0] == 'E'), testing::Eq(said)) << line;
+    }
   }
 }
 

@@ -2,7 +2,8 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <string.h>
+
+#include <sstream>
 
 #include "support/handlercall.h"
 #include "support/scopes.h"
@@ -40,76 +41,49 @@ class DispatchTest : public testing::Test {
 };
 
 TEST_F(DispatchTest, RunsTheCommandOfTheName) {
-  constexpr char kNotApplicable[] = "500\nNot applicable for UNIX/Linux";
-  constexpr char kNotImplemented[] = "500\nnot implemented yet";
-  constexpr char kEnd[] = "EndOfTransmission signal missed\n";
-  constexpr char kVoid[] = "Void request received\n";
-  const struct {
-    const char* text;
-    int TSet::*flag;    // the only one set
-    const char* reply;  // how it begins
-    const char* message = "";
-  } cases[] = {
-      {"GetInfo\n", nullptr, "!502\n", kEnd},
-      {"", nullptr, "!502\n", kEnd},
-      {"\r", nullptr, "!500\n", kVoid},
-      {"  \n1\n\r", nullptr, "!500\n", kVoid},
-      {"getinfo\n\r", nullptr, "!500\n", "Unknown command \"getinfo\"\n"},
-      {"%s%n\n\r", nullptr, "!500\n", "Unknown command \"%s%n\"\n"},
-      {"TEST-UNC\r", &TSet::unc, "501"},
-      {"TEST-DiskSpace\r", nullptr, kNotApplicable},
-      {"TEST-FolderSize\r", &TSet::foldersize, "200"},
-      {"TEST-FileExists\r", &TSet::fileexists, "301"},
-      {"TEST-FileCompare\r", &TSet::comparefiles, "301"},
-      {"TEST-FileCRC\r", &TSet::filecrc, "301"},
-      {"TEST-CountFiles\r", &TSet::countfiles, "200"},
-      {"TEST-Process\r", &TSet::process, "301\nProcCnt"},
-      {"TEST-Service\r", nullptr, kNotApplicable},
-      {"TEST-NTLog\r", nullptr, kNotApplicable},
-      {"TEST-CPU\r", &TSet::cpuusage, "301"},
-      {"TEST-PerfCounter\r", nullptr, kNotApplicable},
-      {"TEST-Script\r", nullptr, kNotImplemented},
-      {"TEST-SNMP\r", nullptr, kNotImplemented},
-      {"TEST-ExternalPrg\r", &TSet::external, "501"},
-      {"TEST-Ping\r", nullptr, kNotImplemented},
-      {"TEST-TCP\r", &TSet::tcp, "301"},
-      {"TEST-UDP\r", &TSet::udp, "501"},
-      {"TEST-TextLog\n\nx\r", &TSet::textlog, "301"},
-      {"TEST-TextLog2\n\nx\r", &TSet::textlog, "501"},
-      {"TEST-ShellScript\r", &TSet::shellscript, "301"},
-      {"ACT-ExternalCmd\r", &TSet::executeaction, "501"},
-      {"ACT-TCPUDPsend\r", &TSet::tcpudpaction, "501"},
-      {"ACT-Syslog\r", &TSet::syslogaction, "501"},
-      {"GetProcessesList\r", &TSet::process, "301\nProcList"},
-      {"GetServicesList\r", nullptr, kNotApplicable},
-      {"GetEventLogFiles\r", nullptr, kNotApplicable},
-      {"GetEventLogSources\r", nullptr, kNotApplicable},
-      {"GetDriveList\r", nullptr, kNotImplemented},
-      {"GetFilesList\r", &TSet::textlog, "200"},
-      {"GetInfo\r", nullptr, "200\nAgent"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    const TEnabledTests own(0, c.flag);
+  // Its name, the only enable that is on, and how it answers an empty first parameter.
+  std::istringstream commands(
+      "TEST-UNC unc 501 TEST-DiskSpace - 500Not TEST-FolderSize foldersize 200 "
+      "TEST-FileExists fileexists 301 TEST-FileCompare comparefiles 301 TEST-FileCRC filecrc 301 "
+      "TEST-CountFiles countfiles 200 TEST-Process process 301ProcCnt TEST-Service - 500Not "
+      "TEST-NTLog - 500Not TEST-CPU cpuusage 301 TEST-PerfCounter - 500Not TEST-Script - 500not "
+      "TEST-SNMP - 500not TEST-ExternalPrg external 501 TEST-Ping - 500not TEST-TCP tcp 501 "
+      "TEST-UDP udp 501 TEST-TextLog textlog 301 TEST-TextLog2 textlog 501 "
+      "TEST-ShellScript shellscript 301 ACT-ExternalCmd executeaction 501 "
+      "ACT-TCPUDPsend tcpudpaction 501 ACT-Syslog syslogaction 501 "
+      "GetProcessesList process 301ProcList GetServicesList - 500Not GetEventLogFiles - 500Not "
+      "GetEventLogSources - 500Not GetDriveList - 500not GetFilesList textlog 200 "
+      "GetInfo - 200Agent");
+  for (std::string name, enable, answer; commands >> name >> enable >> answer;) {
+    const TSettingKey* key = FindSettingKey(enable.c_str());
+    const TEnabledTests own(0, key != nullptr ? key->field.number : nullptr);
+    EXPECT_EQ(answer, Process(" " + name + " \n\nx\r").erase(3, 1).substr(0, answer.size()))
+        << name;
+  }
+  EXPECT_EQ("500\nNot applicable for UNIX/Linux", Process("TEST-NTLog\r"));
+  EXPECT_EQ("500\nnot implemented yet", Process("TEST-Ping\r"));
+  const std::string cases[][3] = {{"GetInfo\n", "!502\n", "EndOfTransmission signal missed\n"},
+                                  {"\r", "!500\n", "Void request received\n"},
+                                  {"  \n1\n\r", "!500\n", "Void request received\n"},
+                                  {"getinfo\n\r", "!500\n", "Unknown command \"getinfo\"\n"},
+                                  {"%s%n\n\r", "!500\n", "Unknown command \"%s%n\"\n"}};
+  for (const auto& [text, answer, message] : cases) {
     const TMessageCapture messages;
-    EXPECT_EQ(c.reply, Process(c.text).substr(0, strlen(c.reply)));
-    EXPECT_EQ(c.message, messages.Texts());
+    EXPECT_EQ(answer, Process(text)) << text;
+    EXPECT_EQ(message, messages.Texts());
   }
 }
 
 TEST_F(DispatchTest, RefusesWithoutTheRight) {
   const std::pair<std::string, const char*> cases[] = {
       {"GetSettings", "200\n"}, {"SetSettings", "300\n"}, {"ReloadCfg", "300\n"},
-      {"QUIT", "200\n"},        {"ReloadApp", "200\n"},   {"UpgradeCode", "501\n"},
-  };
+      {"QUIT", "200\n"},        {"ReloadApp", "200\n"},   {"UpgradeCode", "501\n"}};
   for (const auto& [name, done] : cases) {
     SCOPED_TRACE(name);
     const bool update = name == "UpgradeCode";
     const auto ask = [&](int allow, const char* list) {
       ChangeSettings([&](TSet& settings) {
-        settings = TSet();
-        // The other right does not help.
-        settings.allowmanage = settings.allowupdates = 1;
+        settings.allowmanage = settings.allowupdates = 1;  // the other right does not help
         settings.manageaddr = settings.updateaddr = "127.0.0.1";
         (update ? settings.allowupdates : settings.allowmanage) = allow;
         (update ? settings.updateaddr : settings.manageaddr) = list;
@@ -134,10 +108,9 @@ TEST_F(DispatchTest, ReadsTheAnnouncedSizeSaturated) {
   });
   const std::string refused = "501\nWrong file parameter(s)";
   const std::pair<const char*, std::string> cases[] = {
-      {"100.9", refused}, {"10485760", refused}, {"nan", refused},   {"inf", refused},
-      {"-inf", refused},  {"1e400", refused},    {"", refused},      {"-1e300", refused},
-      {"101", "200\n"},   {"10485759", "200\n"}, {"101.9", "200\n"},
-  };
+      {"100.9", refused}, {"10485760", refused}, {"nan", refused},  {"inf", refused},
+      {"-inf", refused},  {"1e400", refused},    {"", refused},     {"-1e300", refused},
+      {"101", "200\n"},   {"10485759", "200\n"}, {"101.9", "200\n"}};
   for (const auto& [size, answer] : cases) {
     SCOPED_TRACE(size);
     upgrade = UpgradeRec();

@@ -1,12 +1,9 @@
 #include "agent/messages.h"
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <time.h>
 #include <unistd.h>
 
-#include "config/settings.h"
-#include "core/message.h"
 #include "support/scopes.h"
 
 namespace {
@@ -35,6 +32,12 @@ class MessagesTest : public testing::Test {
       settings.verboselogfile = folder.Path("all.log").c_str();
     });
   }
+  /// The content of a log, which is removed.
+  std::string Taken(const std::string& name) const {
+    const std::string content = ReadFile(folder.Path(name));
+    unlink(folder.Path(name).c_str());
+    return content;
+  }
 
   TTempDir folder;
 };
@@ -44,22 +47,27 @@ TEST_F(MessagesTest, SendsEachKindToItsLogs) {
     MsgType kind;
     const char* on;
     const char* logs;
-  } cases[] = {
-      {msgOk, "sfvd", "ok all "}, {msgFail, "sfvd", "bad all "},
-      {msgDebug, "sfvd", "all "}, {msgInfo, "sfvd", "all "},
-      {msgDebug, "sfv", ""},      {msgOk, "fvd", "all "},
-      {msgOk, "sf", "ok "},       {msgFail, "s", ""},
-      {msgFail, "f", "bad "},     {msgInfo, "sf", ""},
-  };
+  } cases[] = {{msgOk, "sfvd", "ok all "}, {msgFail, "sfvd", "bad all "},
+               {msgDebug, "sfvd", "all "}, {msgInfo, "sfvd", "all "},
+               {msgDebug, "sfv", ""},      {msgOk, "fvd", "all "},
+               {msgOk, "sf", "ok "},       {msgFail, "s", ""},
+               {msgFail, "f", "bad "},     {msgInfo, "sf", ""}};
   for (const auto& c : cases) {
     Switch(c.on);
     showmessage("x\n", kNoPeer, c.kind, 0);
     std::string logs;
     for (const std::string name : {"ok", "bad", "all"}) {
-      if (unlink(folder.Path(name + ".log").c_str()) == 0) logs += name + ' ';
+      if (!Taken(name + ".log").empty()) logs += name + ' ';
     }
     EXPECT_EQ(c.logs, logs) << "case " << &c - cases;
   }
+  // A reload amid a request sends the rest of it to the new logs.
+  Switch("v");
+  const TSettingsPin pin;
+  Switch("s");
+  showmessage("x", kNoPeer, msgOk, 0);
+  EXPECT_EQ("", Taken("all.log"));
+  EXPECT_NE("", Taken("ok.log"));
 }
 
 TEST_F(MessagesTest, FormsItsLines) {
@@ -71,7 +79,7 @@ TEST_F(MessagesTest, FormsItsLines) {
     return start + "\t 10.1.2.3\t 100%%\n" + start + "\t qov\t\t code 7\n" + cut.substr(0, 511);
   };
   for (int tries = 0; tries < 5; ++tries) {  // the clock may move on meanwhile
-    unlink(folder.Path("ok.log").c_str());
+    Taken("ok.log");
     const time_t now = time(nullptr);
     testing::internal::CaptureStdout();
     showmessage("100%%\n", peer, msgOk, 0);
@@ -79,23 +87,13 @@ TEST_F(MessagesTest, FormsItsLines) {
     showmessage("%s", kNoPeer, msgOk, 1, std::string(2000, 'x').c_str());
     const std::string console = testing::internal::GetCapturedStdout();
     if (time(nullptr) != now) continue;
-    char clock[32];
-    char stamp[32];
+    char clock[32], stamp[32];
     strftime(clock, sizeof clock, "[qov][%H:%M:%S]", localtime(&now));
     strftime(stamp, sizeof stamp, "[%m/%d/%Y %H:%M:%S]", localtime(&now));
     EXPECT_EQ(lines(clock), console);
-    EXPECT_EQ(lines(stamp), ReadFile(folder.Path("ok.log")));
+    EXPECT_EQ(lines(stamp), Taken("ok.log"));
     return;
   }
-}
-
-TEST_F(MessagesTest, FollowsAReloadAmidARequest) {
-  Switch("v");
-  const TSettingsPin pin;
-  Switch("s");
-  showmessage("x", kNoPeer, msgOk, 0);
-  EXPECT_EQ("", ReadFile(folder.Path("all.log")));
-  EXPECT_NE("", ReadFile(folder.Path("ok.log")));
 }
 
 }  // namespace

