@@ -4,21 +4,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <sstream>
-
 #include "config/settings.h"
 
 namespace {
 
 /// Parses the words; tells the modes, the port and the file on standard error, the faults too.
-void Parse(const std::string& line) {
+void Parse(std::vector<const char*> words) {
   dup2(STDERR_FILENO, STDOUT_FILENO);
-  std::vector<std::string> words = {"qov"};
-  std::istringstream rest(line);
-  for (std::string word; rest >> word;) words.push_back(word);
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  ParseCommandLine(static_cast<int>(argv.size()), argv.data());
+  words.insert(words.begin(), "qov");
+  ParseCommandLine(static_cast<int>(words.size()), const_cast<char**>(words.data()));
   fprintf(stderr, "%u%u%u %d %s", QovSettings.interactive, QovSettings.verbose, QovSettings.debug,
           QovSettings.port, QovSettings.configfile);
   exit(0);
@@ -35,21 +29,21 @@ TEST(CommandLineDeathTest, TakesItsSwitchesInOneOrder) {
   const std::string missing = "Error\nInvalid or missed command line parameter" + usage;
   const std::string port = "Error\nInvalid port number" + usage;
   const std::string longPath(600, 'x');
-  const std::pair<std::string, std::vector<std::string>> cases[] = {
-      {missing, {"", "-i", "-v", "-vd", "-p", "-p 1"}},
-      {port, {"-p 0 f", "-p 65536 f"}},
-      {"000 0 f", {"f", "-d f g"}},
-      {"110 1055 f", {"-i -v -p 1055 f"}},
-      {"111 0 f", {"-i -vd f"}},
-      {"011 0 f", {"-v -vd f"}},
-      {"011 0 -v", {"-vd -v f"}},
-      {"100 0 -d", {"-i -d f"}},
-      {"000 65535 f", {"-p 65535 f"}},
-      {"000 -5 -x", {"-p -5 -x"}},
-      {"000 0 " + longPath.substr(0, 511), {longPath}}};
+  const std::pair<std::string, std::vector<std::vector<const char*>>> cases[] = {
+      {missing, {{}, {"-i"}, {"-v"}, {"-vd"}, {"-p"}, {"-p", "1"}}},
+      {port, {{"-p", "0", "f"}, {"-p", "65536", "f"}}},
+      {"000 0 f", {{"f"}, {"-d", "f", "g"}}},
+      {"110 1055 f", {{"-i", "-v", "-p", "1055", "f"}}},
+      {"111 0 f", {{"-i", "-vd", "f"}}},
+      {"011 0 f", {{"-v", "-vd", "f"}}},
+      {"011 0 -v", {{"-vd", "-v", "f"}}},
+      {"100 0 -d", {{"-i", "-d", "f"}}},
+      {"000 65535 f", {{"-p", "65535", "f"}}},
+      {"000 -5 -x", {{"-p", "-5", "-x"}}},
+      {"000 0 " + longPath.substr(0, 511), {{longPath.c_str()}}}};
   for (const auto& [said, lines] : cases) {
-    for (const std::string& line : lines) {
-      EXPECT_EXIT(Parse(line), testing::ExitedWithCode(said[0] == 'E'), testing::Eq(said)) << line;
+    for (const auto& words : lines) {
+      EXPECT_EXIT(Parse(words), testing::ExitedWithCode(said[0] == 'E'), testing::Eq(said));
     }
   }
 }

@@ -19,14 +19,13 @@ class MessagesTest : public testing::Test {
 
   /// @param on  the switches that are on: s(uccess), f(ails), v(erbose), d(ebug), i(nteractive)
   void Switch(const std::string& on) {
-    const auto is = [&on](char name) { return on.find(name) != std::string::npos ? 1 : 0; };
     ChangeSettings([&](TQovSettings& settings) {
       folder.Path("qov.cfg").copy(settings.configfile, sizeof settings.configfile - 1);
-      settings.logsuccess = is('s');
-      settings.logfails = is('f');
-      settings.verbose = is('v');
-      settings.debug = is('d');
-      settings.interactive = is('i');
+      settings.logsuccess = on.find('s') < on.size();
+      settings.logfails = on.find('f') < on.size();
+      settings.verbose = on.find('v') < on.size();
+      settings.debug = on.find('d') < on.size();
+      settings.interactive = on.find('i') < on.size();
       settings.oklogfile = "ok.log";
       settings.badlogfile = "bad.log";
       settings.verboselogfile = folder.Path("all.log").c_str();
