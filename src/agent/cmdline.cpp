@@ -11,47 +11,17 @@
 namespace {
 
 constexpr char kRule[] = "-------------------------------------------------------------";
-constexpr int kMaxPort = 65535;
-
-constexpr const char* kUsage[] = {
-    " Usage: qov [-d|-i] [-v|-vd] [-p <port>] <cfg_file>",
-    "  -d        - daemon mode (default)",
-    "  -i        - interactive mode",
-    "  -v        - verbose mode",
-    "  -vd       - verbose debugging mode",
-    "  -p <port> - overrides TCP port number specified in cfg_file",
-    "  cfg_file  - obligatory parameter, path to configuration file\n",
-    " Examples:",
-    "  qov -i -v -p 1055 /etc/qov/qov.cfg",
-    "  qov -d ~/qov/qov.cfg\n",
-};
-
-/// Walks the arguments; a missing one ends the process with the usage.
-class TArguments {
- public:
-  TArguments(int argc, char** argv) : argc_(argc), argv_(argv) {}
-
-  const char* Current() const {
-    if (next_ >= argc_) showhelp("Error\nInvalid or missed command line parameter");
-    return argv_[next_];
-  }
-  /// Passes the current argument when it is exactly this switch.
-  bool Accept(const char* name) {
-    if (strcmp(Current(), name) != 0) return false;
-    ++next_;
-    return true;
-  }
-  const char* Take() {
-    const char* argument = Current();
-    ++next_;
-    return argument;
-  }
-
- private:
-  int argc_;
-  char** argv_;
-  int next_ = 1;
-};
+constexpr char kUsage[] =
+    " Usage: qov [-d|-i] [-v|-vd] [-p <port>] <cfg_file>\n"
+    "  -d        - daemon mode (default)\n"
+    "  -i        - interactive mode\n"
+    "  -v        - verbose mode\n"
+    "  -vd       - verbose debugging mode\n"
+    "  -p <port> - overrides TCP port number specified in cfg_file\n"
+    "  cfg_file  - obligatory parameter, path to configuration file\n\n"
+    " Examples:\n"
+    "  qov -i -v -p 1055 /etc/qov/qov.cfg\n"
+    "  qov -d ~/qov/qov.cfg\n";
 
 }  // namespace
 
@@ -66,26 +36,34 @@ void PrintBanner() {
 }
 
 void showhelp(const char* error) {
-  printf("%s\n\n", error);
-  for (const char* line : kUsage) puts(line);
+  printf("%s\n\n%s\n", error, kUsage);
   exit(1);
 }
 
 void ParseCommandLine(int argc, char** argv) {
-  TArguments arguments(argc, argv);
-  if (arguments.Accept("-i")) {
+  int next = 1;
+  const auto current = [&]() -> const char* {
+    if (next >= argc) showhelp("Error\nInvalid or missed command line parameter");
+    return argv[next];
+  };
+  const auto accept = [&](const char* name) {  // passes the argument when it is this switch
+    const bool same = strcmp(current(), name) == 0;
+    if (same) ++next;
+    return same;
+  };
+  if (accept("-i")) {
     QovSettings.interactive = 1;
-  } else if (arguments.Accept("-d")) {
+  } else if (accept("-d")) {
     QovSettings.interactive = 0;
   }
-  if (arguments.Accept("-v")) QovSettings.verbose = 1;
-  if (arguments.Accept("-vd")) QovSettings.verbose = QovSettings.debug = 1;
-  if (arguments.Accept("-p")) {
+  if (accept("-v")) QovSettings.verbose = 1;
+  if (accept("-vd")) QovSettings.verbose = QovSettings.debug = 1;
+  if (accept("-p")) {
     // Deliberate: a negative number passes and is kept as the port.
-    const int port = qovDecodeInt(arguments.Current());
-    if (port == 0 || port > kMaxPort) showhelp("Error\nInvalid port number");
+    const int port = qovDecodeInt(current());
+    if (port == 0 || port > 65535) showhelp("Error\nInvalid port number");
     QovSettings.port = port;
-    arguments.Take();
+    ++next;
   }
-  snprintf(QovSettings.configfile, sizeof QovSettings.configfile, "%s", arguments.Take());
+  snprintf(QovSettings.configfile, sizeof QovSettings.configfile, "%s", current());
 }

@@ -11,10 +11,10 @@
 
 #include "agent/admission.h"
 #include "agent/crash.h"
+#include "agent/daemon.h"
 #include "agent/flags.h"
 #include "agent/image.h"
 #include "agent/listener.h"
-#include "agent/pidfile.h"
 #include "agent/signals.h"
 #include "agent/wake.h"
 #include "checks/process/child.h"

@@ -1,8 +1,7 @@
 #include "agent/dispatch.h"
 
-#include <limits>
+#include <algorithm>
 
-#include "agent/unsupported.h"
 #include "checks/actions.h"
 #include "checks/files/diskfolder.h"
 #include "checks/files/filetests.h"
@@ -19,6 +18,26 @@ namespace {
 constexpr int64_t kMinUpgradeBytes = 101;
 constexpr int64_t kMaxUpgradeBytes = 10485759;
 
+/// Commands that belong to another platform. Deliberate: disks are measured by "TEST-UNC" here, so
+/// "TEST-DiskSpace" is one of them.
+void NotApplicable(QovReply& reply) {
+  reply.SetResult(kResultUnknown) += "Not applicable for UNIX/Linux";
+}
+void ProcessTest_DiskSpace(const VxRequest&, QovReply& reply) { NotApplicable(reply); }
+void ProcessTest_Service(const VxRequest&, QovReply& reply) { NotApplicable(reply); }
+void ProcessTest_NTLog(const VxRequest&, QovReply& reply) { NotApplicable(reply); }
+void ProcessTest_Perf(const VxRequest&, QovReply& reply) { NotApplicable(reply); }
+void ProcessInfo_ServicesList(const VxRequest&, QovReply& reply) { NotApplicable(reply); }
+void ProcessInfo_EventLogFiles(const VxRequest&, QovReply& reply) { NotApplicable(reply); }
+void ProcessInfo_EventLogSources(const VxRequest&, QovReply& reply) { NotApplicable(reply); }
+
+/// Commands that are not there yet.
+void NotImplemented(QovReply& reply) { reply.SetResult(kResultUnknown) += "not implemented yet"; }
+void ProcessTest_Script(const VxRequest&, QovReply& reply) { NotImplemented(reply); }
+void ProcessTest_SNMP(const VxRequest&, QovReply& reply) { NotImplemented(reply); }
+void ProcessTest_Ping(const VxRequest&, QovReply& reply) { NotImplemented(reply); }
+void ProcessInfo_GetDriveList(const VxRequest&, QovReply& reply) { NotImplemented(reply); }
+
 /// What a command works with.
 struct TCall {
   const VxRequest& params;
@@ -29,30 +48,14 @@ struct TCall {
 
 void ReloadConfiguration(const TCall& call) {
   String error;
-  if (LoadOptions(error) != 0) {
-    call.reply.SetResult(kResultDone) += "Ok";
-  } else {
-    call.reply.SetResult(kResultFailed) += error;
-  }
+  const bool loaded = LoadOptions(error) != 0;
+  call.reply.SetResult(loaded ? kResultDone : kResultFailed) += loaded ? "Ok" : error;
 }
 
-void Quit(const TCall& call) {
+template <std::atomic<uint32_t> TQovFlags::*flag>
+void Raise(const TCall& call) {
   call.reply.SetResult(kResultDone) += "Ok";
-  call.flags.terminate = 1;
-}
-
-void ReloadApplication(const TCall& call) {
-  call.reply.SetResult(kResultDone) += "Ok";
-  call.flags.reload = 1;
-}
-
-/// The announced size, saturated; what is not a number is 0.
-int64_t AnnouncedSize(const VxRequest& params) {
-  constexpr double kLimit = 9e18;
-  const double size = qovDecodeInt64(params.GetParam(1, 1));
-  if (size >= kLimit) return std::numeric_limits<int64_t>::max();
-  if (size <= -kLimit) return std::numeric_limits<int64_t>::min();
-  return size == size ? static_cast<int64_t>(size) : 0;
+  call.flags.*flag = 1;
 }
 
 void StartUpgrade(const TCall& call) {
@@ -61,7 +64,8 @@ void StartUpgrade(const TCall& call) {
     call.reply.SetResult(kResultBusy);
     return;
   }
-  upgrade.expectedSize = AnnouncedSize(call.params);
+  const double size = qovDecodeInt64(call.params.GetParam(1, 1));
+  upgrade.expectedSize = size == size ? static_cast<int64_t>(std::clamp(size, -9e18, 9e18)) : 0;
   upgrade.sized = 1;
   if (upgrade.expectedSize < kMinUpgradeBytes || upgrade.expectedSize > kMaxUpgradeBytes) {
     // Deliberate: the claim is kept and the session stays in data mode.
@@ -69,11 +73,8 @@ void StartUpgrade(const TCall& call) {
     return;
   }
   String error;
-  if (DoUpgrading(upgrade, nullptr, 0, error) != 0) {
-    call.reply.SetResult(kResultDone);
-  } else {
-    call.reply.SetResult(kResultFailed) += error;
-  }
+  const bool opened = DoUpgrading(upgrade, nullptr, 0, error) != 0;
+  call.reply.SetResult(opened ? kResultDone : kResultFailed) += error;
 }
 
 /// A check or an action: all it needs is its parameters.
@@ -124,8 +125,8 @@ constexpr TCommand kCommands[] = {
     {"GetSettings", rightManage, Run<GetAgentSettings>},
     {"SetSettings", rightManage, Run<SetAgentSettings>},
     {"ReloadCfg", rightManage, ReloadConfiguration},
-    {"QUIT", rightManage, Quit},
-    {"ReloadApp", rightManage, ReloadApplication},
+    {"QUIT", rightManage, Raise<&TQovFlags::terminate>},
+    {"ReloadApp", rightManage, Raise<&TQovFlags::reload>},
     {"UpgradeCode", rightUpdate, StartUpgrade},
 };
 
@@ -138,38 +139,26 @@ bool HasRight(TRight right, in_addr peer) {
          IPAllowed(peer.s_addr, manage ? settings->manageaddr : settings->updateaddr, fault) != 0;
 }
 
-/// Takes the first line off the request, which leaves the parameters.
-/// @return the line, trimmed
-String TakeName(VxRequest& request) {
-  const int lineEnd = request.Pos('\n');
-  String name = lineEnd != 0 ? request.Copy(1, lineEnd - 1) : request;
-  if (lineEnd != 0) {
-    request.Delete(1, lineEnd);
-  } else {
-    request = "";
-  }
-  return name.Trim();
-}
-
-/// Answers with the bare code and leaves the reason to the agent's logs.
-/// Deliberate: the peer learns the reason from the code only.
-int Reject(QovReply& reply, const char* code) {
-  reply.SetResult(code);
-  return 0;
-}
-
 }  // namespace
 
 int ProcessVxRequest(VxRequest& request, QovReply& reply, TQovFlags& flags, ThreadParams params,
                      UpgradeRec& upgrade) {
+  // Deliberate: the peer learns the reason from the code only, the rest is for the agent's logs.
+  const auto reject = [&reply](const char* code) {
+    reply.SetResult(code);
+    return 0;
+  };
   if (request.Pos('\r') == 0) {
     showmessage("EndOfTransmission signal missed\n", params.address, msgFail, 0);
-    return Reject(reply, kResultIncomplete);
+    return reject(kResultIncomplete);
   }
-  const String name = TakeName(request);
+  const int lineEnd = request.Pos('\n');
+  const int length = lineEnd != 0 ? lineEnd : request.Length();
+  const String name = request.Copy(1, length).Trim();
+  request.Delete(1, length);  // which leaves the parameters
   if (name.Empty()) {
     showmessage("Void request received\n", params.address, msgFail, 0);
-    return Reject(reply, kResultUnknown);
+    return reject(kResultUnknown);
   }
   for (const TCommand& command : kCommands) {
     if (!(name == command.name)) continue;
@@ -181,5 +170,5 @@ int ProcessVxRequest(VxRequest& request, QovReply& reply, TQovFlags& flags, Thre
     return 1;
   }
   showmessage("Unknown command \"%s\"\n", params.address, msgFail, 1, name.CStr());
-  return Reject(reply, kResultUnknown);
+  return reject(kResultUnknown);
 }

@@ -7,20 +7,13 @@
 #include "core/iplib.h"
 #include "core/message.h"
 
-namespace {
-
-constexpr int kListenTries = 3;
-constexpr unsigned kListenPauseSec = 1;
-
-}  // namespace
-
 int Listen(unsigned int& addressLength, String& error) {
   const TSettingsView settings = CurrentSettings();
   const char* host = settings->host.Empty() ? nullptr : settings->host.CStr();
-  for (int i = 0; i < kListenTries; ++i) {
+  for (int i = 0; i < 3; ++i) {
     const int socket = TcpListen(host, settings->port, &addressLength, error);
     if (socket != 0) return socket;
-    sleep(kListenPauseSec);
+    sleep(1);
   }
   return 0;
 }
@@ -33,15 +26,9 @@ bool TListener::Open(String& error) {
   if (socket == 0) return false;
   // A connection that is gone again by the time of the accept must not hold the loop.
   fcntl(socket, F_SETFL, O_NONBLOCK);
-  socket_ = socket;
+  socket_.Reset(socket);
   port_ = port;
   return true;
-}
-
-void TListener::Close() {
-  if (socket_ == -1) return;
-  close(socket_);
-  socket_ = -1;
 }
 
 bool TListener::FollowPort() {

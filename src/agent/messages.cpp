@@ -17,7 +17,6 @@
 namespace {
 
 constexpr int kLineSize = 512;
-
 std::mutex showmutex;
 
 /// The settings are those in force, never the record that a request has pinned: a reload must not
@@ -35,8 +34,7 @@ WriteMessage(const char* format, in_addr address, MsgType kind, int formatted, v
   const time_t now = time(nullptr);
   struct tm local;
   localtime_r(&now, &local);
-  char date[23];
-  char clock[23];
+  char date[23], clock[23];
   strftime(date, sizeof date, "%m/%d/%Y", &local);
   strftime(clock, sizeof clock, "%H:%M:%S", &local);
   char sender[24] = "qov\t";

@@ -24,8 +24,6 @@ namespace {
 
 constexpr int kChunkBytes = 1024;
 constexpr timespec kPoll{0, 500'000};  // 500 microseconds
-constexpr int kMsPerSec = 1000;
-constexpr int kCodeLength = 3;
 
 /// The connection of this thread's session, -1 without one.
 thread_local int openSocket = -1;
@@ -110,17 +108,13 @@ bool TSession::IsIdleTooLong() {
   if (wholePacket_ || now == lastLook_) return false;
   lastLook_ = now;
   const int timeoutMs = CurrentSettings()->timeout;
-  return timeoutMs > 0 && lastChunk_ + timeoutMs / kMsPerSec < now;
+  return timeoutMs > 0 && lastChunk_ + timeoutMs / 1000 < now;
 }
 
 bool TSession::TakeUpgradeData(char* data, int length) {
   DoUpgrading(upgrade_, data, length, upgradeError_);
   if (upgrade_.active != 0) return true;
-  if (upgradeError_.Empty()) {
-    reply_.SetResult(kResultDone);
-  } else {
-    reply_.SetResult(kResultFailed) += upgradeError_;
-  }
+  reply_.SetResult(upgradeError_.Empty() ? kResultDone : kResultFailed) += upgradeError_;
   SendReply();
   return false;
 }
@@ -148,13 +142,10 @@ void TSession::ServeRequest() {
   showmessage("<-- Correct VX request received\n", params_.address, msgInfo, 0);
   reply_.InitPacket(nullptr, request_.SessionCipher());
   const int done = ProcessVxRequest(request_, reply_, raised_, params_, upgrade_);
-  const String code = reply_.Copy(1, kCodeLength);
-  if (done != 0) {
-    showmessage("--> request processed (%s)\n", params_.address, msgInfo, 1, code.CStr());
-  } else {
-    showmessage("--> request rejected or operation failed (%s)\n", params_.address, msgInfo, 1,
-                code.CStr());
-  }
+  const String code = reply_.Copy(1, 3);
+  showmessage(done != 0 ? "--> request processed (%s)\n"
+                        : "--> request rejected or operation failed (%s)\n",
+              params_.address, msgInfo, 1, code.CStr());
   SendReply();
 }
 

@@ -20,18 +20,13 @@ struct TAnswer {
 };
 // A handler's mark would be lost with the image: a request to end ends the process instead, and a
 // hang-up may not, as it would until the new image answers it.
-TAnswer ends[] = {{SIGTERM, &terminate, SIG_DFL, false}, {SIGINT, &terminate, SIG_DFL, false}};
-TAnswer hangUp = {SIGHUP, &reloadcfg, SIG_IGN, false};
+TAnswer answers[] = {{SIGHUP, &reloadcfg, SIG_IGN, false},
+                     {SIGTERM, &terminate, SIG_DFL, false},
+                     {SIGINT, &terminate, SIG_DFL, false}};
 
 void Answer(TAnswer& answer) {
   SetSignal(answer.signal, answer.handler);
   answer.inForce = true;
-}
-
-bool IsIgnored(int signal) {
-  struct sigaction inherited = {};
-  sigaction(signal, nullptr, &inherited);
-  return inherited.sa_handler == SIG_IGN;
 }
 
 }  // namespace
@@ -45,7 +40,7 @@ void SetSignal(int signal, void (*handler)(int)) {
 
 void reloadcfg(int) { reloadMark = true; }
 
-void InstallReloadSignal() { Answer(hangUp); }
+void InstallReloadSignal() { Answer(answers[0]); }
 
 void InstallSignals() {
   sigfillset(&heldMask);
@@ -54,8 +49,10 @@ void InstallSignals() {
     sigdelset(&heldMask, signal);
   }
   pthread_sigmask(SIG_SETMASK, &heldMask, &originalMask);
-  for (TAnswer& answer : ends) {
-    if (!IsIgnored(answer.signal)) Answer(answer);
+  for (TAnswer* answer : {&answers[1], &answers[2]}) {
+    struct sigaction inherited = {};
+    sigaction(answer->signal, nullptr, &inherited);
+    if (inherited.sa_handler != SIG_IGN) Answer(*answer);
   }
   SetSignal(SIGPIPE, SIG_IGN);
   SetSignal(SIGXFSZ, SIG_IGN);  // a log at its size limit loses lines, never the agent
@@ -64,7 +61,7 @@ void InstallSignals() {
 const sigset_t& OriginalSignalMask() { return originalMask; }
 
 void ReleaseSignals() {
-  for (const TAnswer& answer : {ends[0], ends[1], hangUp}) {
+  for (const TAnswer& answer : answers) {
     if (answer.inForce) SetSignal(answer.signal, answer.meanwhile);
   }
   pthread_sigmask(SIG_SETMASK, &originalMask, nullptr);
@@ -72,7 +69,7 @@ void ReleaseSignals() {
 
 void HoldSignals() {
   pthread_sigmask(SIG_SETMASK, &heldMask, nullptr);
-  for (const TAnswer& answer : {ends[0], ends[1], hangUp}) {
+  for (const TAnswer& answer : answers) {
     if (answer.inForce) SetSignal(answer.signal, answer.handler);
   }
 }

@@ -8,7 +8,6 @@
 
 /// Sets what becomes of one signal.
 void SetSignal(int signal, void (*handler)(int));
-
 /// Handler of SIGHUP: asks the main loop to load the configuration file again.
 void reloadcfg(int signal);
 /// Answers SIGHUP from here on; without it SIGHUP keeps its default action.

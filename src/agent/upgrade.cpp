@@ -18,9 +18,6 @@
 
 namespace {
 
-constexpr mode_t kExecutableMode = 0775;
-constexpr int kDigestBytes = 16;
-
 constexpr char kScript[] =
     "#! /bin/sh\n"
     "oldQOV='%s'\n"
@@ -62,22 +59,11 @@ int OpenTempFile(UpgradeRec& rec, String& error) {
   return 1;
 }
 
-int WritePart(UpgradeRec& rec, const char* data, int length, String& error) {
-  const size_t size = static_cast<size_t>(length);
-  if (rec.file == nullptr || fwrite(data, 1, size, rec.file.get()) != size) {
-    rec.file.reset();
-    return Fail(rec, error, "Write error");
-  }
-  MD5Digest(&rec.digest, data, static_cast<unsigned>(length));
-  rec.receivedSize += length;
-  return 1;
-}
-
 /// Closes what was written and makes it executable: by its name, so that a file which is gone by
 /// now is told, and through no link that may have taken its place.
 bool CloseExecutable(TFile& file, const String& path) {
   const bool closed = file != nullptr && fclose(file.release()) == 0;
-  return closed && fchmodat(AT_FDCWD, path.CStr(), kExecutableMode, AT_SYMLINK_NOFOLLOW) == 0;
+  return closed && fchmodat(AT_FDCWD, path.CStr(), 0775, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 bool WriteScript(const String& path, const String& newProgram, String& error) {
@@ -93,13 +79,6 @@ bool WriteScript(const String& path, const String& newProgram, String& error) {
   return executable;
 }
 
-bool IsDigestRight(UpgradeRec& rec, const char* trailer, int length) {
-  unsigned char digest[kDigestBytes];
-  MD5Close(&rec.digest, digest);
-  const String decoded = DecodeData(String(trailer, length), rec.sessionKey);
-  return decoded.Length() == kDigestBytes && memcmp(decoded.Data(), digest, kDigestBytes) == 0;
-}
-
 int Complete(UpgradeRec& rec, const char* trailer, int length, String& error) {
   if (!CloseExecutable(rec.file, rec.tempPath)) {
     // Deliberate: the digest is still checked, and a good one still runs the script.
@@ -107,7 +86,10 @@ int Complete(UpgradeRec& rec, const char* trailer, int length, String& error) {
     DeleteFile(rec.tempPath.CStr());
     rec.ClearanceUpgrade();
   }
-  if (!IsDigestRight(rec, trailer, length)) {
+  unsigned char digest[16];
+  MD5Close(&rec.digest, digest);
+  const String sent = DecodeData(String(trailer, length), rec.sessionKey);
+  if (!(sent == String(reinterpret_cast<const char*>(digest), sizeof digest))) {
     DeleteFile(rec.tempPath.CStr());
     return Fail(rec, error, "Wrong CRC");
   }
@@ -150,7 +132,12 @@ int DoUpgrading(UpgradeRec& rec, char* data, int length, String& error) {
 
   const int64_t missing = std::max<int64_t>(rec.expectedSize - rec.receivedSize, 0);
   const int part = static_cast<int>(std::min<int64_t>(missing, length));
-  if (part > 0 && WritePart(rec, data, part, error) == 0) return 0;
-  if (part < length) return Complete(rec, data + part, length - part, error);
-  return 1;
+  const size_t size = static_cast<size_t>(part);
+  if (part > 0 && (rec.file == nullptr || fwrite(data, 1, size, rec.file.get()) != size)) {
+    rec.file.reset();
+    return Fail(rec, error, "Write error");
+  }
+  MD5Digest(&rec.digest, data, static_cast<unsigned>(part));
+  rec.receivedSize += part;
+  return part < length ? Complete(rec, data + part, length - part, error) : 1;
 }
