@@ -26,8 +26,7 @@ bool Ask(int port, const std::string& packet, int count, std::vector<double>& la
   for (int i = 0; i < count; ++i) {
     const TClock::time_point start = TClock::now();
     TRawPeer peer(port);
-    if (!peer.Connected() || !peer.Send(packet)) return false;
-    if (TAgentProcess::Decode(peer.ReceiveAll()).state != TReplyState::complete) return false;
+    if (!peer.Send(packet) || peer.Reply().state != TReplyState::complete) return false;
     latenciesUs.push_back(MicrosecondsSince(start));
   }
   return true;
@@ -48,7 +47,7 @@ long CpuMs(const TAgentProcess& agent) {
 }
 
 bool Measure(const TAgentProcess& agent, const char* command, int connections, int requests) {
-  const std::string packet = TAgentProcess::Packet(command, {"/"});
+  const std::string packet = Packet(command, {"/"});
   std::vector<std::vector<double>> latencies(static_cast<size_t>(connections));
   std::atomic<bool> good{true};
   const long cpuBefore = CpuMs(agent);
@@ -56,7 +55,7 @@ bool Measure(const TAgentProcess& agent, const char* command, int connections, i
   std::vector<std::thread> clients;
   for (std::vector<double>& own : latencies) {
     clients.emplace_back([&, count = requests / connections] {
-      if (!Ask(agent.Port(), packet, count, own)) good = false;
+      if (!Ask(agent.port, packet, count, own)) good = false;
     });
   }
   for (std::thread& client : clients) client.join();
@@ -86,7 +85,7 @@ int main(int argc, char** argv) {
   TClock::time_point start = TClock::now();
   TAgentOptions options;
   options.config = "logsuccess=0\n";
-  options.switches = {"-d"};
+  options.switches = "-d";
   const TAgentProcess agent(options);
   const bool answered = agent.Ask("GetInfo").code == "200";
   printf("start to first answer: %.1f ms\n", MicrosecondsSince(start) / 1000);

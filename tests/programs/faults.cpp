@@ -1,11 +1,9 @@
 // Loaded into an agent in front of the C library: calls fail, or take their time.
-//   FAULT_THREADS=N                      every Nth start of a thread fails
-//   FAULT_SEND_MS=N, FAULT_RENAME_MS=N   delay every send, the return of every rename
-//   FAULT_LOOKUP_MS=N                    delays every look-up of a name
-//   FAULT_<CALL>="F L E"                 the Fth to the Lth of these calls fail with errno E; for 0
-//                                        they end in a segmentation fault
-//   FAULT_AGE_SEC=N                      the process was started N seconds earlier
-//   FAULT_CIPHER=1, 2                    the cipher, or what follows its check, is wrong
+//   FAULT_<CALL>='F L E'   the Fth to the Lth of these calls fail with errno E; for 0 they end in a
+//                          segmentation fault. FAULT_CIPHER: they give something else; counted
+//                          from the block that the agent checks at its start.
+//   FAULT_SEND_MS=N, FAULT_LOOKUP_MS=N   delay every send, every look-up of a name
+//   FAULT_AGE_SEC=N        the process was started N seconds earlier
 // A pause of a second takes 10 ms.
 
 #include <dlfcn.h>
@@ -27,15 +25,13 @@
 namespace {
 
 /// The number in an environment variable, 0 without one.
-int Number(const char* name) {
+unsigned Number(const char* name) {
   const char* text = getenv(name);
-  return text != nullptr ? atoi(text) : 0;
+  return text != nullptr ? static_cast<unsigned>(atoi(text)) : 0;
 }
 
 bool Fails(const char* name, int call) {
-  int first = 0;
-  int last = 0;
-  int error = 0;
+  int first = 0, last = 0, error = 0;
   const char* text = getenv(name);
   if (text == nullptr || sscanf(text, "%d %d %d", &first, &last, &error) != 3) return false;
   if (call < first || call > last) return false;
@@ -43,75 +39,52 @@ bool Fails(const char* name, int call) {
   info.si_code = SEGV_MAPERR;  // as a fault of the thread itself gives it
   if (error == 0) syscall(SYS_rt_tgsigqueueinfo, getpid(), gettid(), SIGSEGV, &info);
   errno = error;
-  return error != 0;
+  return true;
 }
-
-void PauseMs(int ms) { usleep(static_cast<useconds_t>(ms) * 1000); }
-
-std::atomic<bool> cipherChecked{false};
 
 }  // namespace
 
 #define NEXT(call) \
   static const auto next = reinterpret_cast<decltype(&call)>(dlsym(RTLD_NEXT, #call))
-#define FAILING(name, call, ...)    \
-  NEXT(call);                       \
-  static std::atomic<int> calls{0}; \
-  return Fails(name, ++calls) ? -1 : next(__VA_ARGS__)
+#define FAILING(name, failed, call, ...) \
+  NEXT(call);                            \
+  static std::atomic<int> calls{0};      \
+  return Fails(name, ++calls) ? failed : next(__VA_ARGS__)
 
 extern "C" {
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attr, void* (*run)(void*), void* data) {
-  NEXT(pthread_create);
-  static std::atomic<int> calls{0};
-  const int every = Number("FAULT_THREADS");
-  return every != 0 && ++calls % every == 0 ? EAGAIN : next(thread, attr, run, data);
+  FAILING("FAULT_THREAD", errno, pthread_create, thread, attr, run, data);
 }
 ssize_t send(int socket, const void* bytes, size_t count, int flags) {
-  PauseMs(Number("FAULT_SEND_MS"));
-  FAILING("FAULT_SEND", send, socket, bytes, count, flags);
+  usleep(1000 * Number("FAULT_SEND_MS"));
+  FAILING("FAULT_SEND", -1, send, socket, bytes, count, flags);
 }
-pid_t fork() noexcept { FAILING("FAULT_FORK", fork); }
+pid_t fork() noexcept { FAILING("FAULT_FORK", -1, fork); }
 int bind(int socket, const sockaddr* address, socklen_t length) noexcept {
-  FAILING("FAULT_BIND", bind, socket, address, length);
+  FAILING("FAULT_BIND", -1, bind, socket, address, length);
 }
 int accept4(int socket, sockaddr* address, socklen_t* length, int flags) {
-  FAILING("FAULT_ACCEPT", accept4, socket, address, length, flags);
-}
-int rename(const char* from, const char* to) noexcept {
-  NEXT(rename);
-  const int result = next(from, to);
-  PauseMs(Number("FAULT_RENAME_MS"));
-  return result;
+  FAILING("FAULT_ACCEPT", -1, accept4, socket, address, length, flags);
 }
 int gethostbyname_r(const char* name, hostent* result, char* buf, size_t size, hostent** found,
                     int* error) {
+  usleep(1000 * Number("FAULT_LOOKUP_MS"));
   NEXT(gethostbyname_r);
-  PauseMs(Number("FAULT_LOOKUP_MS"));
   return next(name, result, buf, size, found, error);
 }
-
-unsigned sleep(unsigned seconds) {
-  PauseMs(static_cast<int>(seconds) * 10);
-  return 0;
-}
+unsigned sleep(unsigned seconds) { return static_cast<unsigned>(usleep(seconds * 10000)); }
 time_t time(time_t*) noexcept {
   static std::atomic<bool> started{false};
   timespec now;
   clock_gettime(CLOCK_REALTIME, &now);
   return now.tv_sec - (started.exchange(true) ? 0 : Number("FAULT_AGE_SEC"));
 }
-void nettle_twofish_decrypt(const twofish_ctx* key, size_t size, uint8_t* to, const uint8_t* from) {
-  NEXT(nettle_twofish_decrypt);
-  next(key, size, to, from);
-  if (memcmp(to, "123456789012345", 16) != 0) return;
-  cipherChecked = true;
-  if (Number("FAULT_CIPHER") == 1) to[15] ^= 1;
-}
 void nettle_twofish_encrypt(const twofish_ctx* key, size_t size, uint8_t* to, const uint8_t* from) {
   NEXT(nettle_twofish_encrypt);
-  static std::atomic<uint8_t> noise{0};
+  static std::atomic<int> calls{0};
+  const bool counted = calls != 0 || memcmp(from, "123456789012345", 16) == 0;
   next(key, size, to, from);
-  if (cipherChecked && Number("FAULT_CIPHER") == 2) to[0] ^= ++noise;
+  if (counted && Fails("FAULT_CIPHER", ++calls)) to[0] ^= 1;
 }
 }

@@ -4,7 +4,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "client/vxwire.h"
+#include <algorithm>
 
 namespace {
 
@@ -40,31 +40,32 @@ int FindFreePort() {
   return 0;
 }
 
+std::string Packet(const std::string& command, const std::vector<std::string>& params) {
+  std::string text = command + "\n";
+  for (const std::string& param : params) text += param + "\n";
+  return BuildRequest(kPassword, kSessionKey, text + "\r");
+}
+
 TRawPeer::TRawPeer(int port, const char* source) : socket_(Bind(SOCK_STREAM, TAddress(0, source))) {
   TAddress address(port);
-  connected_ = connect(socket_.Get(), address.Get(), address.size) == 0;
+  if (connect(socket_.Get(), address.Get(), address.size) != 0) socket_.Reset();
 }
 
 bool TRawPeer::Send(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t sent = send(socket_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (sent <= 0) return false;
-    bytes.remove_prefix(static_cast<size_t>(sent));
-  }
-  return true;
+  const ssize_t size = static_cast<ssize_t>(bytes.size());  // a blocking send takes all of it
+  return send(socket_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == size;
 }
 
 std::string TRawPeer::Receive(int limitMs, bool oneReply) {
   std::string all;
   const long long end = NowMs() + limitMs;
-  while (!closed_ && !(oneReply && ReplyBytes(all) <= static_cast<int64_t>(all.size()))) {
-    const long long left = end - NowMs();
+  while (Open() && !(oneReply && ReplyBytes(all) <= static_cast<int64_t>(all.size()))) {
     pollfd wait = {socket_.Get(), POLLIN, 0};
-    if (left <= 0 || poll(&wait, 1, static_cast<int>(left)) <= 0) break;
+    if (poll(&wait, 1, static_cast<int>(std::max(0LL, end - NowMs()))) <= 0) break;
     char buffer[65536];
     const ssize_t got = recv(socket_.Get(), buffer, sizeof buffer, 0);
-    if (got > 0) all.append(buffer, static_cast<size_t>(got));
-    closed_ = got <= 0;
+    if (got <= 0) socket_.Reset();
+    all.append(buffer, static_cast<size_t>(std::max<ssize_t>(got, 0)));
   }
   return all;
 }

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "client/vxwire.h"
 #include "core/owned.h"
 
 /// Milliseconds on the monotonic clock.
@@ -29,25 +30,29 @@ bool Await(TCondition done, int limitMs = 20000) {
 /// A loopback TCP port that nobody listens on at the moment, outside the range of outgoing ports.
 int FindFreePort();
 
-/// A TCP peer of the agent that sends what it is told. Every wait is bounded.
+inline constexpr char kPassword[] = "test password";  ///< of every test agent
+inline constexpr char kSessionKey[] = "session key";
+
+/// The packet of a request to a test agent.
+std::string Packet(const std::string& command, const std::vector<std::string>& params = {});
+
+/// A TCP peer of an agent that sends what it is told. Every wait is bounded.
 class TRawPeer {
  public:
-  /// Connects to 127.0.0.1:port from `source`; see Connected.
+  /// Connects to 127.0.0.1:port from `source`; see Open.
   explicit TRawPeer(int port, const char* source = "127.0.0.1");
-  bool Connected() const { return connected_; }
+  /// False when it could not connect, or once the agent's close was received.
+  bool Open() const { return static_cast<bool>(socket_); }
   bool Send(std::string_view bytes);
-  /// Everything until the agent closes, or until `limitMs` have passed (Closed tells which).
-  std::string ReceiveAll(int limitMs = 10000) { return Receive(limitMs, false); }
-  /// One reply packet, or what came until the agent closed or `limitMs` had passed.
-  std::string ReceiveReply(int limitMs = 10000) { return Receive(limitMs, true); }
-  bool Closed() const { return closed_; }
+  bool Ask(const std::string& command, const std::vector<std::string>& params = {}) {
+    return Send(Packet(command, params));
+  }
+  /// What comes until the agent closes, until `oneReply` is whole, or within `limitMs`.
+  std::string Receive(int limitMs = 20000, bool oneReply = false);
+  TReply Reply(bool one = false) { return DecodeReply(Receive(20000, one), kSessionKey); }
 
  private:
-  std::string Receive(int limitMs, bool oneReply);
-
   TFd socket_;
-  bool connected_ = false;
-  bool closed_ = false;
 };
 
 struct TPeerAnswer {

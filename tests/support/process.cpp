@@ -1,6 +1,5 @@
 #include "support/process.h"
 
-#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -8,28 +7,12 @@
 
 namespace fs = std::filesystem;
 
-/// The texts as system calls take them.
-static std::vector<char*> Pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  for (std::string& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
-}
-
-TProcess::TProcess(std::vector<std::string> words, std::vector<std::string> environment,
-                   const std::string& output) {
-  for (char** own = environ; *own != nullptr; ++own) environment.push_back(*own);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_APPEND,
-                                   0600);
-  posix_spawn_file_actions_adddup2(&actions, 1, 2);
-  if (posix_spawn(&pid_, words[0].c_str(), &actions, nullptr, Pointers(words).data(),
-                  Pointers(environment).data()) != 0) {
+TProcess::TProcess(const std::string& line) {
+  const std::string all = "exec </dev/null; " + line;
+  const char* const words[] = {"sh", "-c", all.c_str(), nullptr};
+  if (posix_spawn(&pid_, "/bin/sh", nullptr, nullptr, const_cast<char**>(words), environ) != 0) {
     pid_ = -1;
   }
-  posix_spawn_file_actions_destroy(&actions);
 }
 
 TProcess::~TProcess() {
@@ -40,9 +23,11 @@ TProcess::~TProcess() {
 int TProcess::Wait(int limitMs) {
   int status = 0;
   const auto ended = [&] { return waitpid(pid_, &status, WNOHANG) == pid_; };
-  if (pid_ <= 0 || !Await(ended, limitMs)) return -1;
-  pid_ = -1;
-  return WIFSIGNALED(status) ? 1000 + WTERMSIG(status) : WEXITSTATUS(status);
+  if (pid_ > 0 && Await(ended, limitMs)) {
+    pid_ = -1;
+    status_ = WIFSIGNALED(status) ? 1000 + WTERMSIG(status) : WEXITSTATUS(status);
+  }
+  return status_;
 }
 
 std::string Named(const TReply& reply, const std::string& name) {
@@ -52,39 +37,38 @@ std::string Named(const TReply& reply, const std::string& name) {
   return "(none)";
 }
 
-TAgentProcess::TAgentProcess(const TAgentOptions& options) {
+std::string TAgentProcess::Prepare(const TAgentOptions& options) const {
+  folder.File("qov", "#!/bin/sh\nexec " QOV_AGENT " \"$@\"\n");
+  fs::permissions(program, fs::perms::owner_all);
   WriteConfig(options.config);
-  std::vector<std::string> words = options.switches;
-  words.insert(words.begin(), options.program.empty() ? QOV_AGENT : options.program);
-  words.push_back(ConfigPath());
   // Reports of a sanitizer go to files, which the destructor looks for: a detached agent has no
   // console.
-  const std::string log = ":log_path=" + folder_.Path("sanitizer");
-  std::vector<std::string> environment = options.environment;
-  environment.push_back("ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0" + log);
-  environment.push_back("UBSAN_OPTIONS=print_stacktrace=1" + log);
-  environment.push_back("TSAN_OPTIONS=halt_on_error=1" + log);
-  started_.emplace(words, environment, folder_.Path("console"));
-  pid_ = started_->Pid();
-  if (!options.waitForListening) return;
-  if (std::count(words.begin(), words.end(), "-i") != 0) {
-    WaitFor("Listening...");
-  } else {
-    Wait();
-    WaitFor("\n", 1, "pid");
-    pid_ = atoi(ReadFile("pid").c_str());
-  }
+  const std::string log = ":log_path=" + folder.Path("sanitizer");
+  return "exec >" + folder.Path("console") +
+         " 2>&1 env ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0" + log +
+         " UBSAN_OPTIONS=print_stacktrace=1" + log + " TSAN_OPTIONS=halt_on_error=1" + log +
+         (options.faults.empty() ? " " : " LD_PRELOAD=" QOV_FAULTS " " + options.faults) +
+         " " QOV_AGENT " " + options.switches + " " + configPath;
+}
+
+TAgentProcess::TAgentProcess(const TAgentOptions& options) : process_(Prepare(options)) {
+  Await([&] {
+    return process_.Wait(0) != -1 || ReadFile("console").find("Listening...") != std::string::npos;
+  });
+  pid_ = process_.Pid();
+  if (process_.Wait(0) != 0) return;
+  for (const pid_t pid : Running()) pid_ = pid;  // detached
+  if (pid_ != -1) Await([&] { return Ask("GetInfo").code == "200"; });
 }
 
 TAgentProcess::~TAgentProcess() {
-  started_.reset();
-  // What the agent became: a detached process, or the one that an upgrade started.
+  // Those that it became, too: a detached process, or the one that an upgrade started.
   Await([this] {
     const std::vector<pid_t> left = Running();
     for (const pid_t pid : left) kill(pid, SIGKILL);
     return left.empty();
   });
-  for (const auto& entry : fs::directory_iterator(folder_.Path())) {
+  for (const auto& entry : fs::directory_iterator(folder.Path())) {
     const std::string name = entry.path().filename();
     if (name.rfind("sanitizer", 0) == 0) ADD_FAILURE() << ReadFile(name);
   }
@@ -95,19 +79,19 @@ std::vector<pid_t> TAgentProcess::Running() const {
   for (const auto& entry : fs::directory_iterator("/proc")) {
     const pid_t pid = atoi(entry.path().filename().c_str());
     const std::string words = pid > 1 ? ::ReadFile(entry.path() / "cmdline") : "";
-    if (words.find(ConfigPath()) != std::string::npos) found.push_back(pid);
+    if (words.find(configPath) != std::string::npos) found.push_back(pid);
   }
   return found;
 }
 
 void TAgentProcess::WriteConfig(const std::string& config) const {
   // Put in place whole: an agent may be loading it.
-  const std::string fresh = folder_.File(
-      "qov.cfg.fresh", "host=127.0.0.1\nport=" + std::to_string(port_) + "\npassword=" + kPassword +
-                           "\nqovpath=" QOV_AGENT "\ntmpdir=" + folder_.Folder("tmp") +
-                           "\npidfile=" + folder_.Path("pid") +
+  const std::string fresh = folder.File(
+      "qov.cfg.fresh", "host=127.0.0.1\nport=" + std::to_string(port) + "\npassword=" + kPassword +
+                           "\nqovpath=" + program + "\ntmpdir=" + folder.Folder("tmp") +
+                           "\npidfile=" + folder.Path("pid") +
                            "\nfilterlist=127.0.0.1\nfiltermarks=1\nlogsuccess=1\n" + config);
-  fs::rename(fresh, ConfigPath());
+  fs::rename(fresh, configPath);
 }
 
 bool TAgentProcess::WaitFor(const std::string& text, int times, const char* file) const {
@@ -119,38 +103,16 @@ bool TAgentProcess::WaitFor(const std::string& text, int times, const char* file
   });
 }
 
-bool TAgentProcess::WaitForPort(bool open) const {
-  return Await([&] { return TRawPeer(port_).Connected() == open; });
-}
-
 int TAgentProcess::Wait(int limitMs) {
-  const int status = started_->Wait(limitMs);
+  const int status = process_.Wait(limitMs);
   if (status != -1) pid_ = -1;
   return status;
 }
 
-bool TAgentProcess::FindServer(const std::string& program) {
-  return Await([&] {
-    for (const pid_t pid : Running()) {
-      std::error_code error;
-      pid_ = pid;
-      if (fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", error) == program) return true;
-    }
-    return false;
-  });
-}
-
-std::string TAgentProcess::Packet(const std::string& command,
-                                  const std::vector<std::string>& params) {
-  std::string text = command + "\n";
-  for (const std::string& param : params) text += param + "\n";
-  return BuildRequest(kPassword, kSessionKey, text + "\r");
-}
-
 TReply TAgentProcess::Ask(const std::string& command,
                           const std::vector<std::string>& params) const {
-  TRawPeer peer(port_);
-  return peer.Send(Packet(command, params)) ? Decode(peer.ReceiveAll(20000)) : TReply();
+  TRawPeer peer(port);
+  return peer.Ask(command, params) ? peer.Reply() : TReply();
 }
 
 int TAgentProcess::CountDescriptors() const {
@@ -158,5 +120,3 @@ int TAgentProcess::CountDescriptors() const {
   const fs::directory_iterator list("/proc/" + std::to_string(pid_) + "/fd", error);
   return static_cast<int>(std::distance(begin(list), end(list)));
 }
-
-int Repeats(int brief, int full) { return getenv("QOV_STRESS") != nullptr ? full : brief; }

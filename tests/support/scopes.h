@@ -3,10 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
+#include <sstream>
 
 #include "config/settings.h"
 #include "config/tempfolder.h"
@@ -23,30 +22,49 @@ struct TScope {
 /// A folder of its own, removed with everything in it at the end. Its path has no '/' at the end.
 class TTempDir : TScope {
  public:
-  TTempDir();
-  ~TTempDir();
+  TTempDir() { EXPECT_NE(nullptr, mkdtemp(path_.data())) << path_; }
+  ~TTempDir() {
+    std::error_code error;
+    std::filesystem::remove_all(path_, error);
+  }
   const std::string& Path() const { return path_; }
   /// Full path of `name` in the folder; nothing is created.
   std::string Path(std::string_view name) const { return path_ + '/' + std::string(name); }
   /// Writes a file, making the folders of `name` where they are missing; returns its full path.
-  std::string File(std::string_view name, std::string_view content = "") const;
+  std::string File(std::string_view name, std::string_view content = "") const {
+    std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
+    std::ofstream(Path(name), std::ios::binary) << content;
+    return Path(name);
+  }
   /// Makes a folder and those above it; returns its full path.
-  std::string Folder(std::string_view name) const;
+  std::string Folder(std::string_view name) const {
+    std::filesystem::create_directories(Path(name));
+    return Path(name);
+  }
 
  private:
-  std::string path_;
+  std::string path_ = std::filesystem::temp_directory_path() / "qovtest-XXXXXX";
 };
 
-/// The whole content of a file, "" when it cannot be read.
-std::string ReadFile(const std::string& path);
+/// The whole content of a file, "" when it cannot be read; of one in /proc, what could be read.
+inline std::string ReadFile(const std::string& path) {
+  std::ostringstream content;
+  content << std::ifstream(path, std::ios::binary).rdbuf();
+  return content.str();
+}
 
 /// Sets an environment variable (null: unsets it) and restores it at the end.
 class TEnvironment : TScope {
  public:
-  TEnvironment(const char* name, const char* value);
-  ~TEnvironment();
+  TEnvironment(const char* name, const char* value) : name_(name) {
+    if (const char* former = getenv(name)) former_ = former;
+    Set(value);
+  }
+  ~TEnvironment() { Set(former_ ? former_->c_str() : nullptr); }
 
  private:
+  void Set(const char* value) { value == nullptr ? unsetenv(name_) : setenv(name_, value, 1); }
+
   const char* const name_;
   std::optional<std::string> former_;
 };
@@ -61,21 +79,25 @@ class TWorkingFolder : TScope {
   const std::filesystem::path former_ = std::filesystem::current_path();
 };
 
-/// Collects every message while it lives, then restores the former receiver. One at a time.
+/// Collects the texts of all messages while it lives, then restores the former receiver. One at a
+/// time, for messages of one thread.
 class TMessageCapture : TScope {
  public:
-  struct TMessage {
-    std::string text;
-    MsgType kind;
-  };
-  TMessageCapture();
+  TMessageCapture() { texts_.clear(); }
   ~TMessageCapture() { SetMessageSink(former_); }
-  std::vector<TMessage> Messages() const;
-  /// All texts, one behind the other.
-  std::string Texts() const;
+  /// One behind the other.
+  const std::string& Texts() const { return texts_; }
 
  private:
-  const TMessageSink former_;
+  static void __attribute__((format(printf, 1, 0)))
+  Take(const char* format, in_addr, MsgType, int formatted, va_list args) {
+    char text[1024];
+    if (formatted != 0) vsnprintf(text, sizeof text, format, args);
+    texts_ += formatted != 0 ? text : format;
+  }
+
+  static inline std::string texts_;
+  const TMessageSink former_ = SetMessageSink(&Take);
 };
 
 /// A folder with a configuration file, in the state of a fresh process.
@@ -88,11 +110,29 @@ class TSettingsTest : public testing::Test {
   }
 
   /// A record whose file holds `text`, not loaded.
-  TQovSettings Named(const std::string& text) const;
-  TQovSettings Loaded(const std::string& text);
-  std::string File(const char* name = "qov.cfg") const { return ReadFile(folder.Path(name)); }
+  TQovSettings Named(const std::string& text) const {
+    TQovSettings record;
+    folder.File("qov.cfg", text).copy(record.configfile, sizeof record.configfile - 1);
+    return record;
+  }
+  TQovSettings Loaded(const std::string& text) {
+    TQovSettings record = Named(text);
+    result = record.LoadOptions_(err);
+    return record;
+  }
+  std::string File() const { return ReadFile(path); }
   /// The values of the keys, a blank behind each.
-  static std::string Values(const TQovSettings& record, std::initializer_list<const char*> keys);
+  static std::string Values(const TQovSettings& record, std::initializer_list<const char*> keys) {
+    std::string values;
+    for (const std::string name : keys) {
+      for (const auto& [key, form, field, preset, saved] : kSettingKeys) {
+        if (name != key) continue;
+        values += field.text ? ToStd(record.*field.text) : std::to_string(record.*field.number);
+      }
+      values += ' ';
+    }
+    return values;
+  }
 
   TTempDir folder;
   const std::string path = folder.Path("qov.cfg");

@@ -41,8 +41,7 @@ class ClientTest : public testing::Test {
     EXPECT_EQ("200", agent.Ask("ReloadCfg").code);
   }
   TRun Run(const std::string& line) const {
-    TProcess shell({"/bin/sh", "-c", names + "exec >$F/out 2>$F/err; exec " + line}, {},
-                   "/dev/null");
+    TProcess shell(names + "exec >$F/out 2>$F/err; exec " + line);
     const int status = shell.Wait();
     return {status, ReadFile(files.Path("out")), ReadFile(files.Path("err"))};
   }
@@ -63,10 +62,10 @@ class ClientTest : public testing::Test {
   const TPeer tcp{TPeer::kTcp, {.text = "220 ready"}}, udp{TPeer::kUdp, {.text = "pong"}};
   const TPeer mute{TPeer::kTcp};
   const std::string names =
-      "F=" + files.Path() + " CFG=" + agent.ConfigPath() +
-      " Q=" QOV_CLIENT " P=$(dirname " QOV_CLIENT ")/check_qov PORT=" +
-      std::to_string(agent.Port()) + " FREE=" + std::to_string(FindFreePort()) +
-      " TCP='127.0.0.1 " + Port(tcp) + "' UDP=" + Port(udp) + " MUTE=" + Port(mute) +
+      "F=" + files.Path() + " CFG=" + agent.configPath +
+      " Q=" QOV_CLIENT " P=$(dirname " QOV_CLIENT ")/check_qov PORT=" + std::to_string(agent.port) +
+      " FREE=" + std::to_string(FindFreePort()) + " TCP='127.0.0.1 " + Port(tcp) +
+      "' UDP=" + Port(udp) + " MUTE=" + Port(mute) +
       "; W=\"--password-file $F/wrong\" A=\"$Q --config $CFG\" C=\"$P --config $CFG\"; ";
 };
 
@@ -104,7 +103,7 @@ TEST_F(ClientTest, EverySubcommandGetsItsAnswer) {
       {"$A syslog 127.0.0.1 hello --syslog-port $UDP", 0, "has been sent\n"},
       {"$A info", 0, "AgentVersion "},
       {"$A settings", 0, "Password           ********\n"},
-      {"$A settings --show-password", 0, TAgentProcess::kPassword},
+      {"$A settings --show-password", 0, kPassword},
       {"$A raw TEST-UNC /", 0, "200  done\n"},
       {"$A raw nonsense -p --x", 6, "500  unknown command"},
       {"$A GetInfo", 0, "\nAgentVersion="},

@@ -1,123 +1,79 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-
-#include <filesystem>
 
 #include "built.h"
 #include "support/process.h"
 
+namespace fs = std::filesystem;
 using testing::HasSubstr;
 
 namespace {
 
-/// What makes an agent's calls fail; see programs/faults.cpp.
-std::vector<std::string> Faults(std::vector<std::string> faults) {
-  faults.push_back(std::string("LD_PRELOAD=") + QOV_FAULTS);
-  return faults;
-}
-
-TEST(ControlTest, LoadsTheFileAgainOnHangup) {
-  TAgentProcess agent({.switches = {"-d", "-v"}});
-  agent.WriteConfig("comment=second\nport=1\n");
-  ASSERT_TRUE(agent.Signal(SIGHUP));
-  EXPECT_TRUE(Await([&] { return agent.Info("Comment") == "second"; }));  // on the old port
-
-  agent.WriteConfig("comment=third\n");
-  EXPECT_EQ("200\nOk\n\r", agent.Ask("ReloadCfg").text);
-  EXPECT_EQ("third", agent.Info("Comment"));
-
-  agent.WriteConfig("comment=fourth\nqovpath=\n");
-  EXPECT_EQ("300\n  Full path to the agent is not specified!\n\r", agent.Ask("ReloadCfg").text);
-  EXPECT_EQ("fourth", agent.Info("Comment"));  // a failed load leaves what the file set
-}
-
-TEST(ControlTest, SwitchesThePortAndFallsBack) {
+TEST(ControlTest, RestartsAsItWasStarted) {
+  const sighandler_t former = signal(SIGINT, SIG_IGN);
   const TAgentProcess agent;
-  const TAgentProcess other;
-  const int port = FindFreePort();
-  EXPECT_EQ("200", agent.Ask("SetSettings", {"Port=" + std::to_string(port)}).code);
-  ASSERT_TRUE(agent.WaitFor("Server port switching .. Ok\n"));
-  EXPECT_TRUE(agent.WaitForPort(false));
-  TRawPeer peer(port);
-  ASSERT_TRUE(
-      peer.Send(TAgentProcess::Packet("SetSettings", {"Port=" + std::to_string(other.Port())})));
-  EXPECT_EQ("200", TAgentProcess::Decode(peer.ReceiveAll()).code);
-  ASSERT_TRUE(agent.WaitFor("Error: cannot open new port for listening\n"));
-  ASSERT_TRUE(agent.WaitFor("Return to original port\n"));
-  TRawPeer again(port);
-  ASSERT_TRUE(again.Send(TAgentProcess::Packet("GetInfo")));
-  EXPECT_EQ(std::to_string(port), Named(TAgentProcess::Decode(again.ReceiveAll()), "Port"));
-
-  TAgentProcess without({.environment = Faults({"FAULT_BIND=3 99 98"})});
-  EXPECT_EQ("200", without.Ask("SetSettings", {"Port=" + std::to_string(FindFreePort())}).code);
-  EXPECT_EQ(4, without.Wait());
-  EXPECT_THAT(without.Console(), HasSubstr("Cannot open original port either. Terminating\n"));
-}
-
-TEST(ControlTest, EndsOnRequestAfterTheReply) {
-  TAgentProcess agent({.environment = Faults({"FAULT_SEND_MS=1500"})});  // longer than a slice
-  EXPECT_EQ("200\nOk\n\r", agent.Ask("QUIT").text);
-  EXPECT_EQ(0, agent.Wait());
-  EXPECT_THAT(agent.Console(), HasSubstr("Terminate request received. Terminating..\n"));
-}
-
-TEST(ControlTest, RestartsUnderTheSameProcessId) {
-  TAgentProcess agent;
-  const auto start = [process = "/proc/" + std::to_string(agent.Pid())] {
-    return ReadFile(process + "/cmdline") + ReadFile(process + "/environ");
+  signal(SIGINT, former);
+  fs::copy_file(QOV_AGENT, agent.program, fs::copy_options::overwrite_existing);
+  const auto process = [&](const char* file) {
+    return ReadFile("/proc/" + std::to_string(agent.Pid()) + file);
   };
-  const std::string first = start();
-  for (int i = 2; i <= 3; ++i) {
+  const std::string start = process("/cmdline") + process("/environ");
+  for (int image = 1; image <= 3; ++image) {
+    EXPECT_EQ(start, process("/cmdline") + process("/environ"));
+    const std::string status = process("/status");
+    const auto ignored = strtoull(&status[status.find("SigIgn:") + 7], nullptr, 16);
+    for (const int signal : {SIGINT, SIGPIPE, SIGXFSZ, SIGTERM}) {
+      EXPECT_EQ(signal != SIGTERM, ignored >> (signal - 1) & 1) << signal;
+    }
+    // A program that is being written is waited for; open for that once it does not run itself.
+    TFd writer(open(agent.program.c_str(), O_WRONLY | O_CLOEXEC));
     EXPECT_EQ("200\nOk\n\r", agent.Ask("ReloadApp").text);
-    ASSERT_TRUE(agent.WaitFor("Listening...\n", i));
-    EXPECT_EQ(first, start());
+    ASSERT_TRUE(agent.WaitFor("Reload request received. Executing..\n", image));
+    usleep(100000);
+    writer.Reset();
+    ASSERT_TRUE(agent.WaitFor("Listening...\n", image + 1));
   }
 }
 
 TEST(ControlTest, LivesOnWhenTheNewImageCannotStart) {
-  TAgentProcess agent({.switches = {"-d", "-v"}});
-  agent.WriteConfig("timeout=-1\nqovpath=" + agent.Folder().File("program", "none") + "\n");
-  ASSERT_EQ("200", agent.Ask("ReloadCfg").code);
-  TRawPeer idle(agent.Port());
-  TRawPeer busy(agent.Port());
-  const std::string done = agent.Folder().Path("done");
-  ASSERT_TRUE(busy.Send(TAgentProcess::Packet(
-      "TEST-ShellScript",
-      {"/bin/sh %script%", "until [ -f " + done + " ]; do sleep 0.1; done; echo fine", "", "60",
-       "1"})));
-  const std::filesystem::path temp = agent.Folder().Path("tmp");
-  ASSERT_TRUE(Await([&] {
-    return std::distance(std::filesystem::directory_iterator(temp), {}) == 2;
-  })) << "script and output";
-  EXPECT_EQ("200", agent.Ask("ReloadApp").code);
+  // What asks for it is a session that crashes in its reply, the second one of this agent.
+  TAgentProcess agent({.config = "timeout=-1\n",
+                       .switches = "-d -v",
+                       .faults = "FAULT_AGE_SEC=181 FAULT_SEND='2 2 0'"});
+  fs::remove(agent.program);
+  const auto files = [temp = agent.folder.Folder("tmp")] {
+    return std::distance(fs::directory_iterator(temp), {});
+  };
+  std::vector<TRawPeer> peers;
+  const std::string script = "until [ -f " + agent.folder.Path("done") + " ]; do sleep 0.1; done\n";
+  for (const std::string end : {"echo fine", "exec sleep 5"}) {
+    EXPECT_TRUE(peers.emplace_back(agent.port)
+                    .Ask("TEST-ShellScript",
+                         {"/bin/sh %script%", EncodeText(script + end), "", "60", "1"}));
+  }
+  ASSERT_TRUE(Await([&] { return files() == 4; })) << "scripts and outputs";
+  TRawPeer idle(agent.port), crashing(agent.port);
+  ASSERT_TRUE(crashing.Ask("GetInfo"));
+  EXPECT_EQ("", crashing.Receive());
+  EXPECT_FALSE(crashing.Open());
   const char* log = "log2.txt";
+  ASSERT_TRUE(agent.WaitFor("Restarting..\n", 1, log));
   ASSERT_TRUE(agent.WaitFor("Error: cannot start new instance\n", 1, log));
   EXPECT_TRUE(agent.WaitForPort(false));  // the listening socket stays closed, the pid file gone
-  EXPECT_FALSE(std::filesystem::exists(agent.Folder().Path("pid")));
-  usleep(2500000);
-  const std::string messages = agent.ReadFile(log);
-  EXPECT_EQ(messages.find("cannot start"), messages.rfind("cannot start"));  // tried once
-  // No session is the worse for it.
-  agent.Folder().File("done");
-  EXPECT_EQ("fine", TAgentProcess::Decode(busy.ReceiveAll()).values.at(0));
-  ASSERT_TRUE(idle.Send(TAgentProcess::Packet("QUIT")));
-  EXPECT_EQ("200", TAgentProcess::Decode(idle.ReceiveAll()).code);
-}
+  EXPECT_FALSE(fs::exists(agent.folder.Path("pid")));
 
-TEST(ControlTest, WaitsForAProgramThatIsBusy) {
-  TAgentProcess agent;
-  const std::string program = agent.Folder().Path("program");
-  std::filesystem::copy_file(QOV_AGENT, program);
-  agent.WriteConfig("qovpath=" + program + "\n");
-  ASSERT_EQ("200", agent.Ask("ReloadCfg").code);
-  TFd writer(open(program.c_str(), O_WRONLY | O_CLOEXEC));
-  EXPECT_EQ("200", agent.Ask("ReloadApp").code);
-  ASSERT_TRUE(agent.WaitFor("Reload request received. Executing..\n"));
-  usleep(200000);
-  writer.Reset();
-  EXPECT_TRUE(agent.WaitFor("Listening...\n", 2));
+  // No session is the worse for it, and the agent does not try again.
+  agent.port = FindFreePort();
+  ASSERT_TRUE(idle.Ask("SetSettings", {"Port=" + std::to_string(agent.port)}));
+  EXPECT_EQ("200", idle.Reply().code);
+  ASSERT_TRUE(agent.WaitFor("Server port switching .. Ok\n", 1, "log1.txt"));
+  const std::string messages = agent.ReadFile(log);
+  EXPECT_EQ(messages.find("cannot start"), messages.rfind("cannot start"));
+  agent.folder.File("done");
+  EXPECT_EQ("fine", peers[0].Reply().values.at(0));
+  EXPECT_TRUE(Await([&] { return agent.Info("ActiveConnections") == "2"; }));
+  EXPECT_EQ("200", agent.Ask("QUIT").code);
+  EXPECT_TRUE(Await([&] { return files() == 0; }));
 }
 
 TEST(ControlTest, AnswersSignals) {
@@ -139,34 +95,106 @@ TEST(ControlTest, AnswersSignals) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.signal << " at " << c.age);
-    TAgentProcess agent(
-        {.environment = Faults({std::string("FAULT_AGE_SEC=") + c.age,
-                                c.signal == 0 ? "FAULT_ACCEPT=1 1 0" : "FAULT_NONE="})});
-    c.signal == 0 ? void(TRawPeer(agent.Port())) : void(agent.Signal(c.signal));
-    if (c.status == -1) {
-      EXPECT_TRUE(agent.WaitFor("Listening...\n", 2));
-      EXPECT_EQ(-1, agent.Wait(0));
-    } else {
-      EXPECT_EQ(c.status, agent.Wait());
-    }
-    EXPECT_THAT(agent.Console(), HasSubstr(c.text));
+    TAgentProcess agent({.faults = std::string(c.signal == 0 ? "FAULT_ACCEPT='1 1 0' " : "") +
+                                   "FAULT_AGE_SEC=" + c.age});
+    c.signal == 0 ? void(TRawPeer(agent.port)) : void(agent.Signal(c.signal));
+    EXPECT_TRUE(c.status != -1 || agent.WaitFor("Listening...\n", 2));
+    EXPECT_EQ(c.status, agent.Wait(c.status == -1 ? 0 : 20000));
+    EXPECT_THAT(agent.ReadFile("console"), HasSubstr(c.text));
   }
 }
 
-TEST(ControlTest, DropsTheSessionThatCrashed) {
-  TAgentProcess agent(
-      {.config = "timeout=-1\n", .environment = Faults({"FAULT_AGE_SEC=181", "FAULT_SEND=2 2 0"})});
-  agent.WriteConfig("qovpath=" + agent.Folder().File("program", "none") + "\n");
-  EXPECT_EQ("200", agent.Ask("ReloadCfg").code);
-  TRawPeer idle(agent.Port());
-  TRawPeer crashing(agent.Port());
-  ASSERT_TRUE(crashing.Send(TAgentProcess::Packet("GetInfo")));
-  EXPECT_EQ("", crashing.ReceiveAll());
-  EXPECT_TRUE(crashing.Closed());
-  ASSERT_TRUE(agent.WaitFor("Restarting..\n"));
-  ASSERT_TRUE(agent.WaitFor("Error: cannot start new instance\n"));
-  ASSERT_TRUE(idle.Send(TAgentProcess::Packet("GetInfo")));
-  EXPECT_EQ("1", Named(TAgentProcess::Decode(idle.ReceiveAll()), "ActiveConnections"));
+TEST(StressTest, ChangesItsPortAndRestartsWithIdlePeersConnected) {
+  constexpr int kIdlePeers = 20;
+  // Of an image's calls, two are of its start, three for the port that is taken, one for the
+  // return.
+  TAgentProcess agent({.config = "timeout=-1\n", .faults = "FAULT_BIND='7 99 98'"});
+  const auto move = [&](int port) {
+    return agent.Ask("SetSettings", {"Port=" + std::to_string(port)}).code == "200";
+  };
+  const int descriptors = agent.CountDescriptors();
+  for (int i = 1; i <= Repeats(2, 50); ++i) {
+    std::vector<TRawPeer> idle;
+    for (int j = 0; j < kIdlePeers; ++j) idle.emplace_back(agent.port);
+    const int port = FindFreePort();
+    ASSERT_TRUE(move(port));
+    ASSERT_TRUE(agent.WaitFor("Server port switching .. Ok\n", i));
+    EXPECT_TRUE(agent.WaitForPort(false));
+    agent.port = port;
+    ASSERT_TRUE(
+        Await([&] { return agent.Info("ActiveConnections") == std::to_string(kIdlePeers + 1); }));
+    ASSERT_EQ("200", agent.Ask("ReloadApp").code);
+    for (TRawPeer& peer : idle) {
+      EXPECT_EQ("", peer.Receive());
+      ASSERT_FALSE(peer.Open()) << i;
+    }
+    ASSERT_TRUE(Await([&] { return agent.CountDescriptors() == descriptors; }, 5000)) << i;
+  }
+  const TLoopbackPeer taken(TLoopbackPeer::kTcp);
+  ASSERT_TRUE(move(taken.Port()));
+  ASSERT_TRUE(agent.WaitFor("Error: cannot open new port for listening\n"));
+  ASSERT_TRUE(agent.WaitFor("Return to original port\n"));
+  EXPECT_EQ(std::to_string(agent.port), agent.Info("Port"));
+  ASSERT_TRUE(move(FindFreePort()));
+  EXPECT_EQ(4, agent.Wait());
+  EXPECT_THAT(agent.ReadFile("console"),
+              HasSubstr("Cannot open original port either. Terminating\n"));
+}
+
+/// The shell line by which the client has the agent run another version.
+std::string Upgrade(const TAgentProcess& agent) {
+  return "exec " QOV_CLIENT " --config " + agent.configPath + " upgrade " QOV_NEXT " >/dev/null";
+}
+
+TEST(UpgradeTest, RunsTheNewProgramOnceItsReplyIsOut) {
+  for (const std::string mode : {"-i", "-d"}) {
+    SCOPED_TRACE(mode);
+    TAgentProcess agent({.switches = mode + " -vd", .faults = "FAULT_SEND_MS=300"});
+    const std::string script = agent.folder.Path("tmp/qovupd__.sh");
+    TProcess client(Upgrade(agent));
+    // Other sessions end, and another one asks for an upgrade, while the last reply is under way.
+    std::vector<TRawPeer> others;
+    EXPECT_TRUE(Await([&] {
+      others.emplace_back(agent.port).Ask("GetInfo");
+      return fs::exists(script);
+    }));
+    others.emplace_back(agent.port).Ask("UpgradeCode", {"1000"});
+    EXPECT_EQ(0, client.Wait());
+    ASSERT_TRUE(Await([&] { return agent.Info("AgentVersion") == "1.29next"; }));
+    EXPECT_TRUE(ReadFile(QOV_NEXT) == ReadFile(agent.program));
+    EXPECT_TRUE(mode == "-i" ? agent.WaitFor("srec.size", 2) : agent.WaitFor("\n", 1, "pid"));
+    EXPECT_FALSE(fs::exists(agent.folder.Path("tmp/qov__.upd")));
+    EXPECT_EQ("200", agent.Ask("QUIT").code);
+    // A script that started an agent in the foreground ends after it.
+    EXPECT_TRUE(Await([&] { return !fs::exists(script); }));
+  }
+}
+
+TEST(UpgradeTest, GivesItsClaimBackWhenTheScriptCannotStart) {
+  const TAgentProcess agent({.config = "timeout=-1\n", .faults = "FAULT_SEND_MS=1000"});
+  TRawPeer later(agent.port);
+  TProcess client(Upgrade(agent));
+  const std::string script = agent.folder.Path("tmp/qovupd__.sh");
+  ASSERT_TRUE(Await([&] { return fs::exists(script); }));
+  fs::remove(script);
+  EXPECT_EQ(0, client.Wait());
+  EXPECT_TRUE(agent.WaitFor("Upgrade request received. Executing..\n"));
+  EXPECT_TRUE(agent.WaitFor("Error: cannot start upgrading script\n"));
+  EXPECT_THAT(ReadFile(agent.program), testing::StartsWith("#!/bin/sh"));  // the old one
+  ASSERT_TRUE(later.Ask("UpgradeCode", {"1000"}));
+  EXPECT_EQ("200\n\r", later.Reply(true).text);
+}
+
+TEST(UpgradeTest, KeepsTheClaimOfACutTransfer) {
+  const TAgentProcess agent({.config = "timeout=1\n"});
+  TRawPeer peer(agent.port);
+  ASSERT_TRUE(peer.Ask("UpgradeCode", {"100"}));
+  EXPECT_EQ("501\nWrong file parameter(s)\n\r", peer.Reply(true).text);
+  usleep(2100000);              // the idle limit is none of an upgrade
+  ASSERT_TRUE(peer.Send("x"));  // taken for the program's
+  EXPECT_TRUE(Await([&] { return agent.ReadFile("tmp/qov__.upd") == "x"; }));
+  peer = TRawPeer(0);
+  EXPECT_EQ("302\n\r", agent.Ask("UpgradeCode", {"1000"}).text);
 }
 
 }  // namespace

@@ -11,10 +11,10 @@ TEST(EngineTest, RunsACheckThroughTheShippedDefinitions) {
   if (geteuid() != 0) GTEST_SKIP() << "the engine is started as root";
   const TAgentProcess agent;
   const TTempDir folder;
-  folder.File("password", TAgentProcess::kPassword);
+  folder.File("password", kPassword);
   const std::string names = "const F = \"" + folder.Path() + "\"\nconst PluginDir = \"" +
                             std::filesystem::path(QOV_CLIENT).parent_path().string() +
-                            "\"\nconst Port = " + std::to_string(agent.Port()) + "\n";
+                            "\"\nconst Port = " + std::to_string(agent.port) + "\n";
   folder.File("engine.conf",
               names + "include \"" QOV_SOURCE_DIR "/packaging/examples/icinga2-qov.conf\"" + R"(
 object CheckerComponent "checker" { }
@@ -41,14 +41,14 @@ object Service "disk" {
   vars.qov_warning = "~:-1"
 }
 )");
-  std::vector<std::string> words = {engine, "daemon", "-c", folder.Path("engine.conf")};
+  std::string line = "exec " + engine + " daemon -c " + folder.Path("engine.conf");
   for (const char* part : {"DataDir", "LogDir", "CacheDir", "SpoolDir", "InitRunDir", "PidPath",
                            "VarsPath", "ObjectsPath", "StatePath"}) {
-    words.push_back(std::string("-DConfiguration.") + part + "=" + folder.Path(part));
-    if (words.back().find("Dir=") != std::string::npos) folder.Folder(part);
+    line += std::string(" -DConfiguration.") + part + "=" + folder.Path(part);
+    if (std::string(part).find("Dir") != std::string::npos) folder.Folder(part);
   }
-  words.insert(words.end(), {"-DConfiguration.RunAsUser=root", "-DConfiguration.RunAsGroup=root"});
-  TProcess running(words, {}, folder.Path("out"));
+  TProcess running(line + " -DConfiguration.RunAsUser=root -DConfiguration.RunAsGroup=root >" +
+                   folder.Path("out") + " 2>&1");
   std::string text;
   const auto written = [&] {
     for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {

@@ -1,86 +1,92 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <thread>
 
 #include "built.h"
 #include "support/process.h"
 
+namespace fs = std::filesystem;
 using testing::HasSubstr;
 
 namespace {
 
-/// Waits until the asking session is the only one: a session is counted down after its close.
-bool AwaitAlone(const TAgentProcess& agent) {
-  return Await([&] { return agent.Info("ActiveConnections") == "1"; });
+/// Waits until so many sessions are left: one is counted down after its close.
+bool AwaitSessions(const TAgentProcess& agent, const std::string& count) {
+  return Await([&] { return agent.Info("ActiveConnections") == count; });
 }
 
-TEST(SessionTest, CountsItsConnections) {
+TEST(SessionTest, CountsItsConnectionsAndKeepsOnlySoManyRefused) {
   const TAgentProcess agent({.config = "filteractive=1\n"});
-  TReply info = agent.Ask("GetInfo");
-  EXPECT_EQ("1", Named(info, "ActiveConnections"));
-  EXPECT_EQ("1", Named(info, "OpenedConnections"));
-  EXPECT_EQ("0", Named(info, "FailedConnections"));
-
-  TRawPeer stranger(agent.Port(), "127.0.0.2");
-  ASSERT_TRUE(stranger.Connected());
-  EXPECT_EQ("", stranger.ReceiveAll());
-  EXPECT_TRUE(stranger.Closed());
-  info = agent.Ask("GetInfo");
-  EXPECT_EQ("2", Named(info, "OpenedConnections"));
-  EXPECT_EQ("1", Named(info, "FailedConnections"));
-  EXPECT_TRUE(AwaitAlone(agent));
+  const auto counts = [](const TReply& info) {
+    return Named(info, "OpenedConnections") + " " + Named(info, "FailedConnections");
+  };
+  EXPECT_EQ("1 0", counts(agent.Ask("GetInfo")));
+  TRawPeer stranger(agent.port, "127.0.0.2");
+  ASSERT_TRUE(stranger.Open());
+  EXPECT_EQ("", stranger.Receive());
+  EXPECT_FALSE(stranger.Open());
+  EXPECT_EQ("2 1", counts(agent.Ask("GetInfo")));
+  EXPECT_TRUE(AwaitSessions(agent, "1"));
   EXPECT_THAT(agent.ReadFile("log2.txt"), HasSubstr("]\t 127.0.0.2\t TCP connection rejected\n"));
   EXPECT_THAT(agent.ReadFile("log1.txt"), HasSubstr("]\t 127.0.0.1\t TCP connection accepted\n"));
+
+  for (int i = 0; i < 3000; ++i) TRawPeer(agent.port, "127.0.0.2");
+  EXPECT_EQ("3001", agent.Info("FailedConnections"));
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const int most = static_cast<int>(std::min<rlim_t>(2048, limit.rlim_max / 2));
+  EXPECT_LT(most, agent.CountDescriptors());
+  EXPECT_GT(most + 50, agent.CountDescriptors());
+  // What waits for a descriptor of its own does so beyond the thousandth too.
+  const TLoopbackPeer service(TLoopbackPeer::kTcp, {.text = "hello", .after = 2});
+  const std::string port = std::to_string(service.Port());
+  EXPECT_EQ("200", agent.Ask("TEST-TCP", {"127.0.0.1", port, "5000", "hi", "5"}).code);
+  EXPECT_EQ("200\n0\n\r", agent.Ask("TEST-ExternalPrg", {"/bin/true", "", "", "10"}).text);
 }
 
-TEST(SessionTest, AssemblesARequestFromItsPieces) {
+TEST(SessionTest, AssemblesARequestAndClosesWithoutAReplyOnAnythingElse) {
   const TAgentProcess agent({.config = "host=\n"});
-  TRawPeer peer(agent.Port(), "127.0.0.2");  // from where nobody may administrate
-  for (const char byte : TAgentProcess::Packet("QUIT")) {
+  TRawPeer peer(agent.port, "127.0.0.2");  // from where nobody may administrate
+  for (const char byte : Packet("QUIT")) {
     ASSERT_TRUE(peer.Send({&byte, 1}));
     std::this_thread::yield();
   }
-  EXPECT_EQ("600\n\r", TAgentProcess::Decode(peer.ReceiveAll()).text);
-  EXPECT_TRUE(peer.Closed());  // by the agent
+  EXPECT_EQ("600\n\r", peer.Reply().text);
+  EXPECT_FALSE(peer.Open());  // by the agent
   EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.2\t <-- Correct VX request received\n"));
   EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.2\t --> request processed (600)\n"));
   EXPECT_EQ("500\n\r", agent.Ask("Quit").text);
   EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.1\t --> request rejected or operation failed (500)\n"));
-}
-
-TEST(SessionTest, ClosesWithoutAReplyOnWhatIsNotARequest) {
-  const TAgentProcess agent;
-  for (const std::string& bytes : {TAgentProcess::Packet("GetInfo") + "x", std::string(14, '\0')}) {
-    TRawPeer peer(agent.Port());
-    ASSERT_TRUE(peer.Send(bytes));
-    EXPECT_EQ("", peer.ReceiveAll());
-    EXPECT_TRUE(peer.Closed());
+  for (const std::string& bytes : {Packet("GetInfo") + "x", std::string(14, '\0')}) {
+    TRawPeer other(agent.port);
+    ASSERT_TRUE(other.Send(bytes));
+    EXPECT_EQ("", other.Receive());
+    EXPECT_FALSE(other.Open());
   }
   EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.1\t <-- Invalid VX request received\n", 2));
-  EXPECT_TRUE(AwaitAlone(agent));
+  EXPECT_TRUE(AwaitSessions(agent, "1"));
 }
 
 TEST(SessionTest, DropsSilentPeersByTheTimeout) {
-  const struct {
-    const char* timeout;
-    int leastMs;  // since the last chunk
-    bool dropped;
-  } cases[] = {{"2000", 2000, true}, {"999", 0, true}, {"-1", 0, false}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.timeout);
-    const TAgentProcess agent({.config = std::string("timeout=") + c.timeout + "\n"});
-    TRawPeer peer(agent.Port());
+  struct TCase {
+    explicit TCase(const std::string& timeout) : agent({.config = "timeout=" + timeout + "\n"}) {}
+    const TAgentProcess agent;
+    TRawPeer peer{agent.port};
+    const bool sent = peer.Send("half a");
     const long long first = NowMs();
-    ASSERT_TRUE(peer.Send("half a"));
-    peer.ReceiveAll(1500);
-    const long long second = NowMs();
-    if (!peer.Closed()) peer.Send("packet");
-    peer.ReceiveAll(c.dropped ? 20000 : 1500);
-    EXPECT_EQ(c.dropped, peer.Closed());
-    // On a machine that is busy the first chunk's time may have been over before the second came.
-    EXPECT_LE(c.leastMs, NowMs() - (second - first < c.leastMs ? second : first));
-  }
+  } two("2000"), less("999"), never("-1");
+  EXPECT_TRUE(two.sent && less.sent && never.sent);
+  two.peer.Receive(1500);
+  const long long second = NowMs();
+  two.peer.Send("packet");
+  two.peer.Receive();
+  less.peer.Receive();
+  EXPECT_FALSE(two.peer.Open() || less.peer.Open());
+  // On a machine that is busy the first chunk's time may have been over before the second came.
+  EXPECT_LE(2000, NowMs() - (second - two.first < 2000 ? second : two.first));
+  never.peer.Receive(1);
+  EXPECT_TRUE(never.peer.Open());
 }
 
 /// Reserved memory of the serving process, MiB.
@@ -89,43 +95,131 @@ long Reserved(const TAgentProcess& agent) {
   return atol(&status[status.find("VmSize:") + 7]) / 1024;
 }
 
-TEST(SessionTest, AnswersTwoHundredAtOnce) {
-  const TAgentProcess agent;
+TEST(SessionTest, AnswersTwoHundredAtOnceDuringLongLookUps) {
+  const TAgentProcess agent({.faults = "FAULT_LOOKUP_MS=60000"});
+  std::vector<TRawPeer> peers;
+  for (const char* command : {"TEST-TCP", "TEST-TCP", "TEST-UDP", "TEST-UDP"}) {
+    ASSERT_TRUE(peers.emplace_back(agent.port).Ask(command, {"a.invalid", "9", "1000", "1", "1"}));
+  }
+  ASSERT_TRUE(AwaitSessions(agent, "5"));
   // One behind the other: a thread that were not detached would leave its stack of 8 MiB.
-  EXPECT_EQ("200", agent.Ask("GetInfo").code);
   const long before = Reserved(agent);
   for (int i = 0; i < 200; ++i) EXPECT_EQ("200", agent.Ask("GetInfo").code);
   EXPECT_GT(1000, Reserved(agent) - before);
 
-  std::vector<TRawPeer> peers;
-  for (int i = 0; i < 200; ++i) peers.emplace_back(agent.Port());
-  const std::string packet = TAgentProcess::Packet("GetInfo");
-  for (TRawPeer& peer : peers) ASSERT_TRUE(peer.Send(packet));
-  int right = 0;
-  for (TRawPeer& peer : peers) right += TAgentProcess::Decode(peer.ReceiveAll()).code == "200";
-  EXPECT_EQ(200, right);
-  EXPECT_TRUE(agent.WaitFor("]\t qov\t\t Session closed, wait for next ..\n", 400));
-  EXPECT_TRUE(AwaitAlone(agent));
+  peers.erase(peers.begin() + 4, peers.end());
+  for (int i = 0; i < 200; ++i) peers.emplace_back(agent.port);
+  for (int i = 4; i < 204; ++i) ASSERT_TRUE(peers[i].Ask("GetInfo"));
+  for (int i = 4; i < 204; ++i) EXPECT_EQ("200", peers[i].Reply().code);
+  EXPECT_TRUE(agent.WaitFor("]\t qov\t\t Session closed, wait for next ..\n", 401));
+  EXPECT_TRUE(AwaitSessions(agent, "5"));
 }
 
-TEST(SessionTest, KeepsOnlySoManyRefusedConnections) {
-  const TAgentProcess agent({.config = "filteractive=1\nlogfails=0\n"});
-  for (int i = 0; i < 3000; ++i) TRawPeer(agent.Port(), "127.0.0.2");
-  EXPECT_EQ("3000", agent.Info("FailedConnections"));
-  EXPECT_GT(2100, agent.CountDescriptors());
-}
-
-TEST(SessionTest, EndsTheAgentWithoutADescriptorToSpare) {
+TEST(SessionTest, DoesWithoutThreadsAndEndsWithoutADescriptorToSpare) {
   TAgentProcess agent(
-      {.config = "filteractive=1\n",
-       .environment = {std::string("LD_PRELOAD=") + QOV_FAULTS, "FAULT_ACCEPT=2 3 24"}});
-  TRawPeer refused(agent.Port(), "127.0.0.2");
-  EXPECT_EQ("", refused.ReceiveAll());
-  // The second call gives up the refused connection and tries again, the third has none to give up.
+      {.config = "filteractive=1\n", .faults = "FAULT_THREAD='8 27 11' FAULT_ACCEPT='32 33 24'"});
+  const int descriptors = agent.CountDescriptors();
+  for (int i = 1; i <= 30; ++i) {
+    ASSERT_EQ(i >= 8 && i <= 27 ? "" : "200", agent.Ask("GetInfo").code) << i;
+  }
+  EXPECT_TRUE(agent.WaitFor("Cannot start session thread, connection closed\n", 20));
+  EXPECT_TRUE(Await([&] { return agent.CountDescriptors() == descriptors; }));
+  EXPECT_EQ("", TRawPeer(agent.port, "127.0.0.2").Receive());
+  // The next call gives up the refused connection and tries again, the third has none to give up.
   EXPECT_EQ("", agent.Ask("GetInfo").code);
   EXPECT_EQ(4, agent.Wait());
-  EXPECT_THAT(agent.Console(),
+  EXPECT_THAT(agent.ReadFile("console"),
               HasSubstr("]\t qov\t\t Accept fatal error: Too many open files\n\n"));
+}
+
+TEST(ChildrenTest, AreCollectedByALaterImageAndDoNotHoldItsPort) {
+  TAgentProcess killed;
+  const std::string line =
+      "/bin/sh -c 'sleep 60 & echo $$ $! >" + killed.folder.Path("pids") + "; exec sleep 60'";
+  EXPECT_EQ("200\n0\n\r", killed.Ask("TEST-ExternalPrg", {line, "", "", "-1"}).text);
+  pid_t child = -1, orphan = -1;
+  ASSERT_EQ(2, sscanf(killed.ReadFile("pids").c_str(), "%d %d", &child, &orphan));
+  EXPECT_EQ("200", killed.Ask("ReloadApp").code);
+  ASSERT_TRUE(killed.WaitFor("Listening...\n", 2));
+  ASSERT_EQ(0, kill(child, SIGKILL));
+  EXPECT_TRUE(Await([&] { return kill(child, 0) != 0; })) << "a zombie is left";
+
+  killed.Signal(SIGKILL);
+  EXPECT_EQ(1000 + SIGKILL, killed.Wait());
+  const TAgentProcess next({.switches = "-i -p " + std::to_string(killed.port)});
+  EXPECT_TRUE(killed.WaitForPort(true));
+  EXPECT_EQ(0, kill(orphan, SIGKILL)) << "it must still have been running";
+}
+
+/// The shipped helpers, as an agent runs them.
+TEST(ChildrenTest, HelpersCountAndListProcessesAndMeasureCpuUsage) {
+  const std::string helpers = QOV_SOURCE_DIR "/packaging/helpers/";
+  const TAgentProcess agent({.config = "proccntscript=" + helpers +
+                                       "proccount\ncpuusagescript=" + helpers +
+                                       "cpuusage\nproclistscript=" + helpers + "proclist\n"});
+  const std::string name = "q." + std::to_string(getpid());
+  const std::string program = agent.folder.Path(name);
+  fs::copy_file("/bin/sleep", program);
+  const auto sleeper = [&](const std::string& called, const std::string& path) {
+    return TProcess("exec bash -c 'exec -a \"" + called + "\" " + path + " 60'");
+  };
+  const std::string longer = name + "-longer than fifteen bytes";
+  const TProcess sleepers[] = {sleeper(program, program), sleeper("other", program),
+                               sleeper("/x/" + name, "/bin/sleep"), sleeper("/" + longer, program)};
+  const auto count = [&](const std::string& wanted) {
+    const TReply reply = agent.Ask("TEST-Process", {"", wanted});
+    return reply.code + " " + (reply.values.empty() ? "" : reply.values[0]);
+  };
+  EXPECT_TRUE(Await([&] { return count(name) == "200 4"; })) << count(name);
+  EXPECT_EQ("200 1", count(longer));
+  EXPECT_EQ("200 0", count("'q?'" + name.substr(2))) << "no pattern";
+  EXPECT_EQ("200 0", count("proccount"));
+  EXPECT_EQ("301 Script error", count("' '; exit"));
+  EXPECT_THAT(agent.Ask("GetProcessesList").text,
+              HasSubstr("%0D%0A" + name + "%0D%0A" + name + "%0D%0A"));
+  EXPECT_THAT(agent.Ask("TEST-CPU").text,
+              testing::MatchesRegex("200\n(100|[0-9]{1,2})(\\.[0-9]+)?\n\r"));
+}
+
+TEST(StressTest, AnswersThroughAStormOfHangupsFromOneRecord) {
+  const TAgentProcess agent({.config = "comment=0\nupdateaddr=0\n", .switches = "-d"});
+  std::atomic<bool> saving{true}, asking{true};
+  std::vector<std::thread> threads;
+  const auto repeat = [&](const std::atomic<bool>& on, auto right) {
+    threads.emplace_back([&on, right] {
+      int wrong = 0;
+      do wrong += !right();
+      while (on);
+      EXPECT_EQ(0, wrong);
+    });
+  };
+  repeat(saving, [&] {
+    return agent.Ask("SetSettings", {"Timeout=5000", "Ping=0"}).code == "200";
+  });
+  repeat(asking, [&] {
+    const TReply reply = agent.Ask("GetSettings");
+    return reply.code == "200" && Named(reply, "Comment") == Named(reply, "UpdateAddr");
+  });
+  // A load starts from an empty password, which nobody may ever see.
+  repeat(asking, [&, packet = BuildRequest("", kSessionKey, "GetInfo\n\r")] {
+    TRawPeer peer(agent.port);
+    return peer.Send(packet) && peer.Receive().empty();
+  });
+  const auto load = [&](const std::string& mark) {
+    agent.WriteConfig("comment=" + mark + "\nupdateaddr=" + mark + "\n");
+    return agent.Signal(SIGHUP);
+  };
+  for (int i = 1; i < Repeats(400, 2000); ++i) {
+    EXPECT_TRUE(i % 20 == 0 ? load(std::to_string(i)) : agent.Signal(SIGHUP));
+    usleep(5000);
+  }
+  // What is saved is what the agent holds, so the last file comes when nothing is saved any more.
+  saving = false;
+  threads[0].join();
+  EXPECT_TRUE(load("last"));
+  EXPECT_TRUE(Await([&] { return agent.Info("Comment") == "last"; }));
+  asking = false;
+  for (size_t i = 1; i < threads.size(); ++i) threads[i].join();
 }
 
 }  // namespace
