@@ -81,7 +81,7 @@ TSession::~TSession() {
   if (raised_.terminate != 0 || raised_.reload != 0 || QovFlags.upgrade != 0) WakeMainLoop();
 }
 
-/// Reads until the session is over. Deliberate: the short wait makes the loop poll rapidly.
+/// Deliberate: the short wait makes the loop poll rapidly.
 void TSession::Run() {
   for (;;) {
     pollfd wait = {params_.socket, POLLIN, 0};
@@ -101,8 +101,8 @@ bool TSession::Receive() {
   return upgrade_.active != 0 ? TakeUpgradeData(chunk, length) : TakeRequestData(chunk, length);
 }
 
-/// The limit holds until a whole packet has been seen; an upgrade waits without one. Looks at the
-/// settings, which costs a lock, only when the clock has moved on by a second.
+/// The limit holds until a whole packet has been seen, not for an upgrade. Looks at the settings,
+/// which costs a lock, once a second.
 bool TSession::IsIdleTooLong() {
   const time_t now = MonotonicSec();
   if (wholePacket_ || now == lastLook_) return false;

@@ -2,9 +2,9 @@
 
 #include <signal.h>
 
-/// The signals that the main loop answers (SIGHUP, SIGTERM, SIGINT). Their handlers do nothing but
-/// leave a mark. Every thread keeps all signals but those of its own faults blocked; only the main
-/// loop lets them in, and only while it waits, so that they never interrupt other work.
+/// The signals that the main loop answers (SIGHUP, SIGTERM, SIGINT). Their handlers only leave a
+/// mark. Every thread keeps all signals but those of its own faults blocked; the main loop lets
+/// them in while it waits, so that they never interrupt other work.
 
 /// Sets what becomes of one signal.
 void SetSignal(int signal, void (*handler)(int));
@@ -22,6 +22,5 @@ const sigset_t& OriginalSignalMask();
 void ReleaseSignals();
 /// Takes ReleaseSignals back, when there is no new image.
 void HoldSignals();
-
 /// True once after each SIGHUP.
 bool TakeReloadMark();

@@ -7,9 +7,8 @@
 #include "protocol/ciplib.h"
 
 /// One session's part in a remote upgrade of the executable. One thread; only the claim is shared.
-///
-/// The data on the connection: exactly expectedSize bytes of the new executable, then, whole in
-/// one received chunk, its MD5 digest enciphered under the session key.
+/// The connection brings exactly expectedSize bytes, the new executable, then, whole in one
+/// received chunk, their MD5 digest enciphered under the session key.
 struct UpgradeRec {
   uint32_t active = 0;       ///< 1: this session holds the claim and receives data
   int64_t expectedSize = 0;  ///< announced size, bytes

@@ -8,6 +8,7 @@
 int islistsetchar(char c);
 /// Takes the next item off the front of `list`. `first` and `last` (host byte order) are 0 when
 /// absent or invalid; an invalid first address is left in the list. `err` tells what is invalid.
+/// Not called by the agent itself.
 void getitem(String& list, unsigned& first, unsigned& last, String& err);
 /// 1 when the list holds the address (dotted, or in network byte order), else 0. `err` holds the
 /// list's fault, if any; a list with a fault is used up to the fault. An invalid dotted address

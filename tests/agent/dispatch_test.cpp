@@ -11,19 +11,18 @@
 
 namespace {
 
-using TSet = TQovSettings;
-
 class DispatchTest : public testing::Test {
  protected:
-  DispatchTest() { Clear(); }
-  ~DispatchTest() override { Clear(); }
-
+  ~DispatchTest() override {
+    QovFlags.upgrading = 0;
+    SettleTempFolder(std::nullopt);
+    ChangeSettings([](TQovSettings& settings) { settings = TQovSettings(); });
+  }
   /// The answer to a request, with a "!" in front when the command was not recognised.
   std::string Process(const std::string& text) {
     VxRequest request;
     request = text.c_str();
-    ThreadParams params{-1, {}};
-    inet_pton(AF_INET, "127.0.0.1", &params.address);
+    ThreadParams params{-1, {htonl(INADDR_LOOPBACK)}};
     const int recognised = ProcessVxRequest(request, reply, flags, params, upgrade);
     return (recognised == 1 ? "" : "!") + ToStd(reply);
   }
@@ -31,13 +30,6 @@ class DispatchTest : public testing::Test {
   QovReply reply;
   TQovFlags flags;
   UpgradeRec upgrade;
-
- private:
-  static void Clear() {
-    QovFlags.upgrading = 0;
-    SettleTempFolder(std::nullopt);
-    ChangeSettings([](TSet& settings) { settings = TSet(); });
-  }
 };
 
 TEST_F(DispatchTest, RunsTheCommandOfTheName) {
@@ -75,6 +67,8 @@ TEST_F(DispatchTest, RunsTheCommandOfTheName) {
 }
 
 TEST_F(DispatchTest, RefusesWithoutTheRight) {
+  const TTempDir folder;
+  const TEnvironment tmp("TMPDIR", folder.Path().c_str());
   const std::pair<std::string, const char*> cases[] = {
       {"GetSettings", "200\n"}, {"SetSettings", "300\n"}, {"ReloadCfg", "300\n"},
       {"QUIT", "200\n"},        {"ReloadApp", "200\n"},   {"UpgradeCode", "501\n"}};
@@ -82,7 +76,7 @@ TEST_F(DispatchTest, RefusesWithoutTheRight) {
     SCOPED_TRACE(name);
     const bool update = name == "UpgradeCode";
     const auto ask = [&](int allow, const char* list) {
-      ChangeSettings([&](TSet& settings) {
+      ChangeSettings([&](TQovSettings& settings) {
         settings.allowmanage = settings.allowupdates = 1;  // the other right does not help
         settings.manageaddr = settings.updateaddr = "127.0.0.1";
         (update ? settings.allowupdates : settings.allowmanage) = allow;
@@ -97,21 +91,12 @@ TEST_F(DispatchTest, RefusesWithoutTheRight) {
     EXPECT_EQ(name == "QUIT", flags.terminate.exchange(0) == 1);
     EXPECT_EQ(name == "ReloadApp", flags.reload.exchange(0) == 1);
   }
-}
-
-TEST_F(DispatchTest, ReadsTheAnnouncedSizeSaturated) {
-  const TTempDir folder;
-  const TEnvironment tmp("TMPDIR", folder.Path().c_str());
-  ChangeSettings([](TSet& settings) {
-    settings.allowupdates = 1;
-    settings.updateaddr = "127.0.0.1";
-  });
-  const std::pair<std::string, std::vector<std::string>> cases[] = {
-      {"501\nWrong file parameter(s)",
-       {"100.9", "10485760", "nan", "inf", "-inf", "1e400", "", "-1e300"}},
+  // The announced size of an upgrade, saturated.
+  const std::pair<std::string, std::vector<std::string>> sizes[] = {
+      {"501\nWrong file parameter(s)", {"100.9", "10485760", "nan", "inf", "1e400", "", "-1e300"}},
       {"200\n", {"101", "10485759", "101.9"}}};
-  for (const auto& [answer, sizes] : cases) {
-    for (const std::string& size : sizes) {
+  for (const auto& [answer, announced] : sizes) {
+    for (const std::string& size : announced) {
       upgrade = UpgradeRec();
       QovFlags.upgrading = 0;
       EXPECT_EQ(answer, Process("UpgradeCode\n" + size + "\n\r")) << size;
