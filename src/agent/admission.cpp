@@ -17,13 +17,6 @@
 
 namespace {
 
-/// How many refused connections are kept, or strangers would use up the descriptors.
-size_t MaxRefused() {
-  rlimit limit = {};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  return std::min<size_t>(2048, limit.rlim_cur / 2);
-}
-
 bool IsAdmitted(in_addr peer) {
   const TSettingsView settings = CurrentSettings();
   if (settings->filteractive == 0) return true;
@@ -58,5 +51,8 @@ void TAdmission::Refuse(TFd socket, in_addr peer) {
   showmessage("TCP connection rejected\n", peer, msgFail, 0);
   shutdown(socket.Get(), SHUT_RDWR);  // Deliberate: not closed.
   refused_.push_back(std::move(socket));
-  if (refused_.size() > MaxRefused()) refused_.pop_front();
+  rlimit limit = {};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  // Only so many are kept, or strangers would use up the descriptors.
+  if (refused_.size() > std::min<size_t>(2048, limit.rlim_cur / 2)) refused_.pop_front();
 }

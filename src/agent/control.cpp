@@ -51,8 +51,7 @@ void RunUpgrade() {
   QovFlags.upgrading = 0;
 }
 
-/// Acts on what sessions and signals asked for.
-/// @return the exit status when the agent is to end
+/// Acts on what sessions and signals asked for; the exit status when the agent is to end.
 std::optional<int> PollFlags() {
   AnswerCrashMark();
   if (TakeReloadMark()) {
@@ -78,8 +77,7 @@ bool WaitForConnection() {
   return waits[0].revents != 0;
 }
 
-/// Accepts one connection.
-/// @return false on a fatal error, reported
+/// Accepts one connection; false on a fatal error, which is reported.
 bool AcceptOne(TAdmission& admission) {
   for (;;) {
     sockaddr_in address = {};

@@ -13,11 +13,9 @@ struct ThreadParams {
   in_addr address;  ///< the peer
 };
 
-/// Looks the command up, checks the rights of administrative commands and has it carried out.
-/// @param request  a parsed request: its text, which is used up, and its session key
-/// @param flags    where "QUIT" and "ReloadApp" raise their words; the caller decides when they
-///                 take effect
-/// @return 1 when the command was recognised (refusals included), 0 when the request was unknown,
-///         empty or incomplete; `reply` is filled in either case. Any thread.
+/// Looks the command of a parsed request up, checks the right to it and has it carried out; the
+/// request's text is used up. "QUIT" and "ReloadApp" raise their words in `flags`: the caller
+/// decides when they take effect. Returns 1 when the command was recognised (refusals included), 0
+/// when it was unknown, empty or incomplete; `reply` is filled in either case. Any thread.
 int ProcessVxRequest(VxRequest& request, QovReply& reply, TQovFlags& flags, ThreadParams params,
                      UpgradeRec& upgrade);
