@@ -1,23 +1,10 @@
 #include "support/handlercall.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+
+#include <thread>
 
 #include "support/text.h"
-
-namespace {
-
-void SetEnables(TQovSettings& settings, int all, int TQovSettings::*but) {
-  for (int TQovSettings::*flag :
-       {&TQovSettings::unc, &TQovSettings::foldersize, &TQovSettings::countfiles,
-        &TQovSettings::fileexists, &TQovSettings::filecrc, &TQovSettings::comparefiles,
-        &TQovSettings::process, &TQovSettings::cpuusage, &TQovSettings::external,
-        &TQovSettings::tcp, &TQovSettings::udp, &TQovSettings::textlog, &TQovSettings::shellscript,
-        &TQovSettings::executeaction, &TQovSettings::tcpudpaction, &TQovSettings::syslogaction}) {
-    settings.*flag = flag == but ? !all : all;
-  }
-}
-
-}  // namespace
 
 std::string CallHandler(THandler handler, const TParams& params) {
   std::string text;
@@ -41,10 +28,24 @@ void ExpectReplies(THandler handler, const std::vector<TCall>& calls) {
   }
 }
 
-TEnabledTests::TEnabledTests(int enabled, int TQovSettings::*but) {
-  ChangeSettings([=](TQovSettings& settings) { SetEnables(settings, enabled, but); });
+void ExpectMatches(THandler handler, const std::vector<TRow>& rows) {
+  const TEnabledTests enabled;
+  std::vector<std::thread> threads;
+  for (const TRow& row : rows) {
+    threads.emplace_back([&row, handler] {
+      TParams params;
+      for (const std::string& param : row.first) params.emplace(params.size() + 1, param);
+      EXPECT_THAT(CallHandler(handler, params), testing::MatchesRegex(row.second))
+          << testing::PrintToString(params);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
 }
 
-TEnabledTests::~TEnabledTests() {
-  ChangeSettings([](TQovSettings& settings) { SetEnables(settings, 0, nullptr); });
+TEnabledTests::TEnabledTests(int enabled, int TQovSettings::*but) {
+  ChangeSettings([=](TQovSettings& settings) {
+    for (const TSettingKey& key : kSettingKeys) {
+      if (key.form == formFlag) settings.*key.field.number = enabled ^ (key.field.number == but);
+    }
+  });
 }

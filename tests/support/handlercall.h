@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "config/settings.h"
 #include "protocol/reply.h"
 #include "protocol/request.h"
+#include "support/scopes.h"
 
 using THandler = void (*)(const VxRequest&, QovReply&);
 /// Parameters by position, counted from 1; those between are empty.
@@ -23,12 +23,20 @@ struct TCall {
 /// Expects that the handler replies to each call as it says.
 void ExpectReplies(THandler handler, const std::vector<TCall>& calls);
 
-/// Turns every test and action on (1) or off (0) in the shared settings while it lives, then off;
-/// `but` the other way.
-class TEnabledTests {
+/// A handler's parameters from the first on, and the reply as a regular expression.
+using TRow = std::pair<std::vector<std::string>, std::string>;
+/// Asks all at once, as many wait, with everything enabled.
+void ExpectMatches(THandler handler, const std::vector<TRow>& rows);
+
+/// Turns every flag of the shared settings on (1) or off (0) while it lives, `but` the other way;
+/// restores the settings at the end.
+class TEnabledTests : TScope {
  public:
   explicit TEnabledTests(int enabled = 1, int TQovSettings::*but = nullptr);
-  ~TEnabledTests();
-  TEnabledTests(const TEnabledTests&) = delete;
-  TEnabledTests& operator=(const TEnabledTests&) = delete;
+  ~TEnabledTests() {
+    ChangeSettings([this](TQovSettings& settings) { settings = former_; });
+  }
+
+ private:
+  const TQovSettings former_ = QovSettings;
 };
