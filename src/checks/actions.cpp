@@ -3,7 +3,6 @@
 #include <stdint.h>
 #include <stdio.h>
 
-#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -51,7 +50,7 @@ void ProcessAct_TCPSend(const VxRequest& params, QovReply& reply) {
     return Refuse(reply, socket.LastError.CStr());
   }
   if (!second.Empty()) {
-    std::this_thread::sleep_for(std::chrono::seconds(std::max(delaySec, 0)));
+    std::this_thread::sleep_for(std::chrono::seconds(delaySec));
     // Deliberate: the first data decides the answer.
     socket.SendString(second, 0);
   }
