@@ -34,7 +34,7 @@ bool Ask(int port, const std::string& packet, int count, std::vector<double>& la
 
 /// CPU time that the agent has used, milliseconds; -1 when it is gone.
 long CpuMs(const TAgentProcess& agent) {
-  const std::string stat = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/stat");
+  const std::string stat = ReadFile(agent.Proc("stat"));
   const size_t end = stat.rfind(')');
   long user = 0;
   long system = 0;
@@ -73,7 +73,7 @@ bool Measure(const TAgentProcess& agent, const char* command, int connections, i
 }
 
 long OwnMemoryKb(const TAgentProcess& agent) {
-  const std::string status = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
+  const std::string status = ReadFile(agent.Proc("status"));
   const size_t at = status.find("RssAnon:");
   return at == std::string::npos ? -1 : atol(status.c_str() + at + 8);
 }

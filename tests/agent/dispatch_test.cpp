@@ -62,7 +62,7 @@ TEST_F(DispatchTest, RunsTheCommandOfTheName) {
   for (const auto& [text, answer, message] : cases) {
     const TMessageCapture messages;
     EXPECT_EQ(answer, Process(text)) << text;
-    EXPECT_EQ(message, messages.Texts());
+    EXPECT_EQ(message, messages.texts);
   }
 }
 

@@ -1,11 +1,10 @@
 #pragma once
 
 #include <signal.h>
-#include <sys/types.h>
+#include <spawn.h>
+#include <sys/wait.h>
 
-#include <string>
-#include <vector>
-
+#include "built.h"
 #include "support/peers.h"
 #include "support/scopes.h"
 
@@ -13,18 +12,42 @@
 class TProcess : TScope {
  public:
   /// @param line  ends in "exec PROGRAM", which so has the shell's process id
-  explicit TProcess(const std::string& line);
-  ~TProcess();
+  explicit TProcess(const std::string& line) {
+    const std::string all = "exec </dev/null; " + line;
+    const char* const words[] = {"sh", "-c", all.c_str(), nullptr};
+    if (posix_spawn(&pid_, "/bin/sh", nullptr, nullptr, const_cast<char**>(words), environ) != 0) {
+      pid_ = -1;
+    }
+  }
+  ~TProcess() {
+    if (pid_ > 1) kill(pid_, SIGKILL);
+    Wait();
+  }
   /// -1 when it could not be started or has ended.
   pid_t Pid() const { return pid_; }
-  bool Signal(int signal) const { return pid_ > 1 && kill(pid_, signal) == 0; }
   /// Exit status: 0 to 255, 1000 + signal, or -1 while it runs on.
-  int Wait(int limitMs = 20000);
+  int Wait(int limitMs = 20000) {
+    int status = 0;
+    const auto ended = [&] { return waitpid(pid_, &status, WNOHANG) == pid_; };
+    if (pid_ > 0 && Await(ended, limitMs)) {
+      pid_ = -1;
+      status_ = WIFSIGNALED(status) ? 1000 + WTERMSIG(status) : WEXITSTATUS(status);
+    }
+    return status_;
+  }
 
  private:
   pid_t pid_ = -1;
   int status_ = -1;
 };
+
+/// Value of the line "name=..." in a reply; "(none)" without one.
+inline std::string Named(const TReply& reply, const std::string& name) {
+  for (const std::string& line : reply.values) {
+    if (line.starts_with(name + "=")) return line.substr(name.size() + 1);
+  }
+  return "(none)";
+}
 
 struct TAgentOptions {
   std::string config{};        ///< lines behind the standard ones (a key's last wins)
@@ -32,53 +55,112 @@ struct TAgentOptions {
   std::string faults{};        ///< NAME='VALUE' of programs/faults.cpp
 };
 
-/// Value of the line "name=..." in a reply; "(none)" without one.
-std::string Named(const TReply& reply, const std::string& name);
-
-/// An agent with a folder, configuration and loopback port of its own, which listens or has ended;
-/// ended by its process id. Started with -d it detaches.
+/// An agent with a folder, configuration and loopback port of its own, which listens or has ended.
+/// Started with -d it detaches. Ended by its process id.
 class TAgentProcess : TScope {
  public:
-  explicit TAgentProcess(const TAgentOptions& options = {});
-  ~TAgentProcess();
+  explicit TAgentProcess(const TAgentOptions& options = {}) : process_(Prepare(options)) {
+    Await([&] {
+      return process_.Wait(0) != -1 ||
+             ReadFile("console").find("Listening...") != std::string::npos;
+    });
+    if (process_.Wait(0) != 0) return;
+    for (const pid_t pid : Running()) daemon_ = pid;
+    Await([&] { return daemon_ == -1 || Ask("GetInfo").code == "200"; });
+  }
+  ~TAgentProcess() {
+    // Those that it became, too: a detached process, or the one that an upgrade started.
+    Await([this] {
+      const std::vector<pid_t> left = Running();
+      for (const pid_t pid : left) kill(pid, SIGKILL);
+      return left.empty();
+    });
+    for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
+      const std::string name = entry.path().filename();
+      if (name.starts_with("sanitizer")) ADD_FAILURE() << ReadFile(name);
+    }
+  }
 
   const TTempDir folder;
   const std::string configPath = folder.Path("qov.cfg");
   const std::string program = folder.Path("qov");  ///< what a restart starts: a script
   int port = FindFreePort();                       ///< where to ask
 
-  /// Replaces the configuration file by the standard lines and `config`.
-  void WriteConfig(const std::string& config) const;
+  /// Replaces the configuration file, at once, by the standard lines and `config`.
+  void WriteConfig(const std::string& config) const {
+    const std::string fresh = folder.File(
+        "fresh", "host=127.0.0.1\nport=" + std::to_string(port) + "\npassword=" + kPassword +
+                     "\nqovpath=" + program + "\ntmpdir=" + folder.Folder("tmp") +
+                     "\npidfile=" + folder.Path("pid") +
+                     "\nfilterlist=127.0.0.1\nfiltermarks=1\nlogsuccess=1\n" + config);
+    std::filesystem::rename(fresh, configPath);
+  }
   /// A file of the folder; "console" has what the agent printed.
   std::string ReadFile(const std::string& name) const { return ::ReadFile(folder.Path(name)); }
   /// Waits until the console (or another file) holds `text` at least `times` times.
-  bool WaitFor(const std::string& text, int times = 1, const char* file = "console") const;
+  bool WaitFor(const std::string& text, int times = 1, const char* file = "console") const {
+    return Await([&] {
+      const std::string content = ReadFile(file);
+      int count = 0;
+      for (size_t at = 0; (at = content.find(text, at)) != std::string::npos; ++at) ++count;
+      return count >= times;
+    });
+  }
   /// Waits until connections are taken, or refused.
   bool WaitForPort(bool open) const {
     return Await([&] { return TRawPeer(port).Open() == open; });
   }
 
   /// The process that serves; -1 when there is none.
-  pid_t Pid() const { return pid_; }
-  bool Signal(int signal) const { return pid_ > 1 && kill(pid_, signal) == 0; }
+  pid_t Pid() const { return daemon_ != -1 ? daemon_ : process_.Pid(); }
+  /// Path of its file or folder in /proc.
+  std::string Proc(const char* name) const { return "/proc/" + std::to_string(Pid()) + "/" + name; }
+  bool Signal(int signal) const { return Pid() > 1 && kill(Pid(), signal) == 0; }
   /// Exit status of the started process, as TProcess::Wait.
-  int Wait(int limitMs = 20000);
-  /// Number of the serving process's open descriptors.
-  int CountDescriptors() const;
+  int Wait(int limitMs = 20000) { return process_.Wait(limitMs); }
 
   /// One request to the agent and its decoded reply; code "" when none came.
-  TReply Ask(const std::string& command, const std::vector<std::string>& params = {}) const;
+  TReply Ask(const std::string& command, const std::vector<std::string>& params = {}) const {
+    TRawPeer peer(port);
+    return peer.Ask(command, params) ? peer.Reply() : TReply();
+  }
   /// What "GetInfo" tells under `name`; "(none)" without an answer.
   std::string Info(const std::string& name) const { return Named(Ask("GetInfo"), name); }
 
  private:
-  std::string Prepare(const TAgentOptions& options) const;
+  /// The shell line that starts the agent.
+  std::string Prepare(const TAgentOptions& options) const {
+    folder.File("qov", "#!/bin/sh\nexec " QOV_AGENT " \"$@\"\n");
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    WriteConfig(options.config);
+    // Reports of a sanitizer go to files, which the destructor looks for: a detached agent has no
+    // console.
+    const std::string log = ":log_path=" + folder.Path("sanitizer");
+    return "exec >" + folder.Path("console") +
+           " 2>&1 env ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0" + log +
+           " UBSAN_OPTIONS=print_stacktrace=1" + log + " TSAN_OPTIONS=halt_on_error=1" + log +
+           (options.faults.empty() ? " " : " LD_PRELOAD=" QOV_FAULTS " " + options.faults) +
+           " " QOV_AGENT " " + options.switches + " " + configPath;
+  }
   /// The running processes with this agent's configuration.
-  std::vector<pid_t> Running() const;
+  std::vector<pid_t> Running() const {
+    std::vector<pid_t> found;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+      const pid_t pid = atoi(entry.path().filename().c_str());
+      const std::string words = pid > 1 ? ::ReadFile(entry.path() / "cmdline") : "";
+      if (words.find(configPath) != std::string::npos) found.push_back(pid);
+    }
+    return found;
+  }
 
   TProcess process_;
-  pid_t pid_ = -1;
+  pid_t daemon_ = -1;
 };
+
+/// Number of entries in a folder.
+inline long Count(const std::string& folder) {
+  return std::distance(std::filesystem::directory_iterator(folder), {});
+}
 
 /// How often a test repeats what it does: `brief` in every run, `full` in the long ones that
 /// tools/stress.sh starts.

@@ -15,8 +15,7 @@
 /// What belongs to one place: neither copied nor moved.
 struct TScope {
   TScope() = default;
-  TScope(const TScope&) = delete;
-  TScope& operator=(const TScope&) = delete;
+  TScope(TScope&&) = delete;
 };
 
 /// A folder of its own, removed with everything in it at the end. Its path has no '/' at the end.
@@ -46,7 +45,7 @@ class TTempDir : TScope {
   std::string path_ = std::filesystem::temp_directory_path() / "qovtest-XXXXXX";
 };
 
-/// The whole content of a file, "" when it cannot be read; of one in /proc, what could be read.
+/// The content of a file as far as it can be read.
 inline std::string ReadFile(const std::string& path) {
   std::ostringstream content;
   content << std::ifstream(path, std::ios::binary).rdbuf();
@@ -70,39 +69,28 @@ class TEnvironment : TScope {
 };
 
 /// Changes the working folder and goes back at the end.
-class TWorkingFolder : TScope {
- public:
+struct TWorkingFolder : TScope {
   explicit TWorkingFolder(const std::string& path) { std::filesystem::current_path(path); }
-  ~TWorkingFolder() { std::filesystem::current_path(former_); }
-
- private:
-  const std::filesystem::path former_ = std::filesystem::current_path();
+  ~TWorkingFolder() { std::filesystem::current_path(former); }
+  const std::filesystem::path former = std::filesystem::current_path();
 };
 
-/// Collects the texts of all messages while it lives, then restores the former receiver. One at a
-/// time, for messages of one thread.
-class TMessageCapture : TScope {
- public:
-  TMessageCapture() { texts_.clear(); }
-  ~TMessageCapture() { SetMessageSink(former_); }
-  /// One behind the other.
-  const std::string& Texts() const { return texts_; }
-
- private:
+/// Collects the texts of all messages of one thread while it lives. One at a time.
+struct TMessageCapture : TScope {
+  TMessageCapture() { texts.clear(); }
+  ~TMessageCapture() { SetMessageSink(former); }
   static void __attribute__((format(printf, 1, 0)))
   Take(const char* format, in_addr, MsgType, int formatted, va_list args) {
     char text[1024];
     if (formatted != 0) vsnprintf(text, sizeof text, format, args);
-    texts_ += formatted != 0 ? text : format;
+    texts += formatted != 0 ? text : format;
   }
-
-  static inline std::string texts_;
-  const TMessageSink former_ = SetMessageSink(&Take);
+  static inline std::string texts;
+  const TMessageSink former = SetMessageSink(&Take);
 };
 
 /// A folder with a configuration file, in the state of a fresh process.
-class TSettingsTest : public testing::Test {
- protected:
+struct TSettingsTest : testing::Test {
   TSettingsTest() { SettleTempFolder(std::nullopt); }
   ~TSettingsTest() override {
     QovSettings = TQovSettings();

@@ -14,13 +14,13 @@ TEST(ControlTest, RestartsAsItWasStarted) {
   const TAgentProcess agent;
   signal(SIGINT, former);
   fs::copy_file(QOV_AGENT, agent.program, fs::copy_options::overwrite_existing);
-  const auto process = [&](const char* file) {
-    return ReadFile("/proc/" + std::to_string(agent.Pid()) + file);
+  const auto start = [&] {
+    return ReadFile(agent.Proc("cmdline")) + ReadFile(agent.Proc("environ"));
   };
-  const std::string start = process("/cmdline") + process("/environ");
+  const std::string first = start();
   for (int image = 1; image <= 3; ++image) {
-    EXPECT_EQ(start, process("/cmdline") + process("/environ"));
-    const std::string status = process("/status");
+    EXPECT_EQ(first, start());
+    const std::string status = ReadFile(agent.Proc("status"));
     const auto ignored = strtoull(&status[status.find("SigIgn:") + 7], nullptr, 16);
     for (const int signal : {SIGINT, SIGPIPE, SIGXFSZ, SIGTERM}) {
       EXPECT_EQ(signal != SIGTERM, ignored >> (signal - 1) & 1) << signal;
@@ -41,9 +41,7 @@ TEST(ControlTest, LivesOnWhenTheNewImageCannotStart) {
                        .switches = "-d -v",
                        .faults = "FAULT_AGE_SEC=181 FAULT_SEND='2 2 0'"});
   fs::remove(agent.program);
-  const auto files = [temp = agent.folder.Folder("tmp")] {
-    return std::distance(fs::directory_iterator(temp), {});
-  };
+  const std::string temp = agent.folder.Path("tmp");
   std::vector<TRawPeer> peers;
   const std::string script = "until [ -f " + agent.folder.Path("done") + " ]; do sleep 0.1; done\n";
   for (const std::string end : {"echo fine", "exec sleep 5"}) {
@@ -51,7 +49,7 @@ TEST(ControlTest, LivesOnWhenTheNewImageCannotStart) {
                     .Ask("TEST-ShellScript",
                          {"/bin/sh %script%", EncodeText(script + end), "", "60", "1"}));
   }
-  ASSERT_TRUE(Await([&] { return files() == 4; })) << "scripts and outputs";
+  ASSERT_TRUE(Await([&] { return Count(temp) == 4; })) << "scripts and outputs";
   TRawPeer idle(agent.port), crashing(agent.port);
   ASSERT_TRUE(crashing.Ask("GetInfo"));
   EXPECT_EQ("", crashing.Receive());
@@ -73,7 +71,7 @@ TEST(ControlTest, LivesOnWhenTheNewImageCannotStart) {
   EXPECT_EQ("fine", peers[0].Reply().values.at(0));
   EXPECT_TRUE(Await([&] { return agent.Info("ActiveConnections") == "2"; }));
   EXPECT_EQ("200", agent.Ask("QUIT").code);
-  EXPECT_TRUE(Await([&] { return files() == 0; }));
+  EXPECT_TRUE(Await([&] { return Count(temp) == 0; }));
 }
 
 TEST(ControlTest, AnswersSignals) {
@@ -112,7 +110,7 @@ TEST(StressTest, ChangesItsPortAndRestartsWithIdlePeersConnected) {
   const auto move = [&](int port) {
     return agent.Ask("SetSettings", {"Port=" + std::to_string(port)}).code == "200";
   };
-  const int descriptors = agent.CountDescriptors();
+  const long descriptors = Count(agent.Proc("fd"));
   for (int i = 1; i <= Repeats(2, 50); ++i) {
     std::vector<TRawPeer> idle;
     for (int j = 0; j < kIdlePeers; ++j) idle.emplace_back(agent.port);
@@ -128,7 +126,7 @@ TEST(StressTest, ChangesItsPortAndRestartsWithIdlePeersConnected) {
       EXPECT_EQ("", peer.Receive());
       ASSERT_FALSE(peer.Open()) << i;
     }
-    ASSERT_TRUE(Await([&] { return agent.CountDescriptors() == descriptors; }, 5000)) << i;
+    ASSERT_TRUE(Await([&] { return Count(agent.Proc("fd")) == descriptors; }, 5000)) << i;
   }
   const TLoopbackPeer taken(TLoopbackPeer::kTcp);
   ASSERT_TRUE(move(taken.Port()));

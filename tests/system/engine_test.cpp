@@ -59,6 +59,6 @@ object Service "disk" {
   EXPECT_TRUE(Await(written, 60000)) << ReadFile(folder.Path("out"));
   EXPECT_THAT(text, testing::StartsWith("WARNING DISK WARNING: used_pct "));
   EXPECT_THAT(text, testing::HasSubstr(" used_pct="));
-  running.Signal(SIGTERM);  // lets it end its own workers
+  kill(running.Pid(), SIGTERM);  // lets it end its own workers
   running.Wait();
 }

@@ -35,9 +35,9 @@ TEST(SessionTest, CountsItsConnectionsAndKeepsOnlySoManyRefused) {
   EXPECT_EQ("3001", agent.Info("FailedConnections"));
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
-  const int most = static_cast<int>(std::min<rlim_t>(2048, limit.rlim_max / 2));
-  EXPECT_LT(most, agent.CountDescriptors());
-  EXPECT_GT(most + 50, agent.CountDescriptors());
+  const long most = std::min<long>(2048, limit.rlim_max / 2);
+  EXPECT_LT(most, Count(agent.Proc("fd")));
+  EXPECT_GT(most + 50, Count(agent.Proc("fd")));
   // What waits for a descriptor of its own does so beyond the thousandth too.
   const TLoopbackPeer service(TLoopbackPeer::kTcp, {.text = "hello", .after = 2});
   const std::string port = std::to_string(service.Port());
@@ -91,7 +91,7 @@ TEST(SessionTest, DropsSilentPeersByTheTimeout) {
 
 /// Reserved memory of the serving process, MiB.
 long Reserved(const TAgentProcess& agent) {
-  const std::string status = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
+  const std::string status = ReadFile(agent.Proc("status"));
   return atol(&status[status.find("VmSize:") + 7]) / 1024;
 }
 
@@ -118,12 +118,12 @@ TEST(SessionTest, AnswersTwoHundredAtOnceDuringLongLookUps) {
 TEST(SessionTest, DoesWithoutThreadsAndEndsWithoutADescriptorToSpare) {
   TAgentProcess agent(
       {.config = "filteractive=1\n", .faults = "FAULT_THREAD='8 27 11' FAULT_ACCEPT='32 33 24'"});
-  const int descriptors = agent.CountDescriptors();
+  const long descriptors = Count(agent.Proc("fd"));
   for (int i = 1; i <= 30; ++i) {
     ASSERT_EQ(i >= 8 && i <= 27 ? "" : "200", agent.Ask("GetInfo").code) << i;
   }
   EXPECT_TRUE(agent.WaitFor("Cannot start session thread, connection closed\n", 20));
-  EXPECT_TRUE(Await([&] { return agent.CountDescriptors() == descriptors; }));
+  EXPECT_TRUE(Await([&] { return Count(agent.Proc("fd")) == descriptors; }));
   EXPECT_EQ("", TRawPeer(agent.port, "127.0.0.2").Receive());
   // The next call gives up the refused connection and tries again, the third has none to give up.
   EXPECT_EQ("", agent.Ask("GetInfo").code);

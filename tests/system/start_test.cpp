@@ -60,12 +60,14 @@ TEST(StartTest, EndsWithTheStatusAndTextOfTheFault) {
 
 TEST(StartTest, DetachesAndLocksThePidFile) {
   const TAgentProcess first({.switches = "-d"});
-  EXPECT_THAT(first.ReadFile("console"), HasSubstr("Sock testing .. Ok\nDaemon started\n"));
+  EXPECT_THAT(
+      first.ReadFile("console"),
+      testing::MatchesRegex(
+          ".*\nCPU testing .. Ok\nBasic [^\n]+\nQOV [^\n]+\nSock testing .. Ok\nDaemon started\n"));
   EXPECT_EQ(first.Pid(), getsid(first.Pid()));
   EXPECT_EQ(std::to_string(first.Pid()) + "\n", first.ReadFile("pid"));
-  for (const char* stream : {"0", "1", "2"}) {
-    const std::string link = "/proc/" + std::to_string(first.Pid()) + "/fd/" + stream;
-    EXPECT_EQ("/dev/null", fs::read_symlink(link)) << stream;
+  for (const char* stream : {"fd/0", "fd/1", "fd/2"}) {
+    EXPECT_EQ("/dev/null", fs::read_symlink(first.Proc(stream))) << stream;
   }
   const std::string pid = first.folder.Path("pid");
   EXPECT_EQ("200", first.Ask("TEST-FileCRC", {pid}).code);  // which must not end the lock
