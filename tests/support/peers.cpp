@@ -78,7 +78,10 @@ TLoopbackPeer::TLoopbackPeer(TKind kind, TPeerAnswer answer)
   getsockname(socket_.Get(), address.Get(), &address.size);
   port_ = ntohs(address.in.sin_port);
   thread_ = std::thread([this, kind] {
-    while (Readable(socket_.Get())) kind == kTcp ? ServeConnection() : ServeDatagram();
+    while (Readable(socket_.Get())) {
+      if (kind == kUdp) return Serve(socket_.Get(), false);
+      Serve(TFd(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC)).Get(), true);
+    }
   });
 }
 
@@ -103,35 +106,21 @@ bool TLoopbackPeer::Readable(int fd) const {
   return !stop_;
 }
 
-bool TLoopbackPeer::Take(const char* bytes, ssize_t count) {
-  if (count <= 0) return false;
-  const std::lock_guard<std::mutex> lock(mutex_);
-  held_ += received_.emplace_back(bytes, static_cast<size_t>(count)).size();
-  return true;
-}
-
-void TLoopbackPeer::ServeConnection() {
-  const TFd peer(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-  char buf[65536];
-  bool answered = false;
-  for (size_t held = 0;;) {
-    if (!answered && held >= answer_.after) {
-      usleep(static_cast<useconds_t>(answer_.delayMs) * 1000);
-      send(peer.Get(), answer_.text.data(), answer_.text.size(), MSG_NOSIGNAL);
-      answered = true;
-    }
-    if ((answered && answer_.closeThen) || !Readable(peer.Get())) return;
-    const ssize_t count = recv(peer.Get(), buf, sizeof buf, 0);
-    if (!Take(buf, count)) return;
-    held += static_cast<size_t>(count);
-  }
-}
-
-void TLoopbackPeer::ServeDatagram() {
+void TLoopbackPeer::Serve(int fd, bool connection) {
   char buf[65536];
   TAddress from;
-  const ssize_t count = recvfrom(socket_.Get(), buf, sizeof buf, 0, from.Get(), &from.size);
-  if (!Take(buf, count) || answer_.text.empty() || datagrams_++ < answer_.ignored) return;
-  usleep(static_cast<useconds_t>(answer_.delayMs) * 1000);
-  sendto(socket_.Get(), answer_.text.data(), answer_.text.size(), 0, from.Get(), from.size);
+  bool answered = false;
+  for (size_t held = 0;;) {
+    if (!answered && held >= answer_.after && (connection || held > 0) && !answer_.text.empty()) {
+      usleep(static_cast<useconds_t>(answer_.delayMs) * 1000);
+      sendto(fd, answer_.text.data(), answer_.text.size(), MSG_NOSIGNAL, from.Get(), from.size);
+      answered = connection;
+    }
+    if ((connection && answer_.closeThen && held >= answer_.after) || !Readable(fd)) return;
+    const ssize_t count = recvfrom(fd, buf, sizeof buf, 0, from.Get(), &from.size);
+    if (count <= 0) return;
+    held += static_cast<size_t>(count);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    held_ += received_.emplace_back(buf, static_cast<size_t>(count)).size();
+  }
 }

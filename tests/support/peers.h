@@ -57,9 +57,8 @@ class TRawPeer {
 
 struct TPeerAnswer {
   std::string text{};      ///< sent once a connection, or after each datagram; "": silence
-  size_t after = 0;        ///< TCP: bytes of a connection to come first
+  size_t after = 0;        ///< bytes to come first, over a connection or all in all
   bool closeThen = false;  ///< TCP: close after the answer, else when the caller does
-  int ignored = 0;         ///< UDP: datagrams not answered at first
   int delayMs = 0;         ///< pause before the answer
 };
 
@@ -75,15 +74,12 @@ class TLoopbackPeer {
   std::vector<std::string> Received(size_t bytes) const;
 
  private:
-  void ServeConnection();
-  void ServeDatagram();
+  void Serve(int fd, bool connection);
   bool Readable(int fd) const;
-  bool Take(const char* bytes, ssize_t count);
 
   const TPeerAnswer answer_;
   const TFd socket_;
   int port_ = 0;
-  int datagrams_ = 0;
   mutable std::mutex mutex_;
   std::vector<std::string> received_;
   size_t held_ = 0;
