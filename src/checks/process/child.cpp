@@ -24,8 +24,6 @@
 
 namespace {
 
-constexpr int64_t kLongestPollMs = 3'600'000;
-
 std::optional<rlimit> childDescriptors;
 
 std::mutex backgroundMutex;
@@ -196,7 +194,7 @@ bool TChild::EndedBy(int64_t deadlineMs, int& status) {
     const int64_t restMs = deadlineMs - MonotonicMs();
     if (restMs <= 0) return false;
     pollfd end = {process_.Get(), POLLIN, 0};  // without a descriptor: a pause
-    poll(&end, 1, static_cast<int>(std::min(restMs, process_ ? kLongestPollMs : 10)));
+    poll(&end, 1, static_cast<int>(std::min<int64_t>(restMs, process_ ? 3'600'000 : 10)));
   }
   pid_ = -1;
   return true;

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include <limits>
+#include <span>
 
 #include "checks/process/child.h"
 
@@ -38,10 +39,9 @@ const char* OrNull(const char* path) { return path == nullptr ? _PATH_DEVNULL : 
 
 }  // namespace
 
-TArgumentBlock::TArgumentBlock(const char* cmdline) {
-  const char* rest = cmdline == nullptr ? "" : cmdline;
+TArgumentBlock::TArgumentBlock(const char* rest) {
   size_t used = 0;
-  while (count_ < kMaxArguments) {
+  for (const char*& argument : std::span(argv_, kMaxArguments)) {
     rest += strspn(rest, " ");
     if (*rest == 0) return;
     const char quote[] = {*rest, 0};
@@ -49,7 +49,7 @@ TArgumentBlock::TArgumentBlock(const char* cmdline) {
     if (quoted) ++rest;
     const size_t length = strcspn(rest, quoted ? quote : " \t");
     if (length + 1 > kBlockBytes - used) return;
-    argv_[count_++] = static_cast<char*>(memcpy(bytes_ + used, rest, length));
+    argument = static_cast<char*>(memcpy(bytes_ + used, rest, length));
     used += length + 1;
     rest += length;
     if (*rest != 0) ++rest;

@@ -22,17 +22,14 @@ class TArgumentBlock {
   static constexpr int kMaxArguments = 23;
   static constexpr size_t kBlockBytes = 1024;  ///< all arguments with their terminators
 
-  /// @param cmdline  null counts as empty
   explicit TArgumentBlock(const char* cmdline);
   TArgumentBlock(const TArgumentBlock&) = delete;
   TArgumentBlock& operator=(const TArgumentBlock&) = delete;
 
-  int Count() const { return count_; }
-  /// Count() pointers into this object, then a null pointer.
+  /// Pointers into this object, then a null pointer.
   const char* const* Argv() const { return argv_; }
 
  private:
-  int count_ = 0;
   const char* argv_[kMaxArguments + 1] = {};
   char bytes_[kBlockBytes] = {};
 };
