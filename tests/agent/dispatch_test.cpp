@@ -1,23 +1,14 @@
 #include "agent/dispatch.h"
 
-#include <arpa/inet.h>
-#include <gtest/gtest.h>
-
 #include <sstream>
 
 #include "support/handlercall.h"
 #include "support/scopes.h"
-#include "support/text.h"
 
 namespace {
 
-class DispatchTest : public testing::Test {
- protected:
-  ~DispatchTest() override {
-    QovFlags.upgrading = 0;
-    SettleTempFolder(std::nullopt);
-    ChangeSettings([](TQovSettings& settings) { settings = TQovSettings(); });
-  }
+struct DispatchTest : TSettingsTest {
+  ~DispatchTest() override { QovFlags.upgrading = 0; }
   /// The answer to a request, with a "!" in front when the command was not recognised.
   std::string Process(const std::string& text) {
     VxRequest request;
@@ -67,7 +58,6 @@ TEST_F(DispatchTest, RunsTheCommandOfTheName) {
 }
 
 TEST_F(DispatchTest, RefusesWithoutTheRight) {
-  const TTempDir folder;
   const TEnvironment tmp("TMPDIR", folder.Path().c_str());
   const std::pair<std::string, const char*> cases[] = {
       {"GetSettings", "200\n"}, {"SetSettings", "300\n"}, {"ReloadCfg", "300\n"},

@@ -1,6 +1,5 @@
 #include "agent/messages.h"
 
-#include <arpa/inet.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -8,37 +7,28 @@
 
 namespace {
 
-/// Messages into a folder of the test's own.
-struct MessagesTest : testing::Test {
+struct MessagesTest : TSettingsTest {
   MessagesTest() { InstallMessages(); }
-  ~MessagesTest() override {
-    SetMessageSink(nullptr);
-    ChangeSettings([](TQovSettings& settings) { settings = TQovSettings(); });
-  }
+  ~MessagesTest() override { SetMessageSink(nullptr); }
   /// @param on  the switches that are on: s(uccess), f(ails), v(erbose), d(ebug), i(nteractive)
   void Switch(const std::string& on) {
+    const auto is = [&on](char name) { return on.find(name) < on.size(); };
+    QovSettings = Loaded("oklogfile=ok\nbadlogfile=bad\nverboselogfile=" + folder.Path("all") +
+                         (is('s') ? "\nlogsuccess=1" : "") + (is('f') ? "" : "\nlogfails=0"));
     ChangeSettings([&](TQovSettings& settings) {
-      folder.Path("qov.cfg").copy(settings.configfile, sizeof settings.configfile - 1);
-      settings.logsuccess = on.find('s') < on.size();
-      settings.logfails = on.find('f') < on.size();
-      settings.verbose = on.find('v') < on.size();
-      settings.debug = on.find('d') < on.size();
-      settings.interactive = on.find('i') < on.size();
-      settings.oklogfile = "ok.log";
-      settings.badlogfile = "bad.log";
-      settings.verboselogfile = folder.Path("all.log").c_str();
+      settings.verbose = is('v');
+      settings.debug = is('d');
+      settings.interactive = is('i');
     });
   }
   /// The names of the logs that were written; they are removed.
   std::string Written() const {
     std::string logs;
     for (const std::string name : {"ok", "bad", "all"}) {
-      if (unlink(folder.Path(name + ".log").c_str()) == 0) logs += name + ' ';
+      if (unlink(folder.Path(name).c_str()) == 0) logs += name + ' ';
     }
     return logs;
   }
-
-  TTempDir folder;
 };
 
 TEST_F(MessagesTest, SendsEachKindToItsLogs) {
@@ -65,8 +55,7 @@ TEST_F(MessagesTest, SendsEachKindToItsLogs) {
 
 TEST_F(MessagesTest, FormsItsLines) {
   Switch("si");
-  in_addr peer;
-  inet_pton(AF_INET, "10.1.2.3", &peer);
+  const in_addr peer{htonl(0x0a010203)};
   const auto lines = [](const std::string& start) {
     const std::string cut = start + "\t qov\t\t " + std::string(511, 'x');
     return start + "\t 10.1.2.3\t 100%%\n" + start + "\t qov\t\t code 7\n" + cut.substr(0, 511);
@@ -84,7 +73,7 @@ TEST_F(MessagesTest, FormsItsLines) {
     strftime(clock, sizeof clock, "[qov][%H:%M:%S]", localtime(&now));
     strftime(stamp, sizeof stamp, "[%m/%d/%Y %H:%M:%S]", localtime(&now));
     EXPECT_EQ(lines(clock), console);
-    EXPECT_EQ(lines(stamp), ReadFile(folder.Path("ok.log")));
+    EXPECT_EQ(lines(stamp), ReadFile(folder.Path("ok")));
     return;
   }
 }

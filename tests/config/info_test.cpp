@@ -13,7 +13,7 @@ namespace {
 class InfoTest : public TSettingsTest {
  protected:
   InfoTest() {
-    QovSettings = Named("\n" + mandatory + "comment=100%s\nfilterlist=127.0.0.1 10.0.0.1\n" +
+    QovSettings = Named("\n" + mandatory + "comment=1\r00%s\nfilterlist=127.0.0.1 10.0.0.1\n" +
                         "filtermarks=10\nshellscript=0\nsyslogaction=1\r\n");
     EXPECT_EQ(LoadOptions(err), 1);
   }
@@ -31,7 +31,7 @@ TEST_F(InfoTest, ReportsTheAgentAndItsSettings) {
       "Available tests=TCP%0D%0AUDP%0D%0AUNC%0D%0AFolder Size%0D%0ACount Files%0D%0A"
       "File Availability%0D%0AFile Integrity%0D%0AFile Compare%0D%0AText Log%0D%0AProcess%0D%0A"
       "CPU Usage%0D%0AExternal%0D%0AShell Script%0D%0A\nEnabled tests=1111111111110\nPort=1\n"
-      "Timeout=4000\nComment=100%s\nAvailable actions=Execute external command%0D%0A"
+      "Timeout=4000\nComment=1\r00%s\nAvailable actions=Execute external command%0D%0A"
       "TCP/UDP send%0D%0ASyslog%0D%0A\nEnabled actions=001\nHostName=" +
       std::string(host.nodename) + "\nRunningOS=" + host.sysname + " " + host.release + " " +
       host.version + "\nOSUpdates=not implemented\n";

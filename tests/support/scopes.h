@@ -93,7 +93,7 @@ struct TMessageCapture : TScope {
 struct TSettingsTest : testing::Test {
   TSettingsTest() { SettleTempFolder(std::nullopt); }
   ~TSettingsTest() override {
-    QovSettings = TQovSettings();
+    ChangeSettings([](TQovSettings& settings) { settings = TQovSettings(); });
     SettleTempFolder(std::nullopt);
   }
 
