@@ -12,11 +12,6 @@
 
 namespace {
 
-// A file that was written a moment ago is "busy" while a child that a session has just started
-// still holds a copy of the descriptor.
-constexpr int kBusyTries = 250;
-constexpr timespec kBusyPause{0, 20'000'000};
-
 char** startArguments = nullptr;
 char** startEnvironment = nullptr;
 rlimit startLimit = {};
@@ -42,7 +37,10 @@ void ReplaceImage(const char* path) {
   fflush(stdout);
   setrlimit(RLIMIT_NOFILE, &startLimit);
   ReleaseSignals();
-  for (int i = 0; i < kBusyTries; ++i) {
+  // A file that was written a moment ago is "busy" while a child that a session has just started
+  // still holds a copy of the descriptor: five seconds at most.
+  constexpr timespec kBusyPause{0, 20'000'000};
+  for (int i = 0; i < 250; ++i) {
     if (ExecuteAndRemoveTempFiles(path, startArguments, startEnvironment) != ETXTBSY) break;
     nanosleep(&kBusyPause, nullptr);
   }

@@ -22,7 +22,6 @@
 
 namespace {
 
-constexpr int kChunkBytes = 1024;
 constexpr timespec kPoll{0, 500'000};  // 500 microseconds
 
 /// The connection of this thread's session, -1 without one.
@@ -94,7 +93,7 @@ void TSession::Run() {
 
 /// Takes one chunk; false ends the session.
 bool TSession::Receive() {
-  char chunk[kChunkBytes];
+  char chunk[1024];
   const ssize_t got = recv(params_.socket, chunk, sizeof chunk, 0);
   if (got <= 0) return false;
   const int length = static_cast<int>(got);

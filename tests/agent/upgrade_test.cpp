@@ -10,8 +10,9 @@
 
 namespace fs = std::filesystem;
 
-TEST(UpgradeTest, EndsByItsDigest) {
-  const TTempDir folder;
+using UpgradeTest = TSettingsTest;
+
+TEST_F(UpgradeTest, EndsByItsDigest) {
   const TWorkingFolder work(folder.Path());
   const TEnvironment tmp("TMPDIR", folder.Path().c_str());
   const std::string upd = folder.Path("qov__.upd"), script = folder.Path("qovupd__.sh");
@@ -67,7 +68,7 @@ TEST(UpgradeTest, EndsByItsDigest) {
     String error;
     const rlimit limit{c.fileLimit, former.rlim_max};
     setrlimit(RLIMIT_FSIZE, &limit);
-    int result = DoUpgrading(rec, nullptr, 0, error);
+    result = DoUpgrading(rec, nullptr, 0, error);
     for (std::string chunk : c.chunks) {
       if (rec.active == 0) break;
       EXPECT_EQ(1, result);
@@ -81,14 +82,14 @@ TEST(UpgradeTest, EndsByItsDigest) {
     // The claim goes with a failure; after a success it stays for as long as the files do.
     EXPECT_EQ(c.error.empty(), QovFlags.upgrading == 1);
     std::string left;
-    for (const std::string& path : {upd, script}) {
-      if (!fs::exists(fs::symlink_status(path))) continue;
-      left += path == upd ? "u" : "s";
+    for (const std::string& file : {upd, script}) {
+      if (!fs::exists(fs::symlink_status(file))) continue;
+      left += file == upd ? "u" : "s";
       if (c.error.empty()) {
-        EXPECT_EQ(path == upd ? program : wanted, ReadFile(path));
-        EXPECT_EQ(fs::perms{0775}, fs::status(path).permissions());
+        EXPECT_EQ(file == upd ? program : wanted, ReadFile(file));
+        EXPECT_EQ(fs::perms{0775}, fs::status(file).permissions());
       }
-      fs::remove_all(path);
+      fs::remove_all(file);
     }
     EXPECT_EQ(c.left, left);
     rec.ClearanceUpgrade();
