@@ -79,15 +79,12 @@ int String::AddData(const char* src, int n) {
     if (data != nullptr) data[length] = 0;
     return length;
   }
+  if (fixed != 0) n = std::min(n, capacity - length);
   if (n > capacity - length) {
-    if (fixed != 0) {
-      n = capacity - length;
-    } else {
-      const bool own = src >= data && src < data + capacity;
-      const ptrdiff_t offset = own ? src - data : 0;
-      prAllocMem(length + n);
-      if (own) src = data + offset;
-    }
+    const bool own = src >= data && src < data + capacity;
+    const ptrdiff_t offset = own ? src - data : 0;
+    prAllocMem(length + n);
+    if (own) src = data + offset;
   }
   memmove(data + length, src, Size(n));
   length += n;
