@@ -26,7 +26,7 @@ String Quoted(const char* text, const String& path) { return String(text) + " '"
 
 /// False with the reason in `err`.
 bool ReadConfiguration(const char* path, String& text, struct stat& facts, String& err) {
-  if (path[0] != 0 && ReadSettingsFile(path, text, facts)) return true;
+  if (ReadSettingsFile(path, text, facts)) return true;
   err = path[0] == 0 ? "Configuration file is not specified"
                      : Quoted("Cannot open configuration file", path);
   return false;

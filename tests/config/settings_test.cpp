@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "built.h"
-#include "config/settingslines.h"
 #include "config/tempfolder.h"
 #include "support/scopes.h"
 
@@ -202,7 +201,7 @@ TEST_F(SettingsTest, AppendsValuesThatALoadTakes) {
 }
 
 TEST_F(SettingsTest, AppendsEveryMissingKeyUpToWhatALoadTakes) {
-  const std::string most = "#" + std::string(kMaxSettingsFileBytes - 2, 'x') + "\n";
+  const std::string most = "#" + std::string((16 << 20) - 2, 'x') + "\n";
   for (const bool over : {false, true}) {
     const std::string old = "#" + most.substr(sizeof kAllDefaults - over);
     EXPECT_EQ(Loaded(old).SaveOptions_(err), !over);
