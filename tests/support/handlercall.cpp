@@ -2,9 +2,21 @@
 
 #include <gmock/gmock.h>
 
+#include <sstream>
 #include <thread>
 
 #include "support/text.h"
+
+TParams Params(const std::string& text) {
+  TParams params;
+  std::istringstream in(text);
+  for (std::string s; getline(in, s, ',');) {
+    const size_t sign = s.find('=');
+    const int next = static_cast<int>(params.size()) + 1;
+    params[sign == s.npos ? next : std::stoi(s)] = s.substr(sign + 1);
+  }
+  return params;
+}
 
 std::string CallHandler(THandler handler, const TParams& params) {
   std::string text;

@@ -11,6 +11,8 @@
 using THandler = void (*)(const VxRequest&, QovReply&);
 /// Parameters by position, counted from 1; those between are empty.
 using TParams = std::map<int, std::string>;
+/// Parameters written with a "," between; as "7=1" where some are left out.
+TParams Params(const std::string& text);
 
 /// Calls a command's handler as the dispatcher does and returns the reply text, the code on its
 /// first line.
