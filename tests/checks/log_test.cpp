@@ -27,28 +27,27 @@ namespace {
 constexpr THandler kOne = ProcessTest_TextLog, kTwo = ProcessTest_TextLog2;
 
 TEST(Expressions, BecomePostfixAndHoldForALine) {
-  const std::tuple<const char*, const char*, int> cases[] = {
-      {"'a' or 'b' and not('x' and'b')and \"c d\"", "'a' 'b' or 'x' 'b' and \"c d\" and not and ",
-       1},
-      {"'a' AND (Not 'b') or 'c'", "'a' 'b' not and 'c' or ", 0},
-      {"987-6543210 or '\"'", "987-6543210 '\"' or ", 0},
-      {"'a' or (", "'a' ( or ", 1},
-      {" \t'it''s' \xE9", "'it' 's' ", 0},
-      {"'a' )", "Missing \"(\"", 0},
-      {"'a ", "Unterminated string: 'a", 0},
+  const std::array<const char*, 3> cases[] = {
+      {"'a' or 'b' and not('x' and'b')and ''", "'a' 'b' or 'x' 'b' and '' and not and ", "1"},
+      {"'a' AND (Not 'b') or 'c'", "'a' 'b' not and 'c' or ", "0"},
+      {"987-6543210 or '\"'", "987-6543210 '\"' or ", "0"},
       // A word that is unknown ends where an operator is found, or at a blank.
-      {"error", "Unknown operator: \"err\"", 0},
-      {"'a' oR\t'b'", "Unknown operator: \"oR\t'b'\"", 0},
-      {"", "", 0},
-      {"not", "not ", 0},
-      {"not ''", "'' not ", 1},
-      {"'a' and", "'a' and ", 0},
-      {"'a' 'a'", "'a' 'a' ", 0},
-      {"123", "123 ", 0},
-      {"113", "113 ", 1}};
+      {"error", "Unknown operator: \"err\"", "0"},
+      {"'a' oR\t'b'", "Unknown operator: \"oR\t'b'\"", "0"},
+      {"'a' )", "Missing \"(\"", "0"},
+      {"'a ", "Unterminated string: 'a", "0"},
+      {" \t'it''s' \xE9", "'it' 's' ", "0"},
+      {"'a' or (", "'a' ( or ", "1"},
+      {"", "", "0"},
+      {"not", "not ", "0"},
+      {"not ''", "'' not ", "1"},
+      {"'a' and", "'a' and ", "0"},
+      {"'a' 'a'", "'a' 'a' ", "0"},
+      {"123", "123 ", "0"},
+      {"113", "113 ", "1"}};
   TExprParser parser(PriorityTable1, sizeof PriorityTable1);
   for (const auto& [expression, postfix, holds] : cases) {
-    EXPECT_EQ(holds, SearchForExpression("a 1\n3\nb", expression, 1, 0)) << expression;
+    EXPECT_EQ(*holds - '0', SearchForExpression("a 1\n3\nb", expression, 1, 0)) << expression;
     String source(expression);
     std::string tokens;
     const bool done = parser.Expr2Polish(source, 0) != 0;
@@ -58,55 +57,48 @@ TEST(Expressions, BecomePostfixAndHoldForALine) {
   }
   TExprParser wide(PriorityTable2, sizeof PriorityTable2);
   EXPECT_TRUE(wide.TokenInPos("1<=2", 2) == 6 && wide.TokenInPos("1<=2", 4) == -1);
-  EXPECT_TRUE(wide.TokenInPriority("MOD") == 4 && wide.TokenInPriority("mo") == -1);
-  EXPECT_EQ(65520, wide.TokenSPriority(")"));
+  EXPECT_TRUE(wide.TokenInPriority("MOD") == 4 && wide.TokenSPriority(")") == 65520);
   String rest(" 7div 2");
-  for (const char* token : {"7", "div"}) EXPECT_EQ(token, wide.GetToken(rest));
-  EXPECT_TRUE(rest == " 2" && wide.Expr2Polish(rest, 1) == 1 && wide.Output().Count() == 0);
+  EXPECT_TRUE(wide.GetToken(rest) == "7" && wide.GetToken(rest) == "div" && rest == " 2");
+  EXPECT_TRUE(wide.Expr2Polish(rest, 1) == 1 && wide.Output().Count() == 0);
 }
 
-class TextLog : public testing::Test {
+class TextLog : public TCheckTest {
  protected:
-  /// The reply's words, which are also kept, with a blank between them.
-  std::string Call(THandler handler, const std::string& params) {
-    std::istringstream stream(CallHandler(handler, Params(params)));
-    std::string reply, word;
-    for (words_.clear(); stream >> word; words_.push_back(word)) reply += word + ' ';
-    return reply;
-  }
-
-  std::vector<std::string> words_{"0", "0", "0", "0"};
-  const TEnabledTests enabled_;
-  const TTempDir dir_;
-  const std::string log_ = dir_.Path("the log\xE9"), mask_ = dir_.Path("%newestfile%");
+  const std::string log_ = dir_.Path("the log\xE9");
 };
 
 TEST_F(TextLog, FollowsALogThroughItsLife) {
   const std::string wide(3000, 'w'), head = wide.substr(0, 1024);
   const auto add = std::ios::app, anew = std::ios::trunc;
-  const std::tuple<std::ios::openmode, std::string, char, std::string> steps[] = {
-      {add, "first ERR\n", '0', "0 0 9 10 1 10 "},
+  // Of each check: match, line, then position, size and time for the next one, current size.
+  using TOutcome = std::tuple<double, std::string, double, double, double, double>;
+  const std::tuple<std::ios::openmode, std::string, bool, TOutcome> steps[] = {
+      {add, "first ERR\n", false, {0, "", 9, 10, 1, 10}},
       // The line feed of a CR LF counts as part of the next line.
-      {add, "one ERR\r\nnone\ntwo ERR\n", '0', "14 one ERR 1 18 10 1 32 "},
-      {add, "", '0', "29 two ERR 0 32 32 3 32 "},
-      {add, "part ERR", '0', "0 0 32 40 4 40 "},
-      {add, "\nX\n\n", '0', "38 part ERR 0 43 44 5 44 "},
-      {anew, "\rERR r\n", '0', "1 ERR r 0 7 7 6 7 "},
-      {add, wide + "ERR\n", '1', "3008 " + head + " 0 3011 3011 7 3011 "},
+      {add, "one ERR\r\nnone\ntwo ERR\n", false, {14, "one ERR", 18, 10, 1, 32}},
+      {add, "", false, {29, "two ERR", 32, 10, 1, 32}},
+      {add, "", false, {0, "", 32, 32, 4, 32}},
+      {add, "part ERR", false, {0, "", 32, 40, 5, 40}},
+      {add, "\nX\n\n", true, {38, "part ERR", 43, 44, 6, 44}},
+      {anew, "\rERR r\n", true, {1, "ERR r", 7, 7, 7, 7}},
+      {add, wide + "ERR\n", true, {3008, head, 3011, 3011, 8, 3011}},
       // A line that no buffer holds counts once it has an end; what follows it is not lost.
-      {add, '\n' + std::string(700'000, 'w') + "ERR", '0', "0 0 3011 703015 8 703015 "},
-      {add, "\r\nERR 2\nx\n", '1', "703017 ERR 2 0 703025 703025 9 703025 "},
-      {anew, "", '0', "0 0 -1 0 10 0 "},  // looking ahead found no baseline
-      {add, "ERR\n", '0', "0 0 3 4 11 4 "},
+      {add, '\n' + std::string(700'000, 'w') + "ERR", false, {0, "", 3011, 703015, 9, 703015}},
+      {add, "\r\nERR 2\nx\n", true, {703017, "ERR 2", 703025, 703025, 10, 703025}},
+      {anew, "", false, {0, "", 0, 0, 11, 0}},
+      {add, "ERR\n", false, {0, "", 3, 4, 12, 4}},
   };
-  time_t time = 0;
-  for (const auto& [mode, bytes, all, reply] : steps) {
+  double position = 0, size = 0, time = 0, current;
+  utimbuf times{};
+  String line, error;
+  for (const auto& [mode, bytes, all, outcome] : steps) {
     std::ofstream(log_, mode) << bytes;
-    const utimbuf times{++time, time};
+    times.modtime += 1;
     utime(log_.c_str(), &times);
-    std::string request = log_ + ",ERR,";
-    for (size_t i = words_.size() - 4; i < words_.size() - 1; ++i) request += words_[i] + ',';
-    EXPECT_EQ("200 " + reply, Call(kOne, request + "7=" + all));  // position, size and time
+    const double match = CheckFileForExpression(log_.c_str(), "ERR", position, size, time, 0, all,
+                                                1, 0, line, error, current);
+    EXPECT_EQ(outcome, TOutcome(match, ToStd(line), position, size, time, current)) << bytes;
   }
 }
 
@@ -114,49 +106,45 @@ TEST_F(TextLog, TakesEachOptionFromItsPlace) {
   std::ofstream(log_) << "#\nERRx\nan err\n'ERR'\n'or' ERR \n";
   const std::array<const char*, 4> cases[] = {
       // text, options of either check
-      {"err", "", "", "200 2 ERRx"},           {"err", "8=1", "13=1", "200 11 an err"},
-      {"err", "9=1", "14=1", "200 11 an err"}, {"'ERR'", "", "", "200 15 'ERR'"},
-      {"'ERR'", "6=1", "12=1", "200 2 ERRx"},  {"err", "7=1", "5=1", "200 26 'or'"},
-      {"R ", "", "", "200 28 'or'"},           {"R\r", "", "", "200 3 ERRx"},
-      {"'%0A", "", "", "200 0 0 30 30"}};
+      {"err", "", "", "     2\nERRx"},          {"err", "8=1", "13=1", "    11\nan err"},
+      {"err", "9=1", "14=1", "    11\nan err"}, {"'ERR'", "", "", "    15\n'ERR'"},
+      {"'ERR'", "6=1", "12=1", "     2\nERRx"}, {"err", "7=1", "5=1", "    26\n'or'"},
+      {"R ", "", "", "    28\n'or'"},           {"R\r", "", "", "     3\nERRx"},
+      {"'%0A", "", "", "     0\n\n0\n    30\n"}};
   for (const auto& [text, one, two, reply] : cases) {
-    const std::string byOne = Call(kOne, ' ' + log_ + ',' + text + ",1,1," + one);
-    EXPECT_TRUE(byOne.starts_with(reply)) << byOne << " for " << text;
-    const std::string second = std::string(",1,1,6=?,10=1,20=1,11=") + text + ',' + two;
-    EXPECT_EQ(byOne + "0 " + log_ + ' ', Call(kTwo, mask_ + second));
+    const std::string first = ' ' + log_ + ',' + text + ",1,1," + one;
+    const std::string byOne = CallHandler(kOne, Params(first));
+    EXPECT_TRUE(byOne.starts_with(std::string("200\n") + reply)) << byOne << " for " << first;
+    Expect(kTwo, byOne + "0\n" + log_ + '\n',
+           std::string("@%newestfile%,1,1,6=?,10=1,20=1,11=") + text + ',' + two);
   }
 }
 
-TEST_F(TextLog, AnswersErrors) {
-  const std::string log = dir_.File("x", "\n\nx\ny\nx\ny\n"), mask = mask_, huge(400, '9');
-  const std::string missing = "301 File does not exist ", wrong = "501 Wrong parameter ";
-  const std::tuple<THandler, std::string, std::string> cases[] = {
-      {kOne, "none,3=x", missing},
-      {kOne, "/dev/null", "301 File \"null\" not found "},
-      {kOne, log + ",3=1x", wrong},
-      {kOne, log + ",4=1x", wrong},
-      {kOne, log + ",5=1x", wrong},
-      {kOne, log + ",3=-5,4=1", "301 fseek error "},
-      {kOne, log + ",x," + huge + ",1", "200 1 x 1 4 1 0 10 "},
-      {kTwo, "none,x", wrong},
-      {kTwo, mask + ",10=1,16=1", missing},
-      {kTwo, mask + ",1,1,6=y,11=x,16=1", "200 5 y 1 6 1 0 10 1 " + log + ' '},
-      // The match that waits is another filter's.
-      {kTwo, mask + ",1,1,6=y,10=1,11=x,20=1", "200 2 x 1 4 1 0 10 0 " + log + ' '}};
-  for (const auto& [handler, params, reply] : cases) EXPECT_EQ(reply, Call(handler, params));
+TEST_F(TextLog, AnswersErrorsAndWhatWaits) {
+  const std::string log = dir_.File("x", "\n\nx\ny\nx\ny\n"), two = "@%newestfile%,1,1,6=y,11=x,";
+  const utimbuf times{5, 5};
+  utime(log.c_str(), &times);
+  Expect(kOne, "301\nFile does not exist", "none,3=x");
+  Expect(kOne, "301\nFile \"null\" not found", "/dev/null");
+  Expect(kOne, "501\nWrong parameter", "@x,3=1x|@x,4=1x|@x,5=1x");
+  Expect(kOne, "301\nfseek error", "@x,3=-5,4=1");
+  Expect(kOne, "200\n     1\nx\n1\n     4\n     1\n     0\n    10\n",
+         "@x,x," + std::string(400, '9') + ",1");
+  Expect(kOne, "200\n     7\nx\n0\n    10\n    10\n     5\n    10\n", "@x,x,4,1");
+  Expect(kTwo, "501\nWrong parameter", "none,x");
+  Expect(kTwo, "301\nFile does not exist", "@%newestfile%,10=1,16=1");
+  Expect(kTwo, "200\n     5\ny\n1\n     6\n     1\n     0\n    10\n1\n@x\n", two + "16=1");
+  // The match that waits is another filter's.
+  Expect(kTwo, "200\n     2\nx\n1\n     4\n     1\n     0\n    10\n0\n@x\n", two + "10=1,20=1");
   // A file that says it is longer than what can be read of it.
   const char* const brief = "/sys/devices/system/cpu/online";
-  Call(kOne, std::string(brief) + ",x,4=1");
-  EXPECT_TRUE(FileSize(brief) != 4096 || words_[words_.size() - 2] == "0");
+  const std::string reply = CallHandler(kOne, {{1, brief}, {2, "x"}, {4, "1"}});
+  EXPECT_TRUE(FileSize(brief) != 4096 || reply.ends_with("\n     1\n     0\n  4096\n"));
 
-  double position = 1, size = 1, time = 0, current;
-  String line, error;
-  EXPECT_EQ(2, CheckFileForExpression(log.c_str(), "'x'", position, size, time, 1, 0, 1, 1, line,
-                                      error, current));
   EXPECT_EQ(0, chmod(log.c_str(), 0) + chmod(dir_.Path().c_str(), 0755));
   setfsuid(65534);
   pauses = 0;
-  EXPECT_EQ("301 Cannot open file ", Call(kOne, log + ",x,1,1"));
+  Expect(kOne, "301\nCannot open file", "@x,x,1,1");
   setfsuid(geteuid());
   EXPECT_EQ(3, std::exchange(pauses, -1));
 }

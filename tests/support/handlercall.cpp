@@ -61,3 +61,16 @@ TEnabledTests::TEnabledTests(int enabled, int TQovSettings::*but) {
     }
   });
 }
+
+std::string TCheckTest::In(std::string text) const {
+  for (size_t at = 0; (at = text.find('@', at)) != text.npos;) text.replace(at, 1, dir_.Path(""));
+  return text;
+}
+
+void TCheckTest::Expect(THandler handler, const std::string& reply,
+                        const std::string& requests) const {
+  std::istringstream all(In(requests));
+  for (std::string request; getline(all, request, '|');) {
+    EXPECT_EQ(In(reply), CallHandler(handler, Params(request))) << request;
+  }
+}

@@ -42,3 +42,15 @@ class TEnabledTests : TScope {
  private:
   const TQovSettings former_ = QovSettings;
 };
+
+/// A folder of files to check, with every check allowed.
+class TCheckTest : public testing::Test {
+ protected:
+  /// The text with the folder, '/' at its end, in place of each "@".
+  std::string In(std::string text) const;
+  /// Expects that the handler replies so to each of the requests (see Params), a "|" between them.
+  void Expect(THandler handler, const std::string& reply, const std::string& requests) const;
+
+  const TEnabledTests enabled_;
+  const TTempDir dir_;
+};
