@@ -33,13 +33,6 @@ std::string CallHandler(THandler handler, const TParams& params) {
   return ToStd(reply);
 }
 
-void ExpectReplies(THandler handler, const std::vector<TCall>& calls) {
-  for (const TCall& call : calls) {
-    EXPECT_EQ(call.reply, CallHandler(handler, call.params))
-        << "call " << &call - calls.data() << " with " << testing::PrintToString(call.params);
-  }
-}
-
 void ExpectMatches(THandler handler, const std::vector<TRow>& rows) {
   const TEnabledTests enabled;
   std::vector<std::thread> threads;

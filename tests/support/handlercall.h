@@ -18,13 +18,6 @@ TParams Params(const std::string& text);
 /// first line.
 std::string CallHandler(THandler handler, const TParams& params);
 
-struct TCall {
-  TParams params;
-  std::string reply;
-};
-/// Expects that the handler replies to each call as it says.
-void ExpectReplies(THandler handler, const std::vector<TCall>& calls);
-
 /// A handler's parameters from the first on, and the reply as a regular expression.
 using TRow = std::pair<std::vector<std::string>, std::string>;
 /// Asks all at once, as many wait, with everything enabled.
