@@ -93,14 +93,13 @@ double FindStrInFile(const char* path, const String& text, int caseSensitive, in
   if (length > facts.st_size) return 0;
   const TTextFinder finder({text.CStr(), static_cast<size_t>(length)}, caseSensitive, wholeWord);
   TFileWindow window(file.Get(), 0, INT64_MAX, std::max(kReadBytes, finder.Length() + 1));
-  const bool windowed = 3 * length <= facts.st_size + 1;  // the file is larger than one window
   const auto isBounded = [&](const char* p, int64_t offset) {
     const char* after = p + length;
     const bool wordBefore = p > window.Begin() && IsWordByte(p[-1]);
     const bool wordAfter = after < window.End() && IsWordByte(*after);
     // Windows of three lengths that overlap by one: an occurrence in the overlap is seen at the
     // end of one window and at the start of the next, each time with one neighbour only.
-    const bool overlap = windowed && offset > 0 && offset % (2 * length) == 0;
+    const bool overlap = offset > 0 && offset % (2 * length) == 0;
     return overlap ? !wordBefore || !wordAfter : !wordBefore && !wordAfter;
   };
   ptrdiff_t from = 0;
