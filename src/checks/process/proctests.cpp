@@ -40,7 +40,7 @@ bool MakeOutput(char kind, TTempFile& output, QovReply& reply) {
   return false;
 }
 
-/// The output of a script that has run; null, with the reply filled, when it wrote none.
+/// The output of a script that has run; null, with the reply filled, when it never began any.
 TFile OpenOutput(const TTempFile& output, QovReply& reply) {
   TFile file = output.OpenText();
   if (!file) Refuse(reply, "Cannot get script results");
@@ -89,8 +89,7 @@ bool IsResult(const String& line) {
 }
 
 struct TScriptOutput {
-  String result;
-  String text;
+  String result, text;
 };
 
 /// Picks the result line and the first `wantedLines` lines of a script's output.
