@@ -102,7 +102,6 @@ TEST_F(TextLog, FollowsALogThroughItsLife) {
 TEST_F(TextLog, TakesEachOptionFromItsPlace) {
   std::ofstream(log_) << "#\nERRx\nan err\n'ERR'\n'or' ERR \n";
   const std::array<const char*, 4> cases[] = {
-      // text, options of either check
       {"err", "", "", "     2\nERRx"},          {"err", "8=1", "13=1", "    11\nan err"},
       {"err", "9=1", "14=1", "    11\nan err"}, {"'ERR'", "", "", "    15\n'ERR'"},
       {"'ERR'", "6=1", "12=1", "     2\nERRx"}, {"err", "7=1", "5=1", "    26\n'or'"},

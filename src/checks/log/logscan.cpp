@@ -191,7 +191,7 @@ bool ScanLog(const char* path, const TLineFilters& filters, bool scanAll, TLogSt
     complete &= match.offset == 0 || scanAll;
   }
   if (!complete) return true;
-  // Those from before the reading, which ended at this size: what is appended from then on makes
+  // As they were before the reading, which ended at this size: what is appended from then on makes
   // both differ.
   state.size = static_cast<double>(facts.st_size);
   state.time = static_cast<int>(facts.st_mtime);
