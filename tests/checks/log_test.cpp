@@ -60,13 +60,10 @@ TEST(Expressions, BecomePostfixAndHoldForALine) {
   EXPECT_TRUE(wide.Expr2Polish(rest, 1) == 1 && wide.Output().Count() == 0);
 }
 
-class TextLog : public TCheckTest {
- protected:
-  const std::string log_ = dir_.Path("the log\xE9");
-};
+class TextLog : public TCheckTest {};
 
 TEST_F(TextLog, FollowsALogThroughItsLife) {
-  const std::string wide(3000, 'w'), head = wide.substr(0, 1024);
+  const std::string wide(3000, 'w'), head = wide.substr(0, 1024), log = dir_.Path("log");
   const auto add = std::ios::app, anew = std::ios::trunc;
   // Of each check: match, line, then position, size and time for the next one, current size.
   using TOutcome = std::tuple<double, std::string, double, double, double, double>;
@@ -90,17 +87,17 @@ TEST_F(TextLog, FollowsALogThroughItsLife) {
   utimbuf times{};
   String line, error;
   for (const auto& [mode, bytes, all, outcome] : steps) {
-    std::ofstream(log_, mode) << bytes;
+    std::ofstream(log, mode) << bytes;
     times.modtime += 1;
-    utime(log_.c_str(), &times);
-    const double match = CheckFileForExpression(log_.c_str(), "ERR", position, size, time, 0, all,
-                                                1, 0, line, error, current);
+    utime(log.c_str(), &times);
+    const double match = CheckFileForExpression(log.c_str(), "ERR", position, size, time, 0, all, 1,
+                                                0, line, error, current);
     EXPECT_EQ(outcome, TOutcome(match, ToStd(line), position, size, time, current)) << bytes;
   }
 }
 
 TEST_F(TextLog, TakesEachOptionFromItsPlace) {
-  std::ofstream(log_) << "#\nERRx\nan err\n'ERR'\n'or' ERR \n";
+  const std::string log = dir_.File("the log\xE9", "#\nERRx\nan err\n'ERR'\n'or' ERR \n");
   const std::array<const char*, 4> cases[] = {
       {"err", "", "", "     2\nERRx"},          {"err", "8=1", "13=1", "    11\nan err"},
       {"err", "9=1", "14=1", "    11\nan err"}, {"'ERR'", "", "", "    15\n'ERR'"},
@@ -108,10 +105,10 @@ TEST_F(TextLog, TakesEachOptionFromItsPlace) {
       {"R ", "", "", "    28\n'or'"},           {"R\r", "", "", "     3\nERRx"},
       {"'%0A", "", "", "     0\n\n0\n    30\n"}};
   for (const auto& [text, one, two, reply] : cases) {
-    const std::string first = ' ' + log_ + ',' + text + ",1,1," + one;
+    const std::string first = ' ' + log + ',' + text + ",1,1," + one;
     const std::string byOne = CallHandler(kOne, Params(first));
     EXPECT_TRUE(byOne.starts_with(std::string("200\n") + reply)) << byOne << " for " << first;
-    Expect(kTwo, byOne + "0\n" + log_ + '\n',
+    Expect(kTwo, byOne + "0\n" + log + '\n',
            std::string("@%newestfile%,1,1,6=?,10=1,20=1,11=") + text + ',' + two);
   }
 }
@@ -170,12 +167,12 @@ TOutcome ScanSimply(const std::string& log, size_t from, const TFilters& filters
 
 TEST_F(TextLog, ScansAsALineByLineModel) {
   const auto compare = [&](const std::string& log, size_t from, const TFilters& f, bool scanAll) {
-    dir_.File("the log\xE9", log);
+    const std::string path = dir_.File("log", log);
     double position = static_cast<double>(from), size = 1, time = 0, current;
     int first = -1;
     String line, error;
     const double match =
-        CheckFileForExpression2(log_.c_str(), position, size, time, f.front(), f.back(),
+        CheckFileForExpression2(path.c_str(), position, size, time, f.front(), f.back(),
                                 f.size() == 2, scanAll, first, line, error, current);
     ASSERT_EQ(ScanSimply(log, from, f, scanAll), TOutcome(match, ToStd(line), position, first));
   };

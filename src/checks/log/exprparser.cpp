@@ -105,7 +105,7 @@ String TExprParser::GetToken(String& expr) {
 
 bool TExprParser::Convert(std::string_view source, const TEmit& emit) {
   error_ = "";
-  std::vector<unsigned char> waiting;  // rows
+  std::vector<unsigned char> waiting;  // rows of the operators
   const auto emitWhile = [&](auto isDue) {
     for (; !waiting.empty() && isDue(table_[waiting.back()]); waiting.pop_back()) {
       emit(&table_[waiting.back()], {});
