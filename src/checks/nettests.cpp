@@ -79,10 +79,10 @@ void ProcessTest_UDP(const VxRequest& params, QovReply& reply) {
   }
   probe.timeout = timeoutMs / 1000;
   if (probe.timeout == 0) probe.timeout = 1;
-  for (int made = 0; made < attempts && probe.result < 1; ++made) {
+  Attempt(&SendReceiveUDPPacket, probe);
+  for (int made = 1; made < attempts && probe.result < 1; ++made) {
     // Billions of attempts that fail at once would keep a processor busy for hours.
-    const int pauseMs = made == 0 ? 0 : 1000 - probe.elapsedMs;
-    std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000 - probe.elapsedMs));
     Attempt(&SendReceiveUDPPacket, probe);
   }
   Answer(probe, reply);

@@ -35,7 +35,7 @@ TEST(NetTests, AnswerForEveryOutcomeOverTcp) {
 
 TEST(NetTests, AnswerForEveryOutcomeOverUdp) {
   const TPeer many(TPeer::kUdp, {std::string(9000, 'x')}), mute(TPeer::kUdp), twice(TPeer::kUdp);
-  const TPeer second(TPeer::kUdp, {.text = "x", .after = 5});
+  const TPeer second(TPeer::kUdp, {.text = "x", .after = 5, .delayMs = 100});
   const TPeer slow(TPeer::kUdp, {.text = "x", .delayMs = 1600});
   const long long start = NowMs();
   ExpectMatches(ProcessTest_UDP,
