@@ -70,8 +70,10 @@ TEST(StringTest, FindsWhatASimpleSearchFinds) {
   std::string run, near;
   while (run.size() < 200) run += "ab";
   while (near.size() < 3000) near += run.substr(50) + "cc";
-  near += 'x' + run.substr(1) + "zz" + std::string(196, 'q') + "ab";
+  near += 'x' + run.substr(1) + "zb" + std::string(196, 'q') + "ab";
   EXPECT_EQ(0, ToString(near).Search(ToString(run), 1, 0));
+  for (size_t i = 0; i < 200; ++i)  // no byte behind the end counts
+    EXPECT_EQ(0, mempos((std::string(i, 'q') + "xy").data(), static_cast<int>(i) + 1, "xy", 2));
   EXPECT_EQ(1, memposi("a-Z---aaaaaaaaaa", 16, "A-z---AAAAAAAAAA", 16));
   EXPECT_EQ(0, memposi("a@aaaaaaaaaaaaaa", 16, "a`aaaaaaaaaaaaaa", 16) +
                    memposi("a[aaaaaaaaaaaaaa", 16, "a{aaaaaaaaaaaaaa", 16));
