@@ -6,10 +6,9 @@
 static constexpr int kPathBytes = 4095;
 
 int LastDelimiter(const char* delims, const String& s) {
-  for (int i = s.Length(); i > 0; --i) {
-    if (IsDelimiter(delims, s, i)) return i;
-  }
-  return 0;
+  int i = s.Length();
+  while (i > 0 && !IsDelimiter(delims, s, i)) --i;
+  return i;
 }
 
 String ExtractFilePath(const String& s) { return s.Copy(1, LastDelimiter("/", s)); }

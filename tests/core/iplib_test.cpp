@@ -29,7 +29,6 @@ TEST(ListenTest, ListensOnceAPort) {
     EXPECT_EQ(kIpOk, TCPConnect(kHost, port, 0, err));
   }
   EXPECT_EQ(-12, TCPConnect(kHost, port, 0, err) + TCPConnect(kHost, port, 1500, err));
-  EXPECT_GT(TFd(TcpListen(kHost, port, nullptr, err)).Get(), 0) << "the port was in use just now";
   EXPECT_EQ(0, TcpListen("::1", port, nullptr, err)) << "addresses of IPv4 only";
 }
 
