@@ -9,6 +9,8 @@ using testing::HasSubstr;
 
 namespace {
 
+bool Once(const std::string& text, const char* part) { return text.find(part) == text.rfind(part); }
+
 TEST(ControlTest, RestartsAsItWasStarted) {
   const sighandler_t former = signal(SIGINT, SIG_IGN);
   const TAgentProcess agent;
@@ -65,8 +67,7 @@ TEST(ControlTest, LivesOnWhenTheNewImageCannotStart) {
   ASSERT_TRUE(idle.Ask("SetSettings", {"Port=" + std::to_string(agent.port)}));
   EXPECT_EQ("200", idle.Reply().code);
   ASSERT_TRUE(agent.WaitFor("Server port switching .. Ok\n", 1, "log1.txt"));
-  const std::string messages = agent.ReadFile(log);
-  EXPECT_EQ(messages.find("cannot start"), messages.rfind("cannot start"));
+  EXPECT_TRUE(Once(agent.ReadFile(log), "cannot start"));
   agent.folder.File("done");
   EXPECT_EQ("fine", peers[0].Reply().values.at(0));
   EXPECT_TRUE(Await([&] { return agent.Info("ActiveConnections") == "2"; }));
@@ -169,7 +170,7 @@ TEST(UpgradeTest, RunsTheNewProgramOnceItsReplyIsOut) {
 }
 
 TEST(UpgradeTest, GivesItsClaimBackWhenTheScriptCannotStart) {
-  const TAgentProcess agent({.config = "timeout=-1\n", .faults = "FAULT_SEND_MS=1000"});
+  const TAgentProcess agent({.config = "timeout=-1\n", .faults = "FAULT_SEND_MS=1200"});
   TRawPeer later(agent.port);
   TProcess client(Upgrade(agent));
   const std::string script = agent.folder.Path("tmp/qovupd__.sh");
@@ -181,6 +182,7 @@ TEST(UpgradeTest, GivesItsClaimBackWhenTheScriptCannotStart) {
   EXPECT_THAT(ReadFile(agent.program), testing::StartsWith("#!/bin/sh"));  // the old one
   ASSERT_TRUE(later.Ask("UpgradeCode", {"1000"}));
   EXPECT_EQ("200\n\r", later.Reply(true).text);
+  EXPECT_TRUE(Once(agent.ReadFile("console"), "cannot start"));
 }
 
 TEST(UpgradeTest, KeepsTheClaimOfACutTransfer) {
