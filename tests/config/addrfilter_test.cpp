@@ -3,7 +3,7 @@
 #include <arpa/inet.h>
 
 #include "core/iplib.h"
-#include "support/text.h"
+#include "support/scopes.h"
 
 namespace {
 

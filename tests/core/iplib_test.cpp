@@ -8,7 +8,7 @@
 
 #include "core/owned.h"
 #include "support/peers.h"
-#include "support/text.h"
+#include "support/scopes.h"
 
 constexpr const char* kHost = "127.0.0.1";
 

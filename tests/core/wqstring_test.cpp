@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <random>
 
-#include "support/text.h"
+#include "support/scopes.h"
 
 using namespace std::string_literals;
 

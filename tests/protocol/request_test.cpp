@@ -5,7 +5,7 @@
 
 #include "client/vxwire.h"
 #include "core/message.h"
-#include "support/text.h"
+#include "support/scopes.h"
 
 constexpr char kText[] = "TEST-X\n Port = 80 \n\r";
 

@@ -5,8 +5,6 @@
 #include <sstream>
 #include <thread>
 
-#include "support/text.h"
-
 TParams Params(const std::string& text) {
   TParams params;
   std::istringstream in(text);

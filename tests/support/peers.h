@@ -1,12 +1,15 @@
 #pragma once
 
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -27,28 +30,77 @@ bool Await(TCondition done, int limitMs = 20000) {
   return true;
 }
 
-/// A loopback TCP port that nobody listens on at the moment, outside the range of outgoing ports.
-int FindFreePort();
+/// A loopback address in the form that system calls take.
+struct TAddress {
+  explicit TAddress(int port = 0, const char* host = "127.0.0.1")
+      : in{AF_INET, htons(static_cast<uint16_t>(port)), {inet_addr(host)}, {}} {}
+  sockaddr* Get() { return reinterpret_cast<sockaddr*>(&in); }
+
+  sockaddr_in in;
+  socklen_t size = sizeof in;
+};
+
+/// A socket at the address, bound as the agent binds; none when that is taken.
+inline TFd Bind(int type, TAddress address) {
+  TFd fd(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+  const int on = 1;
+  setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  if (bind(fd.Get(), address.Get(), address.size) != 0) fd.Reset();
+  return fd;
+}
+
+/// A loopback TCP port that nobody listens on at the moment, below the range of outgoing ports.
+inline int FindFreePort() {
+  static std::atomic<int> next{getpid() * 17};
+  for (int i = 0; i < 12000; ++i) {
+    const int port = 20000 + next++ % 12000;
+    if (listen(Bind(SOCK_STREAM, TAddress(port)).Get(), 1) == 0) return port;
+  }
+  return 0;
+}
 
 inline constexpr char kPassword[] = "test password";  ///< of every test agent
 inline constexpr char kSessionKey[] = "session key";
 
 /// The packet of a request to a test agent.
-std::string Packet(const std::string& command, const std::vector<std::string>& params = {});
+inline std::string Packet(const std::string& command, const std::vector<std::string>& params = {}) {
+  std::string text = command + "\n";
+  for (const std::string& param : params) text += param + "\n";
+  return BuildRequest(kPassword, kSessionKey, text + "\r");
+}
 
 /// A TCP peer of an agent that sends what it is told. Every wait is bounded.
 class TRawPeer {
  public:
   /// Connects to 127.0.0.1:port from `source`; see Open.
-  explicit TRawPeer(int port, const char* source = "127.0.0.1");
+  explicit TRawPeer(int port, const char* source = "127.0.0.1")
+      : socket_(Bind(SOCK_STREAM, TAddress(0, source))) {
+    TAddress address(port);
+    if (connect(socket_.Get(), address.Get(), address.size) != 0) socket_.Reset();
+  }
   /// False when it could not connect, or once the agent's close was received.
   bool Open() const { return static_cast<bool>(socket_); }
-  bool Send(std::string_view bytes);
+  bool Send(std::string_view bytes) {
+    const auto sent = send(socket_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    return sent == static_cast<ssize_t>(bytes.size());  // a blocking send takes all of it
+  }
   bool Ask(const std::string& command, const std::vector<std::string>& params = {}) {
     return Send(Packet(command, params));
   }
   /// What comes until the agent closes, until `oneReply` is whole, or within `limitMs`.
-  std::string Receive(int limitMs = 20000, bool oneReply = false);
+  std::string Receive(int limitMs = 20000, bool oneReply = false) {
+    std::string all;
+    const long long end = NowMs() + limitMs;
+    while (Open() && !(oneReply && ReplyBytes(all) <= static_cast<int64_t>(all.size()))) {
+      pollfd wait = {socket_.Get(), POLLIN, 0};
+      if (poll(&wait, 1, static_cast<int>(std::max(0LL, end - NowMs()))) <= 0) break;
+      char buffer[65536];
+      const ssize_t got = recv(socket_.Get(), buffer, sizeof buffer, 0);
+      if (got <= 0) socket_.Reset();
+      all.append(buffer, static_cast<size_t>(std::max<ssize_t>(got, 0)));
+    }
+    return all;
+  }
   TReply Reply(bool one = false) { return DecodeReply(Receive(20000, one), kSessionKey); }
 
  private:
@@ -67,19 +119,64 @@ class TLoopbackPeer {
  public:
   enum TKind { kTcp, kUdp };
 
-  explicit TLoopbackPeer(TKind kind, TPeerAnswer answer = {});
-  ~TLoopbackPeer();
-  int Port() const { return port_; }
+  explicit TLoopbackPeer(TKind kind, TPeerAnswer answer = {})
+      : answer_(std::move(answer)),
+        socket_(Bind(kind == kTcp ? SOCK_STREAM : SOCK_DGRAM, TAddress())) {
+    if (kind == kTcp) listen(socket_.Get(), 8);
+    thread_ = std::thread([this, kind] {
+      while (Readable(socket_.Get())) {
+        if (kind == kUdp) return Serve(socket_.Get(), false);
+        Serve(TFd(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC)).Get(), true);
+      }
+    });
+  }
+  ~TLoopbackPeer() {
+    stop_ = true;
+    thread_.join();
+  }
+  int Port() const {
+    TAddress address;
+    getsockname(socket_.Get(), address.Get(), &address.size);
+    return ntohs(address.in.sin_port);
+  }
   /// The pieces received so far, as they came; waits until they hold `bytes` bytes.
-  std::vector<std::string> Received(size_t bytes) const;
+  std::vector<std::string> Received(size_t bytes) const {
+    std::vector<std::string> pieces;
+    Await([&] {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      pieces = received_;
+      return held_ >= bytes;
+    });
+    return pieces;
+  }
 
  private:
-  void Serve(int fd, bool connection);
-  bool Readable(int fd) const;
+  bool Readable(int fd) const {
+    pollfd wait = {fd, POLLIN, 0};
+    while (!stop_ && poll(&wait, 1, 20) <= 0) continue;
+    return !stop_;
+  }
+  void Serve(int fd, bool connection) {
+    char buf[65536];
+    TAddress from;
+    bool answered = false;
+    for (size_t held = 0;;) {
+      if (!answered && held >= answer_.after && (connection || held > 0) && !answer_.text.empty()) {
+        usleep(static_cast<useconds_t>(answer_.delayMs) * 1000);
+        sendto(fd, answer_.text.data(), answer_.text.size(), MSG_NOSIGNAL, from.Get(), from.size);
+        answered = connection;
+      }
+      if ((connection && answer_.closeThen && held >= answer_.after) || !Readable(fd)) return;
+      const ssize_t count = recvfrom(fd, buf, sizeof buf, 0, from.Get(), &from.size);
+      if (count <= 0) return;
+      held += static_cast<size_t>(count);
+      const std::lock_guard<std::mutex> lock(mutex_);
+      held_ += received_.emplace_back(buf, static_cast<size_t>(count)).size();
+    }
+  }
 
   const TPeerAnswer answer_;
   const TFd socket_;
-  int port_ = 0;
   mutable std::mutex mutex_;
   std::vector<std::string> received_;
   size_t held_ = 0;

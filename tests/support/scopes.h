@@ -10,7 +10,16 @@
 #include "config/settings.h"
 #include "config/tempfolder.h"
 #include "core/message.h"
-#include "support/text.h"
+
+/// Between the product's strings and the library's, embedded zero bytes kept.
+inline String ToString(std::string_view bytes) {
+  return String(bytes.data(), static_cast<int>(bytes.size()));
+}
+inline std::string ToStd(const String& s) {
+  return s.Data() == nullptr ? "" : std::string(s.Data(), static_cast<size_t>(s.Length()));
+}
+/// Shows a String in a failed expectation.
+inline void PrintTo(const String& s, std::ostream* out) { *out << '"' << ToStd(s) << '"'; }
 
 /// What belongs to one place: neither copied nor moved.
 struct TScope {
@@ -114,8 +123,8 @@ struct TSettingsTest : testing::Test {
     std::string values;
     for (const std::string name : keys) {
       for (const auto& [key, form, field, preset, saved] : kSettingKeys) {
-        if (name != key) continue;
-        values += field.text ? ToStd(record.*field.text) : std::to_string(record.*field.number);
+        if (name == key)
+          values += field.text ? ToStd(record.*field.text) : std::to_string(record.*field.number);
       }
       values += ' ';
     }

@@ -45,11 +45,11 @@ TEST(ControlTest, LivesOnWhenTheNewImageCannotStart) {
   fs::remove(agent.program);
   const std::string temp = agent.folder.Path("tmp");
   std::vector<TRawPeer> peers;
-  const std::string script = "until [ -f " + agent.folder.Path("done") + " ]; do sleep 0.1; done\n";
-  for (const std::string end : {"echo fine", "exec sleep 5"}) {
-    EXPECT_TRUE(peers.emplace_back(agent.port)
-                    .Ask("TEST-ShellScript",
-                         {"/bin/sh %script%", EncodeText(script + end), "", "60", "1"}));
+  const std::string& folder = agent.folder.Path();
+  for (const std::string& wait : {"! -f " + folder + "/done", "-d " + folder}) {
+    const std::string script = "while [ " + wait + " ]; do sleep 0.1; done%0Aecho fine";
+    peers.emplace_back(agent.port)
+        .Ask("TEST-ShellScript", {"/bin/sh %script%", script, "", "60", "1"});
   }
   ASSERT_TRUE(Await([&] { return Count(temp) == 4; })) << "scripts and outputs";
   TRawPeer idle(agent.port), crashing(agent.port);
