@@ -86,7 +86,7 @@ TEST_F(ProcTest, TellsExitCodesAndFailures) {
   const std::string killed = "301\nabnormal termination", wrong = "501\nWrong parameter";
   const std::string plain = dir_.File("plain", "exit 3"), busy = Program("exit 9", "busy");
   const std::string unmarked = Program("exit $(($# + 7))", "unmarked");
-  EXPECT_EQ(0, system(("exec 3>>" + busy + "; sleep .3 &").c_str()));
+  EXPECT_EQ(0, system(("exec 3>>" + busy + "; sleep .1 &").c_str()));
   ExpectMatches(ProcessTest_External,
                 {{{"/bin/sh -c 'exit 255'", "", "", "5000"}, "200\n255\n"},
                  {{"/bin/sh -c 'exit $((${#0} % 8))' ' a \xFF", "", "", "0"}, "200\n4\n"},

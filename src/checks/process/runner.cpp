@@ -39,20 +39,20 @@ const char* OrNull(const char* path) { return path == nullptr ? _PATH_DEVNULL : 
 
 }  // namespace
 
-TArgumentBlock::TArgumentBlock(const char* rest) {
+TArgumentBlock::TArgumentBlock(const char* line) {
   size_t used = 0;
   for (const char*& argument : std::span(argv_, kMaxArguments)) {
-    rest += strspn(rest, " ");
-    if (*rest == 0) return;
-    const char quote[] = {*rest, 0};
-    const bool quoted = *rest == '"' || *rest == '\'';
-    if (quoted) ++rest;
-    const size_t length = strcspn(rest, quoted ? quote : " \t");
+    line += strspn(line, " ");
+    if (*line == 0) return;
+    const char quote[] = {*line, 0};
+    const bool quoted = *line == '"' || *line == '\'';
+    if (quoted) ++line;
+    const size_t length = strcspn(line, quoted ? quote : " \t");
     if (length + 1 > kBlockBytes - used) return;
-    argument = static_cast<char*>(memcpy(bytes_ + used, rest, length));
+    argument = static_cast<char*>(memcpy(bytes_ + used, line, length));
     used += length + 1;
-    rest += length;
-    if (*rest != 0) ++rest;
+    line += length;
+    if (*line != 0) ++line;
   }
 }
 

@@ -22,7 +22,7 @@ class TArgumentBlock {
   static constexpr int kMaxArguments = 23;
   static constexpr size_t kBlockBytes = 1024;  ///< all arguments with their terminators
 
-  explicit TArgumentBlock(const char* cmdline);
+  explicit TArgumentBlock(const char* line);
   TArgumentBlock(const TArgumentBlock&) = delete;
   TArgumentBlock& operator=(const TArgumentBlock&) = delete;
 
