@@ -35,6 +35,11 @@ struct ConfigCheckTest : TSettingsTest {
 };
 
 TEST_F(ConfigCheckTest, GivesEachFaultItsLine) {
+  const TEnvironment unset("TMPDIR", nullptr);
+  EXPECT_EQ(
+      Check("filtermarks=1\n\ntmpdir=/nowhere\nport=1\npassword=twelve bytes\nqovpath=" + agent),
+      "0W proccntscript is not set\n0W proclistscript is not set\n"
+      "0W cpuusagescript is not set\n3W '/nowhere' is not a folder: '.' is used");
   String none;
   const std::string x(1100, 'x'), port = std::to_string(FindFreePort());
   const TFd listener(TcpListen("127.0.0.1", std::stoi(port), nullptr, none));
@@ -63,11 +68,6 @@ TEST_F(ConfigCheckTest, GivesEachFaultItsLine) {
            agent + "' is not executable"},
   };
   for (const auto& [lines, findings] : cases) EXPECT_EQ(CheckGoodWith(lines), findings);
-  const TEnvironment unset("TMPDIR", nullptr);
-  EXPECT_EQ(
-      Check("filtermarks=1\n\ntmpdir=/nowhere\nport=1\npassword=twelve bytes\nqovpath=" + agent),
-      "0W proccntscript is not set\n0W proclistscript is not set\n"
-      "0W cpuusagescript is not set\n3W '/nowhere' is not a folder: '.' is used");
   EXPECT_EQ(CheckConfig("/nowhere/x").at(0).text, "Cannot open configuration file '/nowhere/x'");
 }
 

@@ -1,0 +1,321 @@
+#!/bin/sh
+# What is shipped, as files and as packages: package_test.sh files|build|install|service FOLDER
+#   build    this version's packages in FOLDER/first, the same byte for byte from another place and
+#            time, and another version's in FOLDER/second; FOLDER/build is kept for the next run
+#   install  in and out where no service manager runs: nothing is left behind
+#   service  the shipped units under a systemd
+# The last two run in a copy of this machine's root that takes every change and is thrown away, with
+# its own processes, network (loopback only) and host name. Every command is told: the last one told
+# is the one that failed. Exit status 77: left out.
+set -eux
+mode=$1 folder=$2
+here=$(cd "$(dirname "$0")" && pwd)
+source=${here%/tests/packaging}
+config=/etc/qov/qov.cfg
+
+skip() { echo "left out: $*" && exit 77; }
+need() { for tool; do command -v "$tool" || skip "no $tool here"; done; }
+# gives STATUS COMMAND...: the command ends with this status.
+gives() {
+  wanted=$1 status=0 && shift
+  "$@" || status=$?
+  [ "$status" -eq "$wanted" ]
+}
+# until_true COMMAND...: waits, 20 seconds at most, until the command succeeds.
+until_true() {
+  for _ in $(seq 200); do
+    if "$@"; then return; fi
+    sleep 0.1
+  done
+  false
+}
+release() { sed -n '1s/^qov (\(.*\)).*/\1/p' "$source/packaging/debian/changelog"; }
+
+test_files() {
+  need shellcheck mandoc systemd-analyze
+  cd "$source"
+  grep -rlE '^#! ?/(usr/bin/env (ba)?sh|bin/(ba)?sh)' --exclude-dir='build*' .ci tools packaging \
+    tests bench fuzz | xargs shellcheck
+  grep "^set(QOV_RELEASE \"$(release)\"" cmake/package.cmake
+  mandoc -T lint -W warning packaging/man/*.[1-8]
+  keys=$(grep -oE '^[a-z]+=' packaging/qov.cfg)
+  for key in $keys; do grep -q "Cm ${key%=}\>" packaging/man/qov.cfg.5; done
+  commands=$(grep -oE '\{"[A-Za-z0-9-]+' src/agent/dispatch.cpp)
+  for command in $commands; do grep -q "\<${command#??}\>" packaging/man/qov-protocol.7; done
+  work=$(mktemp -d)
+  trap 'rm -rf "$work"' EXIT
+  systemd-analyze security --offline=true --threshold=25 packaging/qov.service \
+    packaging/qov-watch.service >"$work/said"
+  mkdir "$work/qov.service.d"
+  for dropin in packaging/examples/agent/dropins/*.conf; do
+    cp packaging/*.service packaging/*.timer "$work"
+    cp "$dropin" "$work/qov.service.d/test.conf"
+    # The programs are installed under names that do not exist here.
+    sed -i 's,=\(+\?\)/usr/[a-z/]*/\(qov\|qovctl\|watch\) ,=\1/bin/true ,' "$work"/qov*.service \
+      "$work/qov.service.d/test.conf"
+    [ -z "$(systemd-analyze verify --man=no "$work"/qov*.service "$work"/qov*.timer 2>&1)" ]
+  done
+  if [ "$(id -u)" -eq 0 ] && command -v nft; then nft -c -f packaging/examples/agent/qov.nft; fi
+}
+
+# build_in SOURCE BUILD RELEASE [SETTING]: leaves the packages in BUILD.
+build_in() {
+  { cmake -S "$1" -B "$2" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQOV_TESTS=OFF \
+    "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG" "-DQOV_RELEASE=$3" "-D${4:-UNUSED=}" &&
+    nice cmake --build "$2" --target package; } >"$work/log" 2>&1 ||
+    { tail -n 50 "$work/log" && false; }
+}
+
+# commands BUILD SOURCE: how each file is compiled, without the names of the two folders.
+commands() { tr -d '\\"' <"$1/compile_commands.json" | sed "s,$1,build,g; s,$2,source,g"; }
+
+# The compiler of the build elsewhere, called with its command line. A file of which it reads the
+# same as here, compiled in the same way, would come out the same: the object is taken from FOLDER.
+# The core and what is first in each program it compiles indeed.
+test_compile() {
+  set +x && shift 2
+  for word; do object=${option-} option=${file-} file=$word; done # ... -o object -c file
+  case $file in */core/* | */main.cpp | */status.cpp) exec "$@" ;; esac
+  "$@" -E -P
+  gives 1 grep -e "$elsewhere" -e 'Feb  3 ..:..:.. 2001' "$object"
+  cp "$folder/build/$object" "$object"
+}
+
+test_build() {
+  need dpkg-deb dpkg-shlibdeps cmake ninja gzip lintian
+  cd "$source"
+  work=$(mktemp -d)
+  trap 'rm -rf "$work"' EXIT
+  export SOURCE_DATE_EPOCH=1795521600 elsewhere="$work/to here"
+  unset DESTDIR
+  rm -rf "$folder/first" "$folder/second" "$folder"/build/*.deb
+  mkdir -p "$folder/first" "$folder/second" "$elsewhere"
+  (umask 022 && TZ=UTC LC_ALL=C build_in "$source" "$folder/build" "$(release)")
+  cp "$folder"/build/*.deb "$folder/first"
+  cp -r CMakeLists.txt LICENSE SECURITY.md cmake docs fuzz packaging src "$elsewhere"
+  find "$elsewhere" -exec touch -d '2001-02-03' {} +
+  (umask 077 && TZ=Asia/Tokyo LC_ALL=C.UTF-8 build_in "$elsewhere" "$elsewhere/b" "$(release)" \
+    "CMAKE_CXX_COMPILER_LAUNCHER=$here/package_test.sh;compile;$folder")
+  commands "$folder/build" "$source" >"$work/here"
+  commands "$elsewhere/b" "$elsewhere" | diff "$work/here" -
+  for package in "$folder"/first/*.deb; do cmp "$package" "$elsewhere/b/${package##*/}"; done
+  lintian --fail-on error,warning --allow-root "$folder"/first/*.deb
+  build_in "$source" "$folder/build" 1.29k
+  cp "$folder"/build/*1.29k*.deb "$folder/second"
+}
+
+test_install() { sandbox run_plain; }
+test_service() {
+  need /lib/systemd/systemd logrotate
+  groups=/sys/fs/cgroup
+  [ ! -d $groups/systemd ] || groups=$groups/systemd
+  # The new namespace takes this control group for the root.
+  mkdir "$groups/qov-test.$$" || skip "no control groups here"
+  echo $$ >"$groups/qov-test.$$/cgroup.procs"
+  sandbox run_systemd
+}
+
+leave_sandbox() {
+  rm -rf "${work-}"
+  [ -n "${groups-}" ] || return 0
+  echo $$ >"$groups/cgroup.procs"
+  find "$groups/qov-test.$$" -depth -type d -exec rmdir {} \; || true
+}
+
+# sandbox RUN: enters the copy of the root and calls RUN there.
+sandbox() {
+  trap leave_sandbox EXIT
+  trap 'exit 1' INT TERM
+  need unshare ip dpkg runuser timeout
+  unshare --mount true || skip "needs root"
+  [ -d "$folder/second" ] || skip "no packages were built"
+  work=$(mktemp -d) status=0
+  timeout --foreground -s KILL 300 unshare --mount --pid --fork --kill-child --net --uts --ipc \
+    --cgroup --propagation private "$0" inside "$folder" "$work" "$1" </dev/null || status=$?
+  [ ! -f "$work/said" ] || cat "$work/said"
+  exit "$status"
+}
+
+overlay() {
+  mount -t overlay overlay -o "lowerdir=$1,upperdir=$2,workdir=$3" "$4" || skip "no overlays here"
+}
+
+test_inside() {
+  tree=$3/tree root=$3/tree/root
+  mkdir "$tree"
+  mount -t tmpfs tmpfs "$tree"
+  mkdir "$root" "$tree/upper" "$tree/work" "$tree/dev" "$tree/dev-work"
+  overlay / "$tree/upper" "$tree/work" "$root"
+  overlay /dev "$tree/dev" "$tree/dev-work" "$root/dev"
+  mkdir -p "$root/test/old" "$root/test/out"
+  cp -r "$0" "$folder/first" "$folder/second" "$root/test"
+  mount --bind "$3" "$root/test/out"
+  mount -t proc proc "$root/proc"
+  mount -t sysfs sysfs "$root/sys"
+  mount -t tmpfs -o mode=755 tmpfs "$root/run"
+  mount -t tmpfs tmpfs "$root/tmp"
+  ip link set lo up
+  umask 022
+  "$4"
+}
+
+run_plain() {
+  chroot "$root" sh -c \
+    'dpkg -i /test/first/*.deb && dpkg -i /test/second/*.deb && dpkg -P qov qov-plugin'
+  # What dpkg, its triggers and a new user may leave behind.
+  known='^/(test|var/lib/dpkg|var/log/(dpkg|alternatives)\.log|var/cache|var/lib/systemd'
+  known="$known"'|etc/(passwd|group|shadow|gshadow|subuid|subgid)-?|etc/\.pwd\.lock)(/|$)'
+  cd "$tree/upper"
+  find . -mindepth 1 | sed 's/^\.//' | grep -Ev "$known" | while read -r path; do
+    [ -d ".$path" ]
+    [ -d "$path" ]
+  done
+}
+
+run_systemd() {
+  rm -f "$root/usr/sbin/policy-rc.d" # where a container forbids to start services
+  if [ -d /sys/fs/cgroup/systemd ]; then
+    mount -t tmpfs -o mode=755 tmpfs "$root/sys/fs/cgroup"
+    mkdir "$root/sys/fs/cgroup/systemd"
+    mount -t cgroup -o none,name=systemd cgroup "$root/sys/fs/cgroup/systemd"
+  else
+    mount -t cgroup2 cgroup2 "$root/sys/fs/cgroup"
+  fi
+  printf '%s\n' "[Unit]" SuccessAction=exit-force FailureAction=exit-force "[Service]" \
+    Type=oneshot "ExecStart=/test/package_test.sh managed /test" \
+    StandardOutput=file:/test/out/said StandardError=inherit \
+    >"$root/etc/systemd/system/qov-test.service"
+  cd "$root"
+  pivot_root . test/old
+  umount -l /test/old
+  exec env -i container=qov-test PATH=/usr/sbin:/usr/bin:/sbin:/bin \
+    /lib/systemd/systemd --system --unit=qov-test.service --show-status=no
+}
+
+ctl() { qovctl --config $config --timeout 20 "$@"; }
+tells() { ctl info | grep -- "$1"; }
+# set_key KEY VALUE: changes a line of the configuration file, as an administrator would.
+set_key() { sed -i "s,^$1=.*,$1=$2," $config; }
+main_pid() { systemctl show -P MainPID qov.service; }
+other_pid() { [ "$(main_pid)" != "$pid" ] && ctl info; }
+# drop_in UNIT: a change of the unit, from standard input.
+drop_in() {
+  mkdir -p "/etc/systemd/system/$1.d"
+  cat >"/etc/systemd/system/$1.d/test.conf"
+  systemctl daemon-reload
+}
+
+test_managed() {
+  # An installation starts the agent, shut in as its unit says, and its watch.
+  dpkg -i /test/first/qov-plugin_*.deb /test/first/qov_*.deb
+  until_true ctl info
+  pid=$(main_pid)
+  for want in "qov:qov 600 $config" "root:qov 770 /etc/qov" "qov:qov 700 /var/lib/qov" \
+    "qov:qov 700 /var/lib/qov/tmp" "qov:qov 750 /var/log/qov" "qov:qov 555 /proc/$pid"; do
+    [ "$(stat -c '%U:%G %a %n' "${want##* }")" = "$want" ]
+  done
+  grep -xE 'password=[0-9a-f]{32}' $config
+  sed 's/^password=.*/password=/' $config | cmp - /usr/share/qov/qov.cfg
+  runuser -u qov -- qovctl check-config $config
+  dpkg --verify qov qov-plugin
+  systemctl is-enabled qov.service qov-watch.timer
+  [ "$(grep -cE '^(NoNewPrivs:\s1|CapBnd:\s0*)$' "/proc/$pid/status")" = 2 ]
+
+  # It carries out the checks that the shipped file turns on, and sees what others see.
+  mkdir /home/somebody
+  echo "some words" >/home/somebody/file
+  while read -r text command; do
+    # shellcheck disable=SC2086  # words of a command line
+    ctl $command </dev/null | grep "$text"
+  done <<CHECKS
+tests=1111111111100 raw GetInfo
+time tcp 127.0.0.1 1055
+time udp 127.0.0.1 9 --send x
+$(df -B1 --output=size /tmp | tail -n 1 | tr -d ' ') raw TEST-UNC /tmp
+count..1 count-files /home/somebody
+11.B file /home/somebody/file
+match text-log /home/somebody/file --find words
+count..1 process systemd
+qov processes
+% cpu
+CHECKS
+  gives 7 ctl external /bin/true
+
+  # A change by a server; reloads, of a bad file too; logs are rotated under the agent.
+  ctl set "Comment=changed from afar"
+  [ "$(stat -c '%U:%G %a' $config)" = "qov:qov 600" ]
+  grep '^comment=changed from afar' $config
+  [ -z "$(ls /var/lib/qov/tmp)" ]
+  set_key comment "read again"
+  set_key logsuccess 1
+  systemctl reload qov
+  until_true tells "read again"
+  logrotate -f -s /tmp/rotated /etc/logrotate.d/qov
+  test -s /var/log/qov/ok.log.1
+  tells "read again"
+  [ "$(stat -c '%U:%G %a' /var/log/qov/ok.log)" = "qov:qov 600" ]
+  set_key port ""
+  gives 1 systemctl reload qov
+  ctl -p 1055 info
+  set_key port 1055
+
+  # A restart from within keeps the process id, a crash brings another, the watch ends a hang.
+  ctl restart
+  sleep 2
+  until_true ctl info
+  [ "$(main_pid)" = "$pid" ]
+  kill -KILL "$pid"
+  until_true other_pid
+  systemctl start qov-watch.service
+  printf '[Service]\nExecStart=\nExecStart=/usr/libexec/qov/watch %s 1\n' $config |
+    drop_in qov-watch.service
+  pid=$(main_pid)
+  kill -STOP "$pid"
+  gives 1 systemctl start qov-watch.service
+  until_true other_pid
+
+  # An upgrade restarts the agent, unless that could not start with its file, which stays.
+  pid=$(main_pid)
+  set_key port ""
+  before=$(sha256sum $config)
+  dpkg -i /test/second/*.deb 2>&1 | grep "TCP post is not specified!"
+  [ "$(main_pid) $(sha256sum $config)" = "$pid $before" ]
+  set_key port 1055
+  dpkg -i /test/second/*.deb
+  until_true other_pid
+  until_true tells 1.29k
+
+  # An agent that was stopped stays so.
+  ctl quit
+  until_true gives 3 systemctl is-active qov.service qov-watch.timer
+  gives 69 /usr/libexec/qov/watch $config 1
+  systemctl start qov
+  systemctl is-active qov-watch.timer
+
+  mkdir -m 0700 /root-only
+  set_key pidfile /run/qov/qov.pid
+  while read -r dropin check; do
+    drop_in qov.service <"/usr/share/doc/qov/examples/dropins/$dropin.conf"
+    systemctl reset-failed
+    systemctl restart qov
+    until_true ctl info
+    pid=$(main_pid)
+    eval "$check" </dev/null
+  done <<'DROPINS'
+strict gives 4 ctl folder-size /root-only
+allow-sudo grep 'NoNewPrivs:.0' "/proc/$pid/status"
+read-all ctl folder-size /root-only
+root [ "$(stat -c %u "/proc/$pid")" = 0 ]
+forking grep -x "$pid" /run/qov/qov.pid
+DROPINS
+  set_key comment "by signal"
+  systemctl reload qov
+  until_true tells "by signal"
+
+  dpkg -r qov
+  gives 3 systemctl is-active qov.service
+  gives 1 pgrep -x qov
+  [ -s $config ]
+}
+
+"test_$mode" "$@"
