@@ -15,8 +15,7 @@ void ProcessAct_ExternalCmd(const VxRequest& params, QovReply& reply) {
   if (!ActionAllowed(CurrentSettings()->executeaction, reply)) return;
   const String cmdline = params.GetText(1);
   const String workdir = params.GetValue(2);
-  int unused = 0;
-  int timeoutMs = 0;
+  int unused = 0, timeoutMs = 0;
   if (qovDecodeInt(params.GetValue(3), &unused) == 0 ||
       qovDecodeInt(params.GetValue(4), &timeoutMs) == 0) {
     return RefuseParameter(reply);
@@ -39,8 +38,7 @@ void ProcessAct_TCPSend(const VxRequest& params, QovReply& reply) {
   const bool tcp = params.GetValue(3) == "0";
   const String first = qovDecodeStrings(params.GetText(4));
   const String second = qovDecodeStrings(params.GetText(6));
-  int port = 0;
-  int delaySec = 0;
+  int port = 0, delaySec = 0;
   if (host.Empty() || first.Empty() || qovDecodeInt(params.GetValue(2), &port) == 0 ||
       qovDecodeInt(params.GetValue(5), &delaySec) == 0) {
     return RefuseParameter(reply);
@@ -61,8 +59,7 @@ void ProcessAct_Syslog(const VxRequest& params, QovReply& reply) {
   if (!ActionAllowed(CurrentSettings()->syslogaction, reply)) return;
   const String host = params.GetValue(1);
   const String message = qovDecodeStrings(params.GetText(5));
-  int port = 0;
-  int facility = 0;
+  int port = 0, facility = 0;
   TSyslogSeverity severity = 0;
   if (host.Empty() || qovDecodeInt(params.GetValue(2), &port) == 0 ||
       qovDecodeInt(params.GetValue(3), &facility) == 0 ||
