@@ -24,8 +24,6 @@
 
 namespace {
 
-constexpr timespec kSlice{1, 0};
-
 TListener listener;
 FILE* pidFile = nullptr;
 
@@ -71,6 +69,7 @@ std::optional<int> PollFlags() {
 
 /// Waits for a connection, a wake-up, a signal or the end of the slice; true for a connection.
 bool WaitForConnection() {
+  constexpr timespec kSlice{1, 0};
   pollfd waits[] = {{listener.Socket(), POLLIN, 0}, {WakeDescriptor(), POLLIN, 0}};
   if (ppoll(waits, 2, &kSlice, &OriginalSignalMask()) <= 0) return false;
   if (waits[1].revents != 0) ClearWake();

@@ -75,7 +75,7 @@ TEST(SessionTest, DropsSilentPeersByTheTimeout) {
     TRawPeer peer{agent.port};
     const bool sent = peer.Send("half a");
     const long long first = NowMs();
-  } two("2000"), less("999"), never("-1");
+  } less("999"), never("-1"), two("2000");
   EXPECT_TRUE(two.sent && less.sent && never.sent);
   two.peer.Receive(1500);
   const long long second = NowMs();
