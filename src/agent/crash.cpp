@@ -55,7 +55,8 @@ void reloadapp(int, siginfo_t* info, void*) {
   const bool faulted = info->si_code > 0;  // else another process sent the signal
   if (faulted) alarm(kAnswerLimitSec);
   crashMark = true;
-  // Given up, as the answer takes memory and locks, which a handler must not.
+  // The answer takes memory and locks, which a handler must not: it comes outside of this one. A
+  // lock held at the fault stays held; the alarm ends that.
   if (faulted && pthread_equal(pthread_self(), mainThread) != 0) siglongjmp(mainLoopCrashed, 1);
   WakeMainLoop();
   if (!faulted) return;

@@ -4,7 +4,8 @@
 #include <signal.h>
 
 /// Segmentation faults. A thread that faulted is held, its session dropped, and the main loop
-/// restarts the agent; a fault of the main loop itself gives up the loop.
+/// restarts the agent. After a fault of the main loop itself the loop is given up and the answer
+/// given in its place.
 
 /// Where a fault of the main thread goes on, outside its handler; to be set before the handler.
 extern sigjmp_buf mainLoopCrashed;

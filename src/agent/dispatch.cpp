@@ -64,7 +64,7 @@ void StartUpgrade(const TCall& call) {
     call.reply.SetResult(kResultBusy);
     return;
   }
-  const double size = qovDecodeInt64(call.params.GetParam(1, 1));
+  const double size = qovDecodeInt64(call.params.GetValue(1));
   upgrade.expectedSize = size == size ? static_cast<int64_t>(std::clamp(size, -9e18, 9e18)) : 0;
   upgrade.sized = 1;
   if (upgrade.expectedSize < kMinUpgradeBytes || upgrade.expectedSize > kMaxUpgradeBytes) {

@@ -6,6 +6,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <vector>
+
 #include "agent/signals.h"
 #include "checks/process/child.h"
 #include "checks/process/tempfile.h"
@@ -13,7 +15,7 @@
 namespace {
 
 char** startArguments = nullptr;
-char** startEnvironment = nullptr;
+std::vector<char*> startEnvironment;
 rlimit startLimit = {};
 
 void RaiseDescriptorLimit() {
@@ -27,7 +29,9 @@ void RaiseDescriptorLimit() {
 void RememberStart(char** argv, char** envp) {
   alarm(0);  // the limit of a former image's crash, which holds until this one has started
   startArguments = argv;
-  startEnvironment = envp;
+  // A copy: setting a variable may write into the array that the process was started with.
+  while (*envp != nullptr) startEnvironment.push_back(*envp++);
+  startEnvironment.push_back(nullptr);
   getrlimit(RLIMIT_NOFILE, &startLimit);
   SetChildDescriptorLimit(startLimit);
   RaiseDescriptorLimit();
@@ -41,7 +45,7 @@ void ReplaceImage(const char* path) {
   // still holds a copy of the descriptor: five seconds at most.
   constexpr timespec kBusyPause{0, 20'000'000};
   for (int i = 0; i < 250; ++i) {
-    if (ExecuteAndRemoveTempFiles(path, startArguments, startEnvironment) != ETXTBSY) break;
+    if (ExecuteAndRemoveTempFiles(path, startArguments, startEnvironment.data()) != ETXTBSY) break;
     nanosleep(&kBusyPause, nullptr);
   }
   alarm(0);

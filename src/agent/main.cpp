@@ -17,6 +17,7 @@
 #include "checks/process/child.h"
 #include "checks/process/tempfile.h"
 #include "config/settings.h"
+#include "config/tempfolder.h"
 #include "protocol/ciplib.h"
 #include "protocol/qov_const.h"
 #include "protocol/twofish.h"
@@ -98,6 +99,7 @@ int RunAgent(int argc, char** argv, char** envp) {
   ParseCommandLine(argc, argv);
   puts("Ok");
   if (!CheckSettings()) return 1;
+  FreezeEnvironment();
   puts("CPU testing .. Ok");
   if (QovSettings.debug != 0) puts("stat.size: 8\nsrec.size: 8\nint64 = double");
   if (!CheckCipher() || !CheckCodec()) return 3;
@@ -117,7 +119,8 @@ int RunAgent(int argc, char** argv, char** envp) {
   }
   InstallCrashHandler();
   const int status = ServeConnections();
-  RemoveTempFiles();  // those of sessions that still run
+  SetSignal(SIGSEGV, SIG_DFL);  // the loop that answers a crash has ended
+  RemoveTempFiles();            // those of sessions that still run
   return status;
 }
 

@@ -32,12 +32,17 @@ static std::string Replaced(std::string text, const std::string& what, const std
   return text;
 }
 
-/// Words of `app`: its options, then its subcommands.
-static std::string Words(const CLI::App& app) {
+static std::string OptionWords(const CLI::App& app) {
   std::string words;
   for (const CLI::Option* option : Options(app)) {
     for (const std::string& name : Names(*option)) words += (words.empty() ? "" : " ") + name;
   }
+  return words;
+}
+
+/// Words of `app`: its options, then its subcommands.
+static std::string Words(const CLI::App& app) {
+  std::string words = OptionWords(app);
   for (const CLI::App* sub : Subcommands(app)) words += ' ' + sub->get_name();
   return words;
 }
@@ -58,16 +63,25 @@ static std::string FileOptionPattern(const CLI::App& app) {
   return pattern;
 }
 
+/// Behind the words of the commands.
+static constexpr char kBashEnd[] = R"(  esac
+  if [[ $current == -* ]]; then
+    words="$words $common"
+  else
+    words=$(printf '%s\n' $words | grep -v '^-')
+  fi
+  COMPREPLY=($(compgen -W "$words" -- "$current"))
+}
+complete -o bashdefault -o default -F _qovctl qovctl
+)";
+
 std::string BashCompletion(const CLI::App& app) {
-  std::string commands, common, cases;
+  std::string commands, cases;
   for (const CLI::App* sub : Subcommands(app)) {
     commands += (commands.empty() ? "" : " ") + sub->get_name();
     std::string words = Words(*sub);
     for (const CLI::App* inner : Subcommands(*sub)) words += ' ' + Words(*inner);
     cases += "    " + sub->get_name() + ") words=\"" + words + "\" ;;\n";
-  }
-  for (const CLI::Option* option : Options(app)) {
-    for (const std::string& name : Names(*option)) common += (common.empty() ? "" : " ") + name;
   }
   return "# bash completion for qovctl, made by \"qovctl completion bash\"\n"
          "_qovctl() {\n"
@@ -76,7 +90,7 @@ std::string BashCompletion(const CLI::App& app) {
          commands +
          "\"\n"
          "  local common=\"" +
-         common +
+         OptionWords(app) +
          "\"\n"
          "  for ((i = 1; i < COMP_CWORD; i++)); do\n"
          "    if [[ \" $commands \" == *\" ${COMP_WORDS[i]} \"* ]]; then\n"
@@ -91,16 +105,7 @@ std::string BashCompletion(const CLI::App& app) {
          "  esac\n"
          "  case $command in\n"
          "    '') words=$commands ;;\n" +
-         cases +
-         "  esac\n"
-         "  if [[ $current == -* ]]; then\n"
-         "    words=\"$words $common\"\n"
-         "  else\n"
-         "    words=$(printf '%s\\n' $words | grep -v '^-')\n"
-         "  fi\n"
-         "  COMPREPLY=($(compgen -W \"$words\" -- \"$current\"))\n"
-         "}\n"
-         "complete -o bashdefault -o default -F _qovctl qovctl\n";
+         cases + kBashEnd;
 }
 
 /// Text inside '...' with what _arguments and _describe take for punctuation escaped.

@@ -12,7 +12,7 @@ int islistsetchar(char c);
 void getitem(String& list, unsigned& first, unsigned& last, String& err);
 /// 1 when the list holds the address (dotted, or in network byte order), else 0. `err` holds the
 /// list's fault, if any; a list with a fault is used up to the fault. An invalid dotted address
-/// gives 0 and leaves `err`.
+/// gives 0 and leaves `err`. The dotted form is not called by the agent itself.
 int IPAllowed(const char* address, const String& list, String& err);
 int IPAllowed(unsigned address, const String& list, String& err);
 

@@ -1,26 +1,35 @@
 #include "config/settings.h"
 
+#include <utility>
+
 std::mutex optmutex;
 
 namespace {
 
 // A lock of its own: a reader never waits for a load or a save, which hold optmutex throughout.
 std::mutex publishedMutex;
-TSettingsView published = std::make_shared<const TPublishedSettings>(TQovSettings());
 thread_local TSettingsView pinned;
+
+/// REQUIRES: publishedMutex held.
+TSettingsView& Published() {
+  static TSettingsView view = std::make_shared<const TPublishedSettings>(TQovSettings());
+  return view;
+}
 
 /// REQUIRES: optmutex held.
 void Publish() {
   TSettingsView view = std::make_shared<const TPublishedSettings>(QovSettings);
   const std::lock_guard<std::mutex> lock(publishedMutex);
-  published.swap(view);
+  Published().swap(view);
 }
 
 }  // namespace
 
 int LoadOptions(String& err) {
   const std::lock_guard<std::mutex> lock(optmutex);
-  const int result = QovSettings.LoadOptions_(err);
+  TQovSettings fresh = QovSettings;
+  const int result = fresh.LoadOptions_(err);
+  QovSettings = std::move(fresh);
   Publish();
   return result;
 }
@@ -50,7 +59,7 @@ const TCipher& TPublishedSettings::PasswordCipher() const {
 
 TSettingsView SettingsInForce() {
   const std::lock_guard<std::mutex> lock(publishedMutex);
-  return published;
+  return Published();
 }
 
 TSettingsView CurrentSettings() { return pinned != nullptr ? pinned : SettingsInForce(); }

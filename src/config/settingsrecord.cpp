@@ -112,7 +112,8 @@ String OneLine(const String& text) {
 String ValueText(const TQovSettings& record, const TSettingKey& key) {
   if (key.field.text != nullptr) return OneLine(record.*key.field.text);
   const int number = record.*key.field.number;
-  return std::to_string(key.form == formFlag ? number != 0 : number).c_str();
+  if (key.form == formFlag) return number != 0 ? "1" : "0";
+  return std::to_string(number).c_str();
 }
 
 bool EndsInLineFeed(const String& text) { return !text.Empty() && text[text.Length()] == '\n'; }
@@ -266,6 +267,7 @@ int TQovSettings::SaveOptions_(String& err) {
     return 0;
   }
   if (!CreateLike(newPath.CStr(), facts, text)) {
+    // Deliberate: what could not be written whole is not put in place either.
     err = Quoted("Cannot create new configuration file", newPath);
     return 0;
   }

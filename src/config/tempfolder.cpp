@@ -7,20 +7,30 @@
 namespace {
 
 std::mutex folderMutex;
-std::optional<String> settled;
+bool frozen = false;
+std::optional<String> settledLater;  // in place of TMPDIR once that is frozen
 
 }  // namespace
 
 std::optional<String> TempFolder() {
   const std::lock_guard<std::mutex> lock(folderMutex);
-  if (settled) return settled;
+  if (settledLater) return settledLater;
   for (const char* name : {"TMPDIR", "TMP"}) {
     if (const char* folder = getenv(name)) return folder;
   }
   return std::nullopt;
 }
 
-void SettleTempFolder(const std::optional<String>& folder) {
+void SettleTempFolder(const String& folder) {
   const std::lock_guard<std::mutex> lock(folderMutex);
-  settled = folder;
+  if (frozen) {
+    settledLater = folder;
+  } else {
+    setenv("TMPDIR", folder.CStr(), 1);
+  }
+}
+
+void FreezeEnvironment() {
+  const std::lock_guard<std::mutex> lock(folderMutex);
+  frozen = true;
 }

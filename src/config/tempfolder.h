@@ -8,6 +8,7 @@
 /// a folder too (the root, as names are put behind it with a '/'). Nothing when there is none of
 /// these. Any thread.
 std::optional<String> TempFolder();
-/// Settles it for the process; nothing: the environment's again. Children get it as their TMPDIR;
-/// the environment itself stays as it is, as threads read it. Any thread.
-void SettleTempFolder(const std::optional<String>& folder);
+/// Settles it for this process and its children, as their TMPDIR. Any thread.
+void SettleTempFolder(const String& folder);
+/// From here on the environment itself stays as it is, as threads read it. Before the first thread.
+void FreezeEnvironment();

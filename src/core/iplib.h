@@ -39,7 +39,8 @@ unsigned int GetMyIP();
 /// Dotted text of an address in network byte order.
 String IP2String(unsigned int ip);
 
-/// Opens a listening TCP socket with a backlog of 512; a null host binds every local address.
+/// Opens a listening TCP socket, close-on-exec, with a backlog of 512; a null host binds every
+/// local address.
 /// @param addrlen  out, may be null: size of the bound address structure in bytes
 /// @return the descriptor, or 0 with `err` set
 int TcpListen(const char* host, int port, unsigned int* addrlen, String& err);

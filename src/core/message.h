@@ -23,6 +23,7 @@ using TMessageSink = void (*)(const char* format, in_addr address, MsgType kind,
 TMessageSink SetMessageSink(TMessageSink sink);
 
 /// Reports one message about a peer, with its own trailing "\n". Any thread.
+/// @param address  the peer, kNoPeer for none
 /// @param format  printf format when `formatted` is not 0, else plain text
 void showmessage(const char* format, in_addr address, MsgType kind, int formatted, ...)
     __attribute__((format(printf, 1, 5)));

@@ -138,6 +138,7 @@ template <class TMatch>
 [[gnu::noinline]] const char* FindSteadily(const TSearch& search, const char* p) {
   const char* text = search.text.data();
   const size_t length = search.text.size();
+  // The text is split where the shorter of both suffixes starts, with that one's period.
   auto [split, period] = std::max(GreatestSuffix<TMatch>(search.text, false),
                                   GreatestSuffix<TMatch>(search.text, true));
   size_t overlap = 0;  // bytes at the start that are known to be the same after one period

@@ -211,7 +211,7 @@ String String::ReplaceAll(const char* what, const char* with, int caseSensitive)
 }
 
 void TStrList::Add(const String& s) {
-  if (Count() == Capacity()) items.reserve(Size(Rounded(Count() + 1)));
+  if (Count() >= capacity) capacity = Rounded(Count() + 1);
   items.push_back(s);
 }
 

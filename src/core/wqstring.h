@@ -88,7 +88,8 @@ class String {
   /// to it when the string is empty, `buf` null or `size` 0. Returns buf. Not called by the agent
   /// itself.
   char* StrCpy(char* buf, int size) const;
-  /// Word n, counted from 1, between single separators; "" when there are fewer words.
+  /// Word n, counted from 1, between single separators; "" when there are fewer words. Not called
+  /// by the agent itself.
   String GetWord(int n, char sep) const;
 
   /// Removes `count` bytes from position `start`; positions outside the string change nothing.
@@ -116,8 +117,8 @@ class String {
   int fixed = 0;
 };
 
-/// A list of strings, 0-based, which grows in steps of 128. An index outside of it aborts the
-/// process.
+/// A list of strings, 0-based, whose capacity grows in steps of 128. An index outside of it aborts
+/// the process. Not called by the agent itself.
 class TStrList {
  public:
   void Add(const String& s);
@@ -126,13 +127,15 @@ class TStrList {
   void DeleteLast() { Delete(Count() - 1); }
   void Clear() { *this = TStrList(); }
   int Count() const { return static_cast<int>(items.size()); }
-  int Capacity() const { return static_cast<int>(items.capacity()); }
+  int Capacity() const { return capacity; }
 
  private:
   std::vector<String> items;
+  int capacity = 0;
 };
 
-/// ASCII case change in place, up to the terminator or over exactly n bytes; returns s.
+/// ASCII case change in place, up to the terminator or over exactly n bytes; returns s. `strupper`
+/// is not called by the agent itself.
 char* strupper(char* s, int n);
 char* strlower(char* s, int n);
 inline char* strupper(char* s) { return strupper(s, static_cast<int>(strlen(s))); }

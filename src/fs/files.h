@@ -10,7 +10,7 @@
 /// Facts about one path; symbolic links are followed. Any thread may call what is here.
 /// Modification time, seconds since the epoch as a signed 32-bit value; -1 when it cannot be told.
 int FileAge(const char* path);
-/// Bytes; -1 when the size cannot be told.
+/// Size in bytes; -1 when it cannot be told.
 int64_t FileSize(const char* path);
 /// True only for an existing regular file.
 bool FileExists(const char* path);
@@ -22,14 +22,15 @@ bool DeleteFile(const char* path);
 /// Bytes that are read at a time where the size is of no consequence.
 inline constexpr size_t kReadBytes = 256 * 1024;
 
-/// Opens for reading without waiting for a peer at the other end; none with errno set on a failure.
+/// Opens for reading, close-on-exec, without waiting for a peer at the other end; none with errno
+/// set on a failure.
 TFd OpenForReading(const char* path);
 /// Whether `fd` is a regular file; `facts` are its facts then.
 bool IsRegularFile(int fd, struct stat& facts);
-/// Reads until `count` bytes are there or the file ends. Returns the bytes read or -1 with errno
-/// set.
+/// Reads until `count` bytes are there or the file ends. Returns the bytes read, 0 at the end, or
+/// -1 with errno set.
 ssize_t ReadFully(int fd, char* buffer, size_t count);
-/// The same by one read from `offset`.
+/// The same by one read from `offset`, which may give fewer.
 ssize_t ReadAt(int fd, char* buffer, size_t count, int64_t offset);
 
 /// A new, empty file in place of whatever has this name, never through a link, to be read and

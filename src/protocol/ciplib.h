@@ -13,7 +13,7 @@ class TCRC32 {
   /// len = -1: up to the terminator; a null pointer does nothing.
   void UpdateCRC(const char* p, int len);
   uint32_t GetCRC() const { return register_; }
-  /// The CRC of this block alone.
+  /// The CRC of this block alone. Not called by the agent itself.
   uint32_t GetBlockCRC(const char* p, int len);
 
  private:

@@ -6,7 +6,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <utility>
 
 #include "core/assertfail.h"
 #include "protocol/ciplib.h"
@@ -158,7 +157,8 @@ String qovEncodeStrings(const char* p, int len) {
   const char* end = p + LengthOf(p, len);
   result.Reserve(static_cast<int>(end - p + 2 * std::count_if(p, end, IsBreak)));
   while (p < end) {
-    const char* run = std::exchange(p, std::find_if(p, end, IsBreak));
+    const char* run = p;
+    p = std::find_if(p, end, IsBreak);
     result.AddData(run, static_cast<int>(p - run));
     if (p < end) result += *p++ == '\n' ? "%0A" : "%0D";
   }

@@ -31,8 +31,8 @@ inline constexpr int SIZELEN_MINIMUM =
 /// A peer that announces or sends more is refused.
 inline constexpr int kMaxPacketBytes = 16 * 1024 * 1024;
 
-/// Lengths lie in memory as on the wire: Twofish_initialise refuses any other machine.
-/// More than 4 digits abort the process.
+/// Lengths lie in memory as on the wire: Twofish_initialise refuses any other machine. Both forms
+/// abort the process when asked for more than 4 digits.
 /// The length of s as its `digits` low-order bytes, little-endian.
 String EncodeLength(const String& s, int digits);
 /// A length field of 4 (signed), 2 or 1 (unsigned) bytes; 0 and 3 digits give 0.
@@ -57,8 +57,8 @@ class TCipherKey {
 };
 using TCipher = std::shared_ptr<const TCipherKey>;
 
-/// Enciphers data (8-bit cipher feedback, same length), with EncodeLength of it in front. Empty
-/// data gives an empty result.
+/// Enciphers data (8-bit cipher feedback, same length), with EncodeLength of it in front; digits 0:
+/// without. Empty data gives an empty result.
 String EncodeData(const String& data, const String& key, int digits);
 String EncodeData(const String& data, const TCipherKey& key, int digits);
 /// Deciphers data; a wrong key yields garbage of the same length.
@@ -71,7 +71,7 @@ String EncodePswd(const String& password);
 /// Values in request texts. 1 when the text is exactly "1".
 int qovDecodeBool(const char* text);
 inline int qovDecodeBool(String text) { return qovDecodeBool(text.CStr()); }
-/// The atoi reading, saturated.
+/// The atoi reading. Deliberate: it saturates where the library leaves the result open.
 int qovDecodeInt(const char* text);
 inline int qovDecodeInt(String text) { return qovDecodeInt(text.CStr()); }
 /// The atof reading.
@@ -85,8 +85,8 @@ int qovDecodeInt(const char* text, int* out);
 inline int qovDecodeInt(String text, int* out) { return qovDecodeInt(text.CStr(), out); }
 int qovDecodeInt64(const char* text, double* out);
 inline int qovDecodeInt64(String text, double* out) { return qovDecodeInt64(text.CStr(), out); }
-/// DDMMYYYYhhmmss; all zero when not 14 characters. Deliberate: tm_mon is 1 to 12 and tm_year the
-/// full year, as read.
+/// DDMMYYYYhhmmss; all zero when not 14 characters. Not called by the agent itself. Deliberate:
+/// tm_mon is 1 to 12 and tm_year the full year, as read.
 struct tm qovDecodeTime(const char* text);
 inline struct tm qovDecodeTime(String text) { return qovDecodeTime(text.CStr()); }
 

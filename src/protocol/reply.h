@@ -24,6 +24,7 @@ class QovReply : public String {
 
   /// Starts with `text` and a line feed (null: empty). The packet's key is empty without this call.
   void InitPacket(const char* text, TCipher key);
+  /// The same for a key not yet prepared. Not called by the agent itself.
   void InitPacket(const char* text, const String& key) {
     InitPacket(text, std::make_shared<const TCipherKey>(key));
   }
@@ -37,7 +38,7 @@ class QovReply : public String {
   void AddStringParam(const char* s, int encode) { AddStringParam(String(s), encode); }
   void AddBoolParam(int b) { AddLine(b != 0 ? "1" : "0", 1); }
   void AddIntParam(int v) { AddVarParams("%d", v); }
-  /// "%6.0f" and "%6.4f", cut after 34 characters.
+  /// "%6.0f", right-aligned, and "%6.4f", cut after 34 characters.
   void AddIntParam(double v);
   void AddRealParam(double v);
   /// DDMMYYYYhhmmss, local time; a time without a calendar date is written as an all-zero record.

@@ -50,6 +50,7 @@ TEST(ArgumentBlock, SplitsWithoutAShell) {
     const char* const* end = std::find(block.Argv(), block.Argv() + 24, nullptr);
     EXPECT_EQ(words, TWords(block.Argv(), end)) << line;
   }
+  EXPECT_EQ(nullptr, TArgumentBlock(nullptr).Argv()[0]);
 }
 
 /// With a folder for temporary files that is empty again at the end.

@@ -98,17 +98,27 @@ TEST_F(SettingsTest, EachLoadLeavesItsTemporaryFolderToTheNext) {
                                       {nullptr, nullptr, "."}};
   for (const auto& [tmpdir, tmp, after] : variables) {
     const TEnvironment first("TMPDIR", tmpdir), second("TMP", tmp);
-    SettleTempFolder(std::nullopt);
     EXPECT_EQ(Loaded("").tmpdir, after);
+    EXPECT_EQ(getenv("TMPDIR"), std::string(after));
   }
   // "/" becomes "", as the names of files in it begin with a '/'.
   const char* const steps[][2] = {
       {"tmpdir=/usr/", "/usr"},     {"tmpdir=/etc", "/etc"}, {"", "/etc"},
       {"tmpdir=/dev/null", "/etc"}, {"tmpdir=/", ""},        {"", "."}};
-  for (const auto& [file, expected] : steps) {
-    EXPECT_EQ(Loaded(file).tmpdir, expected) << file;
-    EXPECT_EQ(TempFolder(), String(expected)) << file;
-  }
+  const auto load = [&] {
+    for (const auto& [file, expected] : steps) {
+      EXPECT_EQ(Loaded(file).tmpdir, expected) << file;
+      EXPECT_EQ(TempFolder(), String(expected)) << file;
+    }
+  };
+  load();
+  const auto loadFrozen = [&] {
+    FreezeEnvironment();
+    load();
+    EXPECT_STREQ(getenv("TMPDIR"), ".") << "threads may read the environment";
+    _exit(HasFailure() ? 1 : 7);
+  };
+  EXPECT_EXIT(loadFrozen(), testing::ExitedWithCode(7), "");
 }
 
 TEST_F(SettingsTest, AReloadKeepsWhatHasNoDefault) {

@@ -100,10 +100,8 @@ struct TMessageCapture : TScope {
 
 /// A folder with a configuration file, in the state of a fresh process.
 struct TSettingsTest : testing::Test {
-  TSettingsTest() { SettleTempFolder(std::nullopt); }
   ~TSettingsTest() override {
     ChangeSettings([](TQovSettings& settings) { settings = TQovSettings(); });
-    SettleTempFolder(std::nullopt);
   }
 
   /// A record whose file holds `text`, not loaded.
@@ -131,6 +129,7 @@ struct TSettingsTest : testing::Test {
     return values;
   }
 
+  const TEnvironment noFolder{"TMPDIR", nullptr};
   TTempDir folder;
   const std::string path = folder.Path("qov.cfg");
   const std::string agent = folder.File("agent");

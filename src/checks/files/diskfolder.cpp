@@ -80,8 +80,8 @@ int64_t CountInFolder(const String& folder, const String& mask, TCountFilesMode 
   }
   FindClose(rec);
   if (matched && waiting == nullptr) return count;
-  // The folders alone, so that no file is looked at twice; files matter where no folder will do,
-  // not even ".".
+  // An empty mask matches no name, so only folders come and no file is looked at twice. Files
+  // matter where no folder will do, not even ".".
   found = FindFirst(folder, "", AttrDirectory, rec, TReadOnly::kSeen, TFolders::kAll);
   if (found != 0 && FindFirst(folder, "*", AttrDirectory, rec) != 0) return -1;
   for (; found == 0 && waiting != nullptr; found = FindNext(rec)) {

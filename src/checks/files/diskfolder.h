@@ -53,7 +53,7 @@ enum TCountFilesMode {
   cfSmallerThan = 4,  ///< less than `value` bytes
   cfSubFolders = 5,   ///< folders instead of files
 };
-/// The modes' names.
+/// The modes' names. Not used by the agent itself.
 extern const char* const CountFilesModeName[6];
 
 /// Counts the entries of a folder whose names match the mask and that the mode asks for.

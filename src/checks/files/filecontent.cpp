@@ -105,6 +105,7 @@ double FindStrInFile(const char* path, const String& text, int caseSensitive, in
   ptrdiff_t from = 0;
   for (bool more = true; more;) {
     more = window.Fill() != nullptr;
+    if (window.Failed()) return -1;
     // An occurrence that ends with the bytes held waits for its neighbour.
     const char* end = window.End() - (more ? 1 : 0);
     const char* p = window.Begin() + from;
@@ -116,7 +117,7 @@ double FindStrInFile(const char* path, const String& text, int caseSensitive, in
     window.Drop(end - length);  // looked at, and a neighbour
     from = 1;
   }
-  return window.Failed() ? -1 : 0;
+  return 0;
 }
 
 double FindFileInFile(const char* path, const char* patternFile) {

@@ -11,7 +11,8 @@
 /// thread.
 
 /// Computes the CRC-32 of a file's bytes (TCRC32).
-/// Deliberate: a file of size 0 or a multiple of 2048 bytes is a read error.
+/// Deliberate: a file of size 0 or a multiple of 2048 bytes is a read error; so is what is no
+/// regular file, as a pipe would hold the session.
 /// @return 1 with *crc set, or 0 with `error` "File is not specified", "Cannot open file" or
 ///         "Read error"
 int GetFileCRC(const char* path, unsigned int* crc, String& error);

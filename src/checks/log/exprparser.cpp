@@ -19,6 +19,8 @@ namespace {
 
 /// A step of an evaluation: a row of PriorityTable1, or one of these.
 constexpr unsigned char kNeverFound = 0;  // an unmatched "(" is taken for an operand
+constexpr unsigned char kNot = 1;
+constexpr unsigned char kAnd = 3;
 constexpr unsigned char kText = kPriorityTable1Size;
 
 bool IsQuote(char c) { return c == '"' || c == '\''; }
@@ -174,16 +176,25 @@ TTextFinder TSearchExpression::Text(size_t i) const {
       caseSensitive_, wholeWord_);
 }
 
-bool TSearchExpression::Holds(const std::vector<bool>& found) const {
-  static constexpr void (BoolStack::*kOperators[kPriorityTable1Size])() = {
-      nullptr, &BoolStack::Not, nullptr, &BoolStack::And, &BoolStack::Or};
+bool TSearchExpression::Holds(const std::vector<unsigned char>& found) const {
   BoolStack stack(static_cast<int>(steps_.size()) + 2);
   size_t text = 0;
   for (const unsigned char step : steps_) {
-    if (step == kText || step == kNeverFound) {
-      stack.Push(step == kText && found[text++]);
-    } else {
-      (stack.*kOperators[step])();
+    switch (step) {
+      case kText:
+        stack.Push(found[text++]);
+        break;
+      case kNeverFound:
+        stack.Push(0);
+        break;
+      case kNot:
+        stack.Not();
+        break;
+      case kAnd:
+        stack.And();
+        break;
+      default:
+        stack.Or();
     }
     if (stack.Failed()) return false;
   }
@@ -194,9 +205,9 @@ int SearchForExpression(const String& line, const String& expression, int caseSe
                         int wholeWord) {
   const TSearchExpression prepared(expression, true, caseSensitive, wholeWord);
   const char* begin = line.CStr();
-  std::vector<bool> found;
+  std::vector<unsigned char> found;
   for (size_t i = 0; i < prepared.TextCount(); ++i) {
-    found.push_back(prepared.Text(i).Find(begin, begin, begin + line.Length()) != nullptr);
+    found.push_back(prepared.Text(i).Find(begin, begin, begin + line.Length()) != nullptr ? 1 : 0);
   }
   return prepared.Holds(found);
 }

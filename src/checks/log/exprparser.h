@@ -22,10 +22,11 @@ inline constexpr int kPriorityTable1Size = 5;
 inline constexpr int kPriorityTable2Size = 13;
 /// The logical operators, in the order in which they are tried. Read-only.
 extern const TPriorityItem PriorityTable1[kPriorityTable1Size];
-/// The same with comparisons and "div" and "mod", longer operators first. Read-only.
+/// The same with comparisons and "div" and "mod", longer operators first. Read-only. Not used by
+/// the agent itself.
 extern const TPriorityItem PriorityTable2[kPriorityTable2Size];
 
-/// Turns infix expressions into postfix form. One thread at a time.
+/// Turns infix expressions into postfix form. One thread at a time. The agent itself calls Convert.
 class TExprParser {
  public:
   /// Takes a postfix token: an operator of the table, or with null an operand as it was written.
@@ -76,18 +77,18 @@ class BoolStack {
 
   void Push(int value) {
     failed_ |= Count() >= capacity_;
-    if (Count() < capacity_) entries_.push_back(value != 0);
+    if (Count() < capacity_) entries_.push_back(value != 0 ? 1 : 0);
   }
   /// The entry taken off, 0 on underflow.
   int Pop() {
     if (!Holds(1)) return 0;
-    const bool top = entries_.back();
+    const int top = entries_.back();
     entries_.pop_back();
     return top;
   }
   /// Negates the top entry.
   void Not() {
-    if (Holds(1)) entries_.back().flip();
+    if (Holds(1)) entries_.back() ^= 1;
   }
   /// Each joins the two top entries; with fewer than two none is taken.
   void Or() {
@@ -105,7 +106,7 @@ class BoolStack {
     return Count() >= entries;
   }
 
-  std::vector<bool> entries_;
+  std::vector<unsigned char> entries_;
   int capacity_;
   bool failed_ = false;
 };
@@ -124,7 +125,7 @@ class TSearchExpression {
   size_t TextCount() const { return ends_.size(); }
   TTextFinder Text(size_t i) const;
   /// Whether the expression holds, given for each text whether it was found.
-  bool Holds(const std::vector<bool>& found) const;
+  bool Holds(const std::vector<unsigned char>& found) const;
 
  private:
   void AddStep(const TPriorityItem* op, std::string_view operand);

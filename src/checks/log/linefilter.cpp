@@ -30,9 +30,9 @@ const char* FindLineStart(const char* begin, const char* p) {
 TLineFilter::TLineFilter(String text, bool isExpression, int caseSensitive, int wholeWord)
     : isExpression_(isExpression),
       expression_(std::move(text), isExpression, caseSensitive, wholeWord),
-      matchesBareLines_(expression_.Holds(std::vector<bool>(expression_.TextCount()))) {}
+      matchesBareLines_(expression_.Holds(std::vector<unsigned char>(expression_.TextCount()))) {}
 
-double TLineFilter::MatchValue(const std::vector<bool>& found, double position) const {
+double TLineFilter::MatchValue(const std::vector<unsigned char>& found, double position) const {
   if (!isExpression_) return found.front() ? position : 0;
   return expression_.Holds(found) ? 1 : 0;
 }
@@ -90,7 +90,7 @@ void TLinePieces::Search(const char* begin, const char* from, const char* to, co
     const char* last = count < static_cast<size_t>(end - from) ? from + count : end;
     const char* hit = text.Find(begin, from, last);
     if (hit == nullptr || hit >= to) continue;
-    found_[i] = true;
+    found_[i] = 1;
     if (i == 0) position_ = static_cast<double>(offset + (hit - from) + 1);
   }
 }

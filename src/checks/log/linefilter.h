@@ -38,7 +38,7 @@ class TLineFilter {
   const TSearchExpression& Expression() const { return expression_; }
   /// The match value (see TFoundLine) of a line in which exactly the texts `found` of the
   /// expression were found, the first at 1-based position `position`; 0 when it does not match.
-  double MatchValue(const std::vector<bool>& found, double position) const;
+  double MatchValue(const std::vector<unsigned char>& found, double position) const;
   /// Whether a line matches in which no text was found.
   bool MatchesBareLines() const { return matchesBareLines_; }
 
@@ -67,7 +67,7 @@ class TLineSearch {
   const char* at_;  // start of a line
   const char* end_;
   std::vector<const char*> hits_;  // of each text the first one from at_ on; end_ for none
-  std::vector<bool> found_;
+  std::vector<unsigned char> found_;
 };
 
 /// The test of one line that comes in pieces.
@@ -85,6 +85,6 @@ class TLinePieces {
 
  private:
   const TLineFilter& filter_;
-  std::vector<bool> found_;
+  std::vector<unsigned char> found_;
   double position_ = 0;  // of the first text, 1-based
 };

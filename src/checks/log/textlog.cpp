@@ -107,11 +107,13 @@ void ProcessTest_TextLog2(const VxRequest& params, QovReply& reply) {
   if (!TestAllowed(CurrentSettings()->textlog, reply)) return;
   TLogCheck check{{}, {}, Asked(params, 5), {}};
   if (!check.DecodeState(params, 2)) return RefuseParameter(reply);
+  TTextLogFilter filter1, filter2;
+  DecodeFilter(params, filter1, 6);
+  check.AddFilter(std::move(filter1));
   const bool useFilter2 = Asked(params, 10);
-  for (int first = 6; first <= (useFilter2 ? 11 : 6); first += 5) {
-    TTextLogFilter filter;
-    DecodeFilter(params, filter, first);
-    check.AddFilter(std::move(filter));
+  if (useFilter2) {
+    DecodeFilter(params, filter2, 11);
+    check.AddFilter(std::move(filter2));
   }
   // Deliberate: the flag's place depends on whether the second filter is there.
   check.path = GetFirstMatchedFile(GetPath(params, 1, useFilter2 ? 20 : 16));

@@ -6,7 +6,6 @@
 #include <sys/wait.h>
 
 #include <limits>
-#include <span>
 
 #include "checks/process/child.h"
 
@@ -40,8 +39,9 @@ const char* OrNull(const char* path) { return path == nullptr ? _PATH_DEVNULL : 
 }  // namespace
 
 TArgumentBlock::TArgumentBlock(const char* line) {
+  if (line == nullptr) return;
   size_t used = 0;
-  for (const char*& argument : std::span(argv_, kMaxArguments)) {
+  for (int i = 0; i < kMaxArguments; ++i) {
     line += strspn(line, " ");
     if (*line == 0) return;
     const char quote[] = {*line, 0};
@@ -49,7 +49,8 @@ TArgumentBlock::TArgumentBlock(const char* line) {
     if (quoted) ++line;
     const size_t length = strcspn(line, quoted ? quote : " \t");
     if (length + 1 > kBlockBytes - used) return;
-    argument = static_cast<char*>(memcpy(bytes_ + used, line, length));
+    memcpy(bytes_ + used, line, length);
+    argv_[i] = bytes_ + used;
     used += length + 1;
     line += length;
     if (*line != 0) ++line;

@@ -22,6 +22,7 @@ class TArgumentBlock {
   static constexpr int kMaxArguments = 23;
   static constexpr size_t kBlockBytes = 1024;  ///< all arguments with their terminators
 
+  /// A null line gives no argument.
   explicit TArgumentBlock(const char* line);
   TArgumentBlock(const TArgumentBlock&) = delete;
   TArgumentBlock& operator=(const TArgumentBlock&) = delete;
@@ -45,7 +46,8 @@ int SystemEx(const char* cmdline, const char* workdir, int timeoutMs, int& exitC
 /// @param outFile    file for standard output, emptied first; null: "/dev/null"
 /// @param errFile    the same for standard error. Deliberate: when it is outFile too, each stream
 ///                   still has a position of its own
-/// @param timeoutMs  0 waits without limit; kRunInBackground waits one second for an early end and
+/// @param timeoutMs  in milliseconds: 0 waits without limit; kRunInBackground waits one second for
+/// an early end and
 ///                   then leaves the program running; any other value is a limit, looked at once a
 ///                   second (a negative one has passed at once), after which the program is killed
 /// @param exitCode   out: exit status 0 to 255, set with result 1; for a background start 0 from

@@ -135,7 +135,10 @@ TFile TTempFile::OpenText() const {
   // Without O_NONBLOCK a program could put a pipe here and hold the reader for ever.
   TFd fd(open(path_, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat facts;
-  if (!fd || !IsRegularFile(fd.Get(), facts) || facts.st_mtime == kUnwritten.tv_sec) return nullptr;
+  if (!fd || !IsRegularFile(fd.Get(), facts)) return nullptr;
+  if (facts.st_mtim.tv_sec == kUnwritten.tv_sec && facts.st_mtim.tv_nsec == kUnwritten.tv_nsec) {
+    return nullptr;
+  }
   TFile file(fdopen(fd.Get(), "r"));
   if (file) fd.Release();
   return file;
