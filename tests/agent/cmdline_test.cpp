@@ -1,15 +1,11 @@
 #include "agent/cmdline.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "config/settings.h"
 
-namespace {
-
 /// Parses the words; tells the modes, the port and the file on standard error, the faults too.
-void Parse(std::vector<const char*> words) {
+static void Parse(std::vector<const char*> words) {
   dup2(STDERR_FILENO, STDOUT_FILENO);
   words.insert(words.begin(), "qov");
   ParseCommandLine(static_cast<int>(words.size()), const_cast<char**>(words.data()));
@@ -47,5 +43,3 @@ TEST(CommandLineDeathTest, TakesItsSwitchesInOneOrder) {
     }
   }
 }
-
-}  // namespace

@@ -1,11 +1,7 @@
 #include "agent/dispatch.h"
 
-#include <sstream>
-
 #include "support/handlercall.h"
 #include "support/scopes.h"
-
-namespace {
 
 struct DispatchTest : TSettingsTest {
   ~DispatchTest() override { QovFlags.upgrading = 0; }
@@ -94,5 +90,3 @@ TEST_F(DispatchTest, RefusesWithoutTheRight) {
     }
   }
 }
-
-}  // namespace

@@ -1,11 +1,6 @@
 #include "agent/messages.h"
 
-#include <time.h>
-#include <unistd.h>
-
 #include "support/scopes.h"
-
-namespace {
 
 struct MessagesTest : TSettingsTest {
   MessagesTest() { InstallMessages(); }
@@ -77,5 +72,3 @@ TEST_F(MessagesTest, FormsItsLines) {
     return;
   }
 }
-
-}  // namespace

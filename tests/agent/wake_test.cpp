@@ -1,6 +1,5 @@
 #include "agent/wake.h"
 
-#include <errno.h>
 #include <gtest/gtest.h>
 
 TEST(WakeTest, KeepsTheErrorNumber) {

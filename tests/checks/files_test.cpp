@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/vfs.h>
 
@@ -13,8 +11,6 @@
 
 /// The clock of all checks stands, at the start of a minute.
 extern "C" time_t time(time_t*) noexcept { return 2'000'000'040; }
-
-namespace {
 
 constexpr THandler kUnc = ProcessTest_UNC, kSize = ProcessTest_FolderSize;
 constexpr THandler kExists = ProcessTest_FileExists, kCompare = ProcessTest_FileCompare;
@@ -182,5 +178,3 @@ TEST_F(Files, AreSearchedBlockByBlockIfRegular) {
     EXPECT_EQ(at + 2, FindStrInFile(file.c_str(), "cat", 1, 0));
   }
 }
-
-}  // namespace

@@ -1,10 +1,7 @@
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 #include <utime.h>
 
-#include <fstream>
 #include <random>
 
 #include "checks/log/exprparser.h"
@@ -19,8 +16,6 @@ extern "C" int nanosleep(const timespec* wanted, timespec* left) {
   if (pauses < 0) return static_cast<int>(syscall(SYS_nanosleep, wanted, left));
   return ++pauses, 0;
 }
-
-namespace {
 
 constexpr THandler kOne = ProcessTest_TextLog, kTwo = ProcessTest_TextLog2;
 
@@ -147,7 +142,8 @@ using TFilters = std::vector<TTextLogFilter>;  // one or two
 using TOutcome = std::tuple<double, std::string, double, int>;
 
 /// The scan line by line, as it is described.
-TOutcome ScanSimply(const std::string& log, size_t from, const TFilters& filters, bool scanAll) {
+static TOutcome ScanSimply(const std::string& log, size_t from, const TFilters& filters,
+                           bool scanAll) {
   TOutcome outcome(0, "", from, -1);
   auto& [match, found, begin, first] = outcome;  // of the line's bytes, the line ends before it too
   for (size_t p = from, end; scanAll || match == 0; p = end + 1) {
@@ -224,5 +220,3 @@ TEST_F(TextLog, TakesLittleMemory) {
     EXPECT_EXIT(check(params), testing::ExitedWithCode(0), "") << part << last;
   }
 }
-
-}  // namespace

@@ -10,15 +10,13 @@
 #include "support/peers.h"
 #include "support/scopes.h"
 
-namespace {
-
 using TPeer = TLoopbackPeer;
 using TWords = std::vector<std::string>;
 const std::string host = "127.0.0.1", wrong = "501\nWrong parameter", timeout = "301\nTimeout\n0\n";
 const std::string noName(64, 'x');  // too long for any name server to be asked
 const std::string unresolved = "301\nCannot resolve server name to IP address\n-2\n";
 
-std::string Port(const TPeer& peer) { return std::to_string(peer.Port()); }
+static std::string Port(const TPeer& peer) { return std::to_string(peer.Port()); }
 
 TEST(NetTests, AnswerForEveryOutcomeOverTcp) {
   const TPeer answering(TPeer::kTcp, {"one\r\ntwo", 6}), silent(TPeer::kTcp);
@@ -107,5 +105,3 @@ TEST(Gates, RefuseWhatIsNotEnabled) {
     EXPECT_EQ("600\noperation is not allowed", CallHandler(action, {}));
   }
 }
-
-}  // namespace

@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
@@ -25,8 +24,6 @@ extern "C" int kill(pid_t pid, int number) noexcept {
 extern "C" int fchmod(int fd, mode_t mode) noexcept {
   return spared == -1 ? -1 : static_cast<int>(syscall(SYS_fchmod, fd, mode));
 }
-
-namespace {
 
 namespace fs = std::filesystem;
 using TWords = std::vector<std::string>;
@@ -307,5 +304,3 @@ TEST_F(ProcTest, ReadsWhatTheScriptsPrint) {
   EXPECT_EQ("200\n1.0000\n", Ask(kCpu, Program("echo 1")));
   EXPECT_GE(NowMs() - start, 300);
 }
-
-}  // namespace

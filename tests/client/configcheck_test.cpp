@@ -1,8 +1,5 @@
 #include "client/configcheck.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include "core/iplib.h"
 #include "core/owned.h"
 #include "support/peers.h"

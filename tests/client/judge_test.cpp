@@ -1,7 +1,6 @@
 #include "client/judge.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <math.h>
 
 #include "client/format.h"

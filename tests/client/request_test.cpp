@@ -1,7 +1,5 @@
 #include "client/request.h"
 
-#include <gtest/gtest.h>
-
 #include "client/failure.h"
 #include "client/scanstate.h"
 #include "client/setkeys.h"

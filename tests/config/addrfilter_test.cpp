@@ -5,8 +5,6 @@
 #include "core/iplib.h"
 #include "support/scopes.h"
 
-namespace {
-
 TEST(AddrFilter, MatchesAddressesAndRanges) {
   const std::pair<const char*, std::vector<const char*>> cases[] = {
       {"1", {"10.0.0.5,", "9.9.9.9,,-.10.0.0.5", "10.0.0.5-", "9.0.0.0-201.0.0.0"}},
@@ -34,5 +32,3 @@ TEST(AddrFilter, MatchesAddressesAndRanges) {
   EXPECT_EQ(IP2String(htonl(first)) + "-" + IP2String(htonl(last)) + ">" + list,
             "1.2.3.4-1.2.3.5>x9.9");
 }
-
-}  // namespace

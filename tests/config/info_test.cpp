@@ -2,13 +2,9 @@
 
 #include <sys/utsname.h>
 
-#include <sstream>
-
 #include "config/status.h"
 #include "support/handlercall.h"
 #include "support/scopes.h"
-
-namespace {
 
 class InfoTest : public TSettingsTest {
  protected:
@@ -86,5 +82,3 @@ TEST_F(InfoTest, StoresAndSavesEachKnownKey) {
             "300\nCannot create new configuration file '" + folder.Folder("qov.cfg.New") + "'");
   EXPECT_EQ(CurrentSettings()->comment, "new");
 }
-
-}  // namespace

@@ -1,31 +1,23 @@
 #include "config/settings.h"
 
-#include <errno.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include <thread>
 
 #include "built.h"
-#include "config/tempfolder.h"
 #include "support/scopes.h"
 
-namespace {
-
 // The calls that the watched save is to make, a letter each, capital when it fails; and those made.
-std::string plan, made;
+static std::string plan, made;
 
 template <typename... TArguments>
-int Perform(char letter, long number, TArguments... arguments) {
+static int Perform(char letter, long number, TArguments... arguments) {
   const bool fails = plan.starts_with(made + letter), again = letter == 'W' && made.ends_with('w');
   if (!plan.empty() && !again) made += static_cast<char>(fails ? letter : tolower(letter));
   errno = EIO;
   return fails ? -1 : static_cast<int>(syscall(number, arguments...));
 }
-
-}  // namespace
 
 // In the place of the C library's; a write takes little at a time, and nobody waits for the disk.
 extern "C" {
@@ -41,8 +33,6 @@ int rename(const char* from, const char* to) noexcept {
   return Perform('R', SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
 }
 }
-
-namespace {
 
 using SettingsTest = TSettingsTest;
 
@@ -265,5 +255,3 @@ TEST_F(SettingsTest, TheSampleExplainsEveryKeyAndIsSafe) {
                             "executeaction", "tcpudpaction", "syslogaction"}),
             "127.0.0.1 1 0 0 0 0 0 0 ");
 }
-
-}  // namespace

@@ -1,10 +1,6 @@
 #include "core/iplib.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <tuple>
 
 #include "core/owned.h"
 #include "support/peers.h"

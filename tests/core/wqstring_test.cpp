@@ -1,8 +1,5 @@
 #include "core/wqstring.h"
 
-#include <gtest/gtest.h>
-#include <limits.h>
-
 #include <algorithm>
 #include <random>
 

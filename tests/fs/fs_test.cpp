@@ -1,12 +1,6 @@
-#include <errno.h>
-#include <gtest/gtest.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
-#include <array>
-#include <map>
 #include <thread>
-#include <tuple>
 
 #include "fs/files.h"
 #include "fs/paths.h"
@@ -48,8 +42,6 @@ TEST(PathsTest, ExpandsToTheAbsoluteForm) {
   EXPECT_EQ("", GetCurrentDir());
 }
 
-namespace {
-
 constexpr int kDir = AttrDirectory, kReadOnly = AttrReadOnly, kHidden = AttrHidden;
 constexpr TReadOnly kUnseen = TReadOnly::kUnseen;
 
@@ -74,8 +66,6 @@ struct FilesTest : testing::Test {
   const TTempDir folder;
   const TWorkingFolder here{folder.Path()};
 };
-
-}  // namespace
 
 TEST_F(FilesTest, AreFoundByMaskAndAttributes) {
   const TFound folders = {{".", kDir}, {"..", kDir}, {"dir", kDir}, {".hidden", kDir + kHidden}};

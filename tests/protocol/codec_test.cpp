@@ -1,7 +1,4 @@
 #include <dlfcn.h>
-#include <gtest/gtest.h>
-#include <limits.h>
-#include <string.h>
 
 #include "client/vxwire.h"
 #include "protocol/ciplib.h"

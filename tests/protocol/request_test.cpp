@@ -1,10 +1,8 @@
 #include "protocol/request.h"
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 
 #include "client/vxwire.h"
-#include "core/message.h"
 #include "support/scopes.h"
 
 constexpr char kText[] = "TEST-X\n Port = 80 \n\r";
