@@ -35,9 +35,14 @@ TEST_F(DispatchTest, RunsTheCommandOfTheName) {
       "GetInfo - 200Agent");
   for (std::string name, enable, answer; commands >> name >> enable >> answer;) {
     const TSettingKey* key = FindSettingKey(enable.c_str());
-    const TEnabledTests own(0, key != nullptr ? key->field.number : nullptr);
+    const auto field = key != nullptr ? key->field.number : nullptr;
+    const TEnabledTests own(0, field);
     EXPECT_EQ(answer, Process(" " + name + " \n\nx\r").erase(3, 1).substr(0, answer.size()))
         << name;
+    const bool several = name == "GetFilesList";  // which each check of files lets be listed
+    const TEnabledTests others(!several, several ? nullptr : field);
+    const std::string refusal = name[0] == 'A' ? "operation is not allowed" : "test is not allowed";
+    EXPECT_TRUE(key == nullptr || Process(name + "\n\r") == "600\n" + refusal) << name;
   }
   EXPECT_EQ("500\nNot applicable for UNIX/Linux", Process("TEST-NTLog\r"));
   EXPECT_EQ("500\nnot implemented yet", Process("TEST-Ping\r"));

@@ -1,10 +1,6 @@
 #include "checks/nettests.h"
 
 #include "checks/actions.h"
-#include "checks/files/diskfolder.h"
-#include "checks/files/filetests.h"
-#include "checks/log/textlog.h"
-#include "checks/process/proctests.h"
 #include "core/iplib.h"
 #include "support/handlercall.h"
 #include "support/peers.h"
@@ -89,19 +85,4 @@ TEST(Actions, WriteExactSyslogDatagrams) {
   EXPECT_THAT(peer.Received(1).front(),
               testing::MatchesRegex("<247>" + ToStd(CDateTime()).substr(0, 5) + " [0-9:]{8} " +
                                     ToStd(IP2String(GetMyIP())) + " WQ QOV: a\nb "));
-}
-
-/// Each opens by its own setting alone: agent/dispatch_test.cpp.
-TEST(Gates, RefuseWhatIsNotEnabled) {
-  for (const THandler test :
-       {ProcessTest_UNC, ProcessTest_FolderSize, ProcessTest_FileExists, ProcessTest_FileCompare,
-        ProcessTest_FileCRC, ProcessTest_CountFiles, ProcessTest_TCP, ProcessTest_UDP,
-        ProcessTest_CPU, ProcessTest_Process, ProcessInfo_ProcessesList, ProcessTest_External,
-        ProcessTest_ShellScript, ProcessTest_TextLog, ProcessTest_TextLog2,
-        ProcessInfo_GetFileList}) {
-    EXPECT_EQ("600\ntest is not allowed", CallHandler(test, {}));
-  }
-  for (const THandler action : {ProcessAct_ExternalCmd, ProcessAct_TCPSend, ProcessAct_Syslog}) {
-    EXPECT_EQ("600\noperation is not allowed", CallHandler(action, {}));
-  }
 }

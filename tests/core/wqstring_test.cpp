@@ -40,21 +40,19 @@ static int SimpleSearch(String text, String what, int caseSensitive, int wholeWo
   return 0;
 }
 
-// The texts repeat a few bytes, many an "a", so that what is looked for nearly stands everywhere.
+// What is looked for repeats itself, and the texts its parts, so that it nearly stands everywhere.
 TEST(StringTest, FindsWhatASimpleSearchFinds) {
   constexpr char kBytes[] = "aA-_bB zZ@[`{09/:\xC9\xE9";
   std::minstd_rand random(1);
   const auto below = [&random](int bound) { return static_cast<int>(random() >> 1) % bound; };
-  for (int round = 0; round < 3000; ++round) {
-    const auto any = [&] { return below(1 + round % 7) ? 'a' : kBytes[below(1 + round % 19)]; };
-    String unit, text;
-    for (int size = 1 + below(round % 2 == 0 ? 4 : 100); unit.Length() < size;) unit += any();
-    for (int size = below(3000); text.Length() < size;)
-      text += unit[1 + text.Length() % unit.Length()];
-    String what = text.Copy(1 + below(text.Length() + 1), below(round % 3 == 0 ? 4 : 200));
-    for (int changes = text.Length() / (1 + below(400)); changes > 0; --changes)
-      text.Data()[below(text.Length())] = any();
-    if (below(2) == 0 && !what.Empty()) what.Data()[below(what.Length())] = any();
+  for (int round = 0; round < 5000; ++round) {
+    const auto any = [&] { return kBytes[below(1 + round % 19)]; };
+    String what, text;
+    for (const int size = below(round % 3 == 0 ? 4 : 200); what.Length() < size;)
+      below(4) == 0 ? what += any() : what += what.Copy(1, 1 + below(size));
+    for (const int size = below(6) * below(500); text.Length() < size; text += any())
+      text += what.Copy(1 + below(2) * below(200), below(250));
+    if (below(2) == 0) text += what;
     for (const int options : {3, 1, 2, 0}) {
       if (options % 2 == 0) strupper(what.Data(), what.Length() / 2);
       ASSERT_EQ(SimpleSearch(text, what, options & 1, options & 2),
@@ -63,17 +61,12 @@ TEST(StringTest, FindsWhatASimpleSearchFinds) {
           << ToStd(what);
     }
   }
-  // After one that fails at its start alone, bytes are known to be the same, until one fails.
-  std::string run, near;
-  while (run.size() < 200) run += "ab";
-  while (near.size() < 3000) near += run.substr(50) + "cc";
-  near += 'x' + run.substr(1) + "zb" + std::string(196, 'q') + "ab";
-  EXPECT_EQ(0, ToString(near).Search(ToString(run), 1, 0));
   for (size_t i = 0; i < 200; ++i)  // no byte behind the end counts
     EXPECT_EQ(0, mempos((std::string(i, 'q') + "xy").data(), static_cast<int>(i) + 1, "xy", 2));
-  EXPECT_EQ(1, memposi("a-Z---aaaaaaaaaa", 16, "A-z---AAAAAAAAAA", 16));
-  EXPECT_EQ(0, memposi("a@aaaaaaaaaaaaaa", 16, "a`aaaaaaaaaaaaaa", 16) +
-                   memposi("a[aaaaaaaaaaaaaa", 16, "a{aaaaaaaaaaaaaa", 16));
+  const char* three = "aaa";
+  const TTextFinder word("a", 1, 1);  // its neighbours are those between begin and end
+  EXPECT_TRUE(word.Find(three + 1, three + 1, three + 2) &&
+              !word.Find(three, three + 1, three + 2));
   EXPECT_EQ(3, mempos("aAA", 3, "A", 1) + memposi("aAA", 3, "A", 1) + mempos("a", 1, "a", 0) +
                    mempos(nullptr, 1, "a", 1) + mempos("a", 1, nullptr, 1));
   EXPECT_EQ(4, String("abc").Pos('b') + String("abc").Pos("bx", 1) + String("abc").Pos(nullptr));
