@@ -46,16 +46,11 @@ TEST_F(DispatchTest, RunsTheCommandOfTheName) {
   }
   EXPECT_EQ("500\nNot applicable for UNIX/Linux", Process("TEST-NTLog\r"));
   EXPECT_EQ("500\nnot implemented yet", Process("TEST-Ping\r"));
-  const std::string cases[][3] = {{"GetInfo\n", "!502\n", "EndOfTransmission signal missed\n"},
-                                  {"\r", "!500\n", "Void request received\n"},
-                                  {"  \n1\n\r", "!500\n", "Void request received\n"},
-                                  {"getinfo\n\r", "!500\n", "Unknown command \"getinfo\"\n"},
-                                  {"%s%n\n\r", "!500\n", "Unknown command \"%s%n\"\n"}};
-  for (const auto& [text, answer, message] : cases) {
-    const TMessageCapture messages;
+  for (const auto& [text, answer] : {std::pair("GetInfo\n", "!502\n"),
+                                     {"  \n1\n\r", "!500\n"},
+                                     {"\r", "!500\n"},
+                                     {"getinfo\n\r", "!500\n"}})
     EXPECT_EQ(answer, Process(text)) << text;
-    EXPECT_EQ(message, messages.texts);
-  }
 }
 
 TEST_F(DispatchTest, RefusesWithoutTheRight) {

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <gmock/gmock.h>
+
 #include <map>
-#include <string>
-#include <vector>
+#include <thread>
 
 #include "protocol/reply.h"
 #include "protocol/request.h"
@@ -12,37 +13,75 @@ using THandler = void (*)(const VxRequest&, QovReply&);
 /// Parameters by position, counted from 1; those between are empty.
 using TParams = std::map<int, std::string>;
 /// Parameters written with a "," between; as "7=1" where some are left out.
-TParams Params(const std::string& text);
+inline TParams Params(const std::string& text) {
+  TParams params;
+  std::istringstream in(text);
+  for (std::string s; getline(in, s, ',');) {
+    const size_t sign = s.find('=');
+    const int next = static_cast<int>(params.size()) + 1;
+    params[sign == s.npos ? next : std::stoi(s)] = s.substr(sign + 1);
+  }
+  return params;
+}
 
 /// Calls a command's handler as the dispatcher does and returns the reply text, the code on its
 /// first line.
-std::string CallHandler(THandler handler, const TParams& params);
+inline std::string CallHandler(THandler handler, TParams params) {
+  std::string text;
+  const int last = params.empty() ? 0 : params.rbegin()->first;
+  for (int i = 1; i <= last; ++i) text += params[i] + '\n';
+  VxRequest request;
+  request = ToString(text + "\r");
+  QovReply reply;
+  handler(request, reply);
+  return ToStd(reply);
+}
+
+/// Turns every flag of the shared settings on (1) or off (0) while it lives, `but` the other way;
+/// restores the settings at the end.
+struct TEnabledTests : TScope {
+  explicit TEnabledTests(int enabled = 1, int TQovSettings::*but = nullptr) {
+    ChangeSettings([=](TQovSettings& settings) {
+      for (const auto& [name, form, field, preset, saved] : kSettingKeys)
+        if (form == formFlag) settings.*field.number = enabled ^ (field.number == but);
+    });
+  }
+  ~TEnabledTests() {
+    ChangeSettings([this](TQovSettings& settings) { settings = former; });
+  }
+  const TQovSettings former = QovSettings;
+};
 
 /// A handler's parameters from the first on, and the reply as a regular expression.
 using TRow = std::pair<std::vector<std::string>, std::string>;
 /// Asks all at once, as many wait, with everything enabled.
-void ExpectMatches(THandler handler, const std::vector<TRow>& rows);
-
-/// Turns every flag of the shared settings on (1) or off (0) while it lives, `but` the other way;
-/// restores the settings at the end.
-class TEnabledTests : TScope {
- public:
-  explicit TEnabledTests(int enabled = 1, int TQovSettings::*but = nullptr);
-  ~TEnabledTests() {
-    ChangeSettings([this](TQovSettings& settings) { settings = former_; });
+inline void ExpectMatches(THandler handler, const std::vector<TRow>& rows) {
+  const TEnabledTests enabled;
+  std::vector<std::jthread> threads;
+  for (const TRow& row : rows) {
+    threads.emplace_back([&row, handler] {
+      TParams params;
+      for (const std::string& param : row.first) params.emplace(params.size() + 1, param);
+      EXPECT_THAT(CallHandler(handler, params), testing::MatchesRegex(row.second))
+          << testing::PrintToString(params);
+    });
   }
-
- private:
-  const TQovSettings former_ = QovSettings;
-};
+}
 
 /// A folder of files to check, with every check allowed.
 class TCheckTest : public testing::Test {
  protected:
   /// The text with the folder, '/' at its end, in place of each "@".
-  std::string In(std::string text) const;
+  std::string In(std::string text) const {
+    for (size_t at = 0; (at = text.find('@', at)) != text.npos;) text.replace(at, 1, dir_.Path(""));
+    return text;
+  }
   /// Expects that the handler replies so to each of the requests (see Params), a "|" between them.
-  void Expect(THandler handler, const std::string& reply, const std::string& requests) const;
+  void Expect(THandler handler, const std::string& reply, const std::string& requests) const {
+    std::istringstream all(In(requests));
+    for (std::string request; getline(all, request, '|');)
+      EXPECT_EQ(In(reply), CallHandler(handler, Params(request))) << request;
+  }
 
   const TEnabledTests enabled_;
   const TTempDir dir_;

@@ -9,9 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "client/vxwire.h"
 #include "core/owned.h"
@@ -117,22 +115,16 @@ struct TPeerAnswer {
 /// A service on a free loopback port with a thread of its own. Every wait is bounded.
 class TLoopbackPeer {
  public:
-  enum TKind { kTcp, kUdp };
+  enum TKind { kTcp = SOCK_STREAM, kUdp = SOCK_DGRAM };
 
   explicit TLoopbackPeer(TKind kind, TPeerAnswer answer = {})
-      : answer_(std::move(answer)),
-        socket_(Bind(kind == kTcp ? SOCK_STREAM : SOCK_DGRAM, TAddress())) {
-    if (kind == kTcp) listen(socket_.Get(), 8);
-    thread_ = std::thread([this, kind] {
-      while (Readable(socket_.Get())) {
-        if (kind == kUdp) return Serve(socket_.Get(), false);
-        Serve(TFd(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC)).Get(), true);
-      }
+      : answer_(std::move(answer)), socket_(Bind(kind, TAddress())) {
+    listen(socket_.Get(), 8);
+    thread_ = std::jthread([this, kind](const std::stop_token& stop) {
+      while (kind == kTcp && Readable(socket_.Get(), stop))
+        Serve(TFd(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC)).Get(), true, stop);
+      Serve(socket_.Get(), false, stop);
     });
-  }
-  ~TLoopbackPeer() {
-    stop_ = true;
-    thread_.join();
   }
   int Port() const {
     TAddress address;
@@ -151,12 +143,12 @@ class TLoopbackPeer {
   }
 
  private:
-  bool Readable(int fd) const {
+  static bool Readable(int fd, const std::stop_token& stop) {
     pollfd wait = {fd, POLLIN, 0};
-    while (!stop_ && poll(&wait, 1, 20) <= 0) continue;
-    return !stop_;
+    while (!stop.stop_requested() && poll(&wait, 1, 20) <= 0) continue;
+    return !stop.stop_requested();
   }
-  void Serve(int fd, bool connection) {
+  void Serve(int fd, bool connection, const std::stop_token& stop) {
     char buf[65536];
     TAddress from;
     bool answered = false;
@@ -166,7 +158,7 @@ class TLoopbackPeer {
         sendto(fd, answer_.text.data(), answer_.text.size(), MSG_NOSIGNAL, from.Get(), from.size);
         answered = connection;
       }
-      if ((connection && answer_.closeThen && held >= answer_.after) || !Readable(fd)) return;
+      if ((connection && answer_.closeThen && held >= answer_.after) || !Readable(fd, stop)) return;
       const ssize_t count = recvfrom(fd, buf, sizeof buf, 0, from.Get(), &from.size);
       if (count <= 0) return;
       held += static_cast<size_t>(count);
@@ -180,6 +172,5 @@ class TLoopbackPeer {
   mutable std::mutex mutex_;
   std::vector<std::string> received_;
   size_t held_ = 0;
-  std::atomic<bool> stop_{false};
-  std::thread thread_;
+  std::jthread thread_;
 };

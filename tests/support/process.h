@@ -15,15 +15,14 @@ class TProcess : TScope {
   explicit TProcess(const std::string& line) {
     const std::string all = "exec </dev/null; " + line;
     const char* const words[] = {"sh", "-c", all.c_str(), nullptr};
-    if (posix_spawn(&pid_, "/bin/sh", nullptr, nullptr, const_cast<char**>(words), environ) != 0) {
-      pid_ = -1;
-    }
+    char** const argv = const_cast<char**>(words);
+    EXPECT_EQ(0, posix_spawn(&pid_, "/bin/sh", nullptr, nullptr, argv, environ));
   }
   ~TProcess() {
     if (pid_ > 1) kill(pid_, SIGKILL);
     Wait();
   }
-  /// -1 when it could not be started or has ended.
+  /// -1 once it has ended.
   pid_t Pid() const { return pid_; }
   /// Exit status: 0 to 255, 1000 + signal, or -1 while it runs on.
   int Wait(int limitMs = 20000) {
@@ -43,11 +42,12 @@ class TProcess : TScope {
 
 /// Value of the line "name=..." in a reply; "(none)" without one.
 inline std::string Named(const TReply& reply, const std::string& name) {
-  for (const std::string& line : reply.values) {
+  for (const std::string& line : reply.values)
     if (line.starts_with(name + "=")) return line.substr(name.size() + 1);
-  }
   return "(none)";
 }
+
+inline constexpr char kHelpers[] = QOV_SOURCE_DIR "/packaging/helpers/";
 
 struct TAgentOptions {
   std::string config{};        ///< lines behind the standard ones (a key's last wins)
@@ -61,12 +61,9 @@ class TAgentProcess : TScope {
  public:
   explicit TAgentProcess(const TAgentOptions& options = {}) : process_(Prepare(options)) {
     Await([&] {
-      return process_.Wait(0) != -1 ||
-             ReadFile("console").find("Listening...") != std::string::npos;
+      const int status = process_.Wait(0);  // 0: detached
+      return status == 0 ? Ask("GetInfo").code == "200" : status > 0 || Holds("Listening...");
     });
-    if (process_.Wait(0) != 0) return;
-    for (const pid_t pid : Running()) daemon_ = pid;
-    Await([&] { return daemon_ == -1 || Ask("GetInfo").code == "200"; });
   }
   ~TAgentProcess() {
     // Those that it became, too: a detached process, or the one that an upgrade started.
@@ -75,7 +72,7 @@ class TAgentProcess : TScope {
       for (const pid_t pid : left) kill(pid, SIGKILL);
       return left.empty();
     });
-    for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
+    for (const auto& entry : fs::directory_iterator(folder.Path())) {
       const std::string name = entry.path().filename();
       if (name.starts_with("sanitizer")) ADD_FAILURE() << ReadFile(name);
     }
@@ -91,20 +88,28 @@ class TAgentProcess : TScope {
     const std::string fresh = folder.File(
         "fresh", "host=127.0.0.1\nport=" + std::to_string(port) + "\npassword=" + kPassword +
                      "\nqovpath=" + program + "\ntmpdir=" + folder.Folder("tmp") +
-                     "\npidfile=" + folder.Path("pid") +
-                     "\nfilterlist=127.0.0.1\nfiltermarks=1\nlogsuccess=1\n" + config);
-    std::filesystem::rename(fresh, configPath);
+                     "\npidfile=" + folder.Path("pid") + "\ncpuusagescript=" + kHelpers +
+                     "cpuusage\nproclistscript=" + kHelpers +
+                     "proclist\nproccntscript=" + kHelpers +
+                     "proccount\nfilterlist=127.0.0.1\nfiltermarks=1\nlogsuccess=1\n" + config);
+    fs::rename(fresh, configPath);
   }
   /// A file of the folder; "console" has what the agent printed.
   std::string ReadFile(const std::string& name) const { return ::ReadFile(folder.Path(name)); }
-  /// Waits until the console (or another file) holds `text` at least `times` times.
+  /// Whether the console (or another file) holds `text` at least `times` times.
+  bool Holds(const std::string& text, int times = 1, const char* file = "console") const {
+    const std::string content = ReadFile(file);
+    for (size_t at = 0; times > 0; ++at, --times)
+      if ((at = content.find(text, at)) == std::string::npos) return false;
+    return true;
+  }
+  /// Waits for that.
   bool WaitFor(const std::string& text, int times = 1, const char* file = "console") const {
-    return Await([&] {
-      const std::string content = ReadFile(file);
-      int count = 0;
-      for (size_t at = 0; (at = content.find(text, at)) != std::string::npos; ++at) ++count;
-      return count >= times;
-    });
+    return Await([&] { return Holds(text, times, file); });
+  }
+  /// Waits until so many sessions are left: one is counted down after its close.
+  bool WaitForSessions(int count) const {
+    return Await([&] { return Info("ActiveConnections") == std::to_string(count); });
   }
   /// Waits until connections are taken, or refused.
   bool WaitForPort(bool open) const {
@@ -112,7 +117,10 @@ class TAgentProcess : TScope {
   }
 
   /// The process that serves; -1 when there is none.
-  pid_t Pid() const { return daemon_ != -1 ? daemon_ : process_.Pid(); }
+  pid_t Pid() const {
+    const std::vector<pid_t> found = Running();
+    return process_.Pid() != -1 || found.empty() ? process_.Pid() : found[0];
+  }
   /// Path of its file or folder in /proc.
   std::string Proc(const char* name) const { return "/proc/" + std::to_string(Pid()) + "/" + name; }
   bool Signal(int signal) const { return Pid() > 1 && kill(Pid(), signal) == 0; }
@@ -131,7 +139,7 @@ class TAgentProcess : TScope {
   /// The shell line that starts the agent.
   std::string Prepare(const TAgentOptions& options) const {
     folder.File("qov", "#!/bin/sh\nexec " QOV_AGENT " \"$@\"\n");
-    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    fs::permissions(program, fs::perms::owner_all);
     WriteConfig(options.config);
     // Reports of a sanitizer go to files, which the destructor looks for: a detached agent has no
     // console.
@@ -145,7 +153,7 @@ class TAgentProcess : TScope {
   /// The running processes with this agent's configuration.
   std::vector<pid_t> Running() const {
     std::vector<pid_t> found;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    for (const auto& entry : fs::directory_iterator("/proc")) {
       const pid_t pid = atoi(entry.path().filename().c_str());
       const std::string words = pid > 1 ? ::ReadFile(entry.path() / "cmdline") : "";
       if (words.find(configPath) != std::string::npos) found.push_back(pid);
@@ -154,12 +162,11 @@ class TAgentProcess : TScope {
   }
 
   TProcess process_;
-  pid_t daemon_ = -1;
 };
 
 /// Number of entries in a folder.
 inline long Count(const std::string& folder) {
-  return std::distance(std::filesystem::directory_iterator(folder), {});
+  return std::distance(fs::directory_iterator(folder), {});
 }
 
 /// How often a test repeats what it does: `brief` in every run, `full` in the long ones that

@@ -11,6 +11,8 @@
 #include "config/tempfolder.h"
 #include "core/message.h"
 
+namespace fs = std::filesystem;
+
 /// Between the product's strings and the library's, embedded zero bytes kept.
 inline String ToString(std::string_view bytes) {
   return String(bytes.data(), static_cast<int>(bytes.size()));
@@ -32,26 +34,26 @@ class TTempDir : TScope {
  public:
   TTempDir() { EXPECT_NE(nullptr, mkdtemp(path_.data())) << path_; }
   ~TTempDir() {
-    std::error_code error;
-    std::filesystem::remove_all(path_, error);
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
   }
   const std::string& Path() const { return path_; }
   /// Full path of `name` in the folder; nothing is created.
   std::string Path(std::string_view name) const { return path_ + '/' + std::string(name); }
   /// Writes a file, making the folders of `name` where they are missing; returns its full path.
   std::string File(std::string_view name, std::string_view content = "") const {
-    std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
+    fs::create_directories(fs::path(Path(name)).parent_path());
     std::ofstream(Path(name), std::ios::binary) << content;
     return Path(name);
   }
   /// Makes a folder and those above it; returns its full path.
   std::string Folder(std::string_view name) const {
-    std::filesystem::create_directories(Path(name));
+    fs::create_directories(Path(name));
     return Path(name);
   }
 
  private:
-  std::string path_ = std::filesystem::temp_directory_path() / "qovtest-XXXXXX";
+  std::string path_ = fs::temp_directory_path() / "qovtest-XXXXXX";
 };
 
 /// The content of a file as far as it can be read.
@@ -62,40 +64,23 @@ inline std::string ReadFile(const std::string& path) {
 }
 
 /// Sets an environment variable (null: unsets it) and restores it at the end.
-class TEnvironment : TScope {
- public:
-  TEnvironment(const char* name, const char* value) : name_(name) {
-    if (const char* former = getenv(name)) former_ = former;
+struct TEnvironment : TScope {
+  TEnvironment(const char* variable, const char* value) : name(variable) {
+    if (const char* set = getenv(name)) former = set;
     Set(value);
   }
-  ~TEnvironment() { Set(former_ ? former_->c_str() : nullptr); }
+  ~TEnvironment() { Set(former ? former->c_str() : nullptr); }
+  void Set(const char* value) const { value ? setenv(name, value, 1) : unsetenv(name); }
 
- private:
-  void Set(const char* value) { value == nullptr ? unsetenv(name_) : setenv(name_, value, 1); }
-
-  const char* const name_;
-  std::optional<std::string> former_;
+  const char* const name;
+  std::optional<std::string> former;
 };
 
 /// Changes the working folder and goes back at the end.
 struct TWorkingFolder : TScope {
-  explicit TWorkingFolder(const std::string& path) { std::filesystem::current_path(path); }
-  ~TWorkingFolder() { std::filesystem::current_path(former); }
-  const std::filesystem::path former = std::filesystem::current_path();
-};
-
-/// Collects the texts of all messages of one thread while it lives. One at a time.
-struct TMessageCapture : TScope {
-  TMessageCapture() { texts.clear(); }
-  ~TMessageCapture() { SetMessageSink(former); }
-  static void __attribute__((format(printf, 1, 0)))
-  Take(const char* format, in_addr, MsgType, int formatted, va_list args) {
-    char text[1024];
-    if (formatted != 0) vsnprintf(text, sizeof text, format, args);
-    texts += formatted != 0 ? text : format;
-  }
-  static inline std::string texts;
-  const TMessageSink former = SetMessageSink(&Take);
+  explicit TWorkingFolder(const std::string& path) { fs::current_path(path); }
+  ~TWorkingFolder() { fs::current_path(former); }
+  const fs::path former = fs::current_path();
 };
 
 /// A folder with a configuration file, in the state of a fresh process.
@@ -119,13 +104,11 @@ struct TSettingsTest : testing::Test {
   /// The values of the keys, a blank behind each.
   static std::string Values(const TQovSettings& record, std::initializer_list<const char*> keys) {
     std::string values;
-    for (const std::string name : keys) {
-      for (const auto& [key, form, field, preset, saved] : kSettingKeys) {
+    for (const std::string name : keys)
+      for (const auto& [key, form, field, preset, saved] : kSettingKeys)
         if (name == key)
-          values += field.text ? ToStd(record.*field.text) : std::to_string(record.*field.number);
-      }
-      values += ' ';
-    }
+          values +=
+              (field.text ? ToStd(record.*field.text) : std::to_string(record.*field.number)) + ' ';
     return values;
   }
 

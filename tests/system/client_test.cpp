@@ -17,15 +17,6 @@ using TCases = std::vector<std::tuple<std::string, int, std::string>>;
 /// An agent that allows everything, and names for the shell: $Q and $P are the two clients, $A and
 /// $C the same with the agent's configuration.
 struct ClientTest : testing::Test {
-  ClientTest() {
-    const std::string helpers = QOV_SOURCE_DIR "/packaging/helpers/";
-    std::filesystem::permissions(own, std::filesystem::perms::owner_all);
-    agent.WriteConfig(
-        "executeaction=1\ntcpudpaction=1\nsyslogaction=1\ndelayforscripts=1\nqovpath=" + own +
-        "\ncpuusagescript=" + helpers + "cpuusage\nproclistscript=" + helpers +
-        "proclist\nproccntscript=" + helpers + "proccount\n");
-    EXPECT_EQ("200", agent.Ask("ReloadCfg").code);
-  }
   void Expect(const TCases& cases) const {
     for (const auto& [line, status, text] : cases) {
       TProcess shell(names + "exec >$F/out 2>$F/err; exec " + line);
@@ -38,12 +29,12 @@ struct ClientTest : testing::Test {
   }
 
   const TTempDir files;
-  const std::string own = files.File("agent", "#!/bin/sh\nexec " QOV_AGENT " \"$@\"\n");
-  TAgentProcess agent;
+  TAgentProcess agent{TAgentOptions{
+      .config = "executeaction=1\ntcpudpaction=1\nsyslogaction=1\ndelayforscripts=1\n"}};
   const TLoopbackPeer tcp{TLoopbackPeer::kTcp, {.text = "220 ready"}}, mute{TLoopbackPeer::kTcp},
       udp{TLoopbackPeer::kUdp, {.text = "pong"}};
   const std::string names =
-      "F=" + files.Path() + " CFG=" + agent.configPath +
+      "D=" QOV_SOURCE_DIR "/packaging/completion F=" + files.Path() + " CFG=" + agent.configPath +
       " Q=" QOV_CLIENT " P=$(dirname " QOV_CLIENT ")/check_qov PORT=" + std::to_string(agent.port) +
       " FREE=" + std::to_string(FindFreePort()) + " TCP='127.0.0.1 " + std::to_string(tcp.Port()) +
       "' UDP=" + std::to_string(udp.Port()) + " MUTE=" + std::to_string(mute.Port()) +
@@ -54,7 +45,7 @@ TEST_F(ClientTest, EverySubcommandGetsItsAnswer) {
   files.File("data/one", "the cat sat\n");
   files.File("data/two", "the cat sat\n");
   files.File("s.sh", "echo ScriptRes:Ok $1\n");
-  std::string next = ReadFile(own);
+  std::string next = ReadFile(agent.program);
   for (int i = 0; next.size() < 700001; ++i) next += "# line " + std::to_string(i) + '\n';
   files.File("next", next);
   TCases cases = {
@@ -89,7 +80,7 @@ TEST_F(ClientTest, EverySubcommandGetsItsAnswer) {
       {"$A wait", 0, " answers\n"},
       {"$A all", 0, "== cpu\n"},
       {"$A --json info", 0, "\"TCP\": true"},
-      {"$A --json files $F agent", 0, "\"name\": \"agent\",\n        \"folder\": false"},
+      {"$A --json files $F/data one", 0, "\"name\": \"one\",\n        \"folder\": false"},
       {"$A --json check-config $CFG", 0, "\"findings\": ["},
       {"$A --json ping -n 2", 0, "\"times_ms\": ["},
       {"$A set 'Comment=a b' TCP=off", 0, "set and saved\n"},
@@ -104,18 +95,17 @@ TEST_F(ClientTest, EverySubcommandGetsItsAnswer) {
       {"$A upgrade $F/next", 7, ""},
       {"$A reload", 0, "outcome  Ok\n"},
   };
-  for (const char* name : {"disk-space", "service", "nt-log", "perf-counter", "services",
-                           "event-log-files", "event-log-sources"})
-    cases.push_back({std::string("$A ") + name, 6, "Not applicable for UNIX/Linux\n"});
-  for (const char* name : {"script", "snmp", "icmp-ping", "drives"})
-    cases.push_back({std::string("$A ") + name, 6, "not implemented yet\n"});
+  for (const std::string name :
+       {"disk-space", "service", "nt-log", "perf-counter", "services", "event-log-files",
+        "event-log-sources", "script", "snmp", "icmp-ping", "drives"})
+    cases.push_back({"$A " + name, 6, "not applicable here: "});
   cases.push_back({"$A restart", 0, "outcome  Ok\n"});
   Expect(cases);
   ASSERT_TRUE(agent.WaitFor("Listening...", 2));
   Expect({{"$A set AllowUpdates=on", 0, "set and saved\n"},
           {"$A upgrade $F/next", 0, "installed: the agent now starts the new program\n"}});
   ASSERT_TRUE(agent.WaitFor("Listening...", 3));
-  EXPECT_EQ(next, ReadFile(own));
+  EXPECT_EQ(next, ReadFile(agent.program));
   Expect({{"$A quit", 0, "outcome  Ok\n"}});
   EXPECT_NE(-1, agent.Wait());  // the script that swapped the programs
 
@@ -129,8 +119,8 @@ TEST_F(ClientTest, EverySubcommandGetsItsAnswer) {
 TEST_F(ClientTest, RefusalsAndPluginLinesAreTold) {
   files.File("wrong", "wrong password\n");
   files.File("right", std::string(kPassword) + "\r\nsecond line");
-  std::filesystem::permissions(files.Path("right"), std::filesystem::perms::owner_all);
-  std::filesystem::permissions(files.File("open", "x"), std::filesystem::perms::all);
+  fs::permissions(files.Path("right"), fs::perms::owner_all);
+  fs::permissions(files.File("open", "x"), fs::perms::all);
   files.File("empty");
   files.File("small", "too small");
   files.File("log", "error before the watch\n");
@@ -155,6 +145,9 @@ TEST_F(ClientTest, RefusalsAndPluginLinesAreTold) {
       {"$Q check-config", 2, "FILE is required"},
       {"$Q raw --json GetInfo", 2, "--json: options of qovctl stand before the command"},
       {"$Q", 2, "no command given"},
+      {"$Q completion bash | diff - $D/qovctl.bash", 0, ""},
+      {"$Q completion zsh | diff - $D/_qovctl", 0, ""},
+      {"$Q completion fish | diff - $D/qovctl.fish", 0, ""},
       {"$A upgrade $F/small", 2, "101 to 10485759 bytes, this one has 9"},
       {"$P", 3, "QOV UNKNOWN: no check named"},
       {"$P disk --help", 3, "size and free space "},
@@ -180,13 +173,8 @@ TEST_F(ClientTest, RefusalsAndPluginLinesAreTold) {
   });
 }
 
-TEST_F(ClientTest, CompletionAndPagesNameEveryCommand) {
+TEST(PagesTest, NameEveryCommand) {
   const std::string root = QOV_SOURCE_DIR "/";
-  for (const auto& [shell, file] : {std::pair{"bash", "qovctl.bash"}, std::pair{"zsh", "_qovctl"},
-                                    std::pair{"fish", "qovctl.fish"}})
-    Expect({{"$Q completion " + std::string(shell) + " | diff - " + root + "packaging/completion/" +
-                 file,
-             0, ""}});
   const std::string pages = ReadFile(root + "docs/commands.md");
   const std::string definitions = ReadFile(root + "packaging/examples/icinga2-qov.conf") +
                                   ReadFile(root + "packaging/examples/nagios-qov.cfg");
