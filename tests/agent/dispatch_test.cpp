@@ -1,5 +1,6 @@
 #include "agent/dispatch.h"
 
+#include "agent/wake.h"
 #include "support/handlercall.h"
 #include "support/scopes.h"
 
@@ -89,4 +90,10 @@ TEST_F(DispatchTest, RefusesWithoutTheRight) {
       EXPECT_EQ("302\n", Process("UpgradeCode\n1000\n\r")) << "the claim is kept";
     }
   }
+}
+
+TEST(WakeTest, KeepsTheErrorNumber) {
+  errno = EDOM;
+  WakeMainLoop();  // fails, as nothing is open
+  EXPECT_EQ(EDOM, errno);
 }

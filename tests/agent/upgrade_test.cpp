@@ -33,12 +33,10 @@ TEST_F(UpgradeTest, EndsByItsDigest) {
   ++bad[9];
   const std::string noFlag = "Cannot set exec flag new module";
   const std::string noScript = "Binary code transferred. Cannot create script file";
-  const struct {
-    std::string before, amid;  // shell commands: at first, and in front of the last chunk
-    rlim_t fileLimit;
-    std::vector<std::string> chunks;
-    std::string error, left;  // which of the program's file (u) and the script's (s)
-  } cases[] = {
+  using TChunks = std::vector<std::string>;
+  // Shell commands at first, and in front of the last chunk; most bytes of a file; the chunks; then
+  // the error, and which of the program's file (u) and the script's (s) is left.
+  const std::tuple<const char*, const char*, rlim_t, TChunks, std::string, const char*> cases[] = {
       {"", "", 999, {program + good}, "", "us"},
       {"", "", 999, {"ppp", program.substr(4), "p" + good}, "", "us"},
       {"ln -s victim qov__.upd; ln -s victim qovupd__.sh", "", 999, {program, good}, "", "us"},
@@ -58,40 +56,39 @@ TEST_F(UpgradeTest, EndsByItsDigest) {
   const sighandler_t handler = signal(SIGXFSZ, SIG_IGN);
   rlimit former;
   getrlimit(RLIMIT_FSIZE, &former);
-  for (const auto& c : cases) {
-    SCOPED_TRACE(&c - cases);
-    EXPECT_EQ(0, system(c.before.c_str()));
+  for (const auto& [before, amid, mostBytes, chunks, fault, files] : cases) {
+    SCOPED_TRACE(before + chunks.back() + amid);
+    EXPECT_EQ(0, system(before));
     UpgradeRec rec;
     ASSERT_TRUE(rec.RequestUpgrade("key"));
     EXPECT_FALSE(UpgradeRec().RequestUpgrade("key"));
     rec.expectedSize = 200;
     String error;
-    const rlimit limit{c.fileLimit, former.rlim_max};
+    const rlimit limit{mostBytes, former.rlim_max};
     setrlimit(RLIMIT_FSIZE, &limit);
     result = DoUpgrading(rec, nullptr, 0, error);
-    for (std::string chunk : c.chunks) {
+    for (std::string chunk : chunks) {
       if (rec.active == 0) break;
       EXPECT_EQ(1, result);
-      EXPECT_EQ(0, system(chunk == c.chunks.back() ? c.amid.c_str() : ""));
+      EXPECT_EQ(0, system(chunk == chunks.back() ? amid : ""));
       result = DoUpgrading(rec, chunk.data(), static_cast<int>(chunk.size()), error);
     }
     setrlimit(RLIMIT_FSIZE, &former);
-    EXPECT_EQ(rec.script.Empty() ? 0 : 1, result);
-    EXPECT_EQ(0u, rec.active);
-    EXPECT_EQ(c.error, ToStd(error));
     // The claim goes with a failure; after a success it stays for as long as the files do.
-    EXPECT_EQ(c.error.empty(), QovFlags.upgrading == 1);
+    const bool done = fault.empty();
+    EXPECT_EQ(std::tuple(!rec.script.Empty(), 0u, fault, done),
+              std::tuple(result == 1, rec.active, ToStd(error), QovFlags.upgrading == 1));
     std::string left;
     for (const std::string& file : {upd, script}) {
       if (!fs::exists(fs::symlink_status(file))) continue;
       left += file == upd ? "u" : "s";
-      if (c.error.empty()) {
+      if (done) {
         EXPECT_EQ(file == upd ? program : wanted, ReadFile(file));
         EXPECT_EQ(fs::perms{0775}, fs::status(file).permissions());
       }
       fs::remove_all(file);
     }
-    EXPECT_EQ(c.left, left);
+    EXPECT_EQ(files, left);
     rec.ClearanceUpgrade();
   }
   signal(SIGXFSZ, handler);

@@ -12,17 +12,17 @@ const std::string host = "127.0.0.1", wrong = "501\nWrong parameter", timeout = 
 const std::string noName(64, 'x');  // too long for any name server to be asked
 const std::string unresolved = "301\nCannot resolve server name to IP address\n-2\n";
 
-static std::string Port(const TPeer& peer) { return std::to_string(peer.Port()); }
+/// The first two parameters of a request to the peer.
+static std::string At(const TPeer& peer) { return host + "," + std::to_string(peer.Port()) + ","; }
 
 TEST(NetTests, AnswerForEveryOutcomeOverTcp) {
   const TPeer answering(TPeer::kTcp, {"one\r\ntwo", 6}), silent(TPeer::kTcp);
   const TPeer late(TPeer::kTcp, {.text = "x", .delayMs = 100});
-  ExpectMatches(ProcessTest_TCP,
-                {{{host, Port(silent), "200", "ab \r", "100"}, timeout},
-                 {{host, Port(answering), "5000", "ab%0D%0Acd", "4"}, "200\n[0-9]+\none%0D\n"},
-                 {{host, Port(late), "0", "", "1"}, "200\n[0-9][0-9][0-9]+\nx\n"},
-                 {{host, Port(late), "5000", "", "0"}, "200\n[0-9]+\n\n"},
-                 {{host, Port(late), "5s", "", "1"}, wrong}});
+  ExpectMatches(ProcessTest_TCP, {{timeout, At(silent) + "200,ab \r,100"},
+                                  {"200\n[0-9]+\none%0D\n", At(answering) + "5000,ab%0D%0Acd,4"},
+                                  {"200\n[0-9][0-9][0-9]+\nx\n", At(late) + "0,,1"},
+                                  {"200\n[0-9]+\n\n", At(late) + "5000,,0"},
+                                  {wrong, At(late) + "5s,,1"}});
   EXPECT_EQ(TWords{"ab "}, silent.Received(3));
   EXPECT_EQ(TWords{"ab\r\ncd"}, answering.Received(6));
 }
@@ -33,16 +33,13 @@ TEST(NetTests, AnswerForEveryOutcomeOverUdp) {
   const TPeer slow(TPeer::kUdp, {.text = "x", .delayMs = 1600});
   const long long start = NowMs();
   ExpectMatches(ProcessTest_UDP,
-                {{{host, Port(many), "5000", "1", "data", "3"}, "200\n[0-9]+\nxxx\n"},
-                 {{host, Port(many), "5000", "1", "data", "9000"}, "200\n[0-9]+\nx{8192}\n"},
-                 {{host, Port(mute), "5000", "1", "data ", "0"}, "200\n[0-9]+\n\n"},
-                 {{host, Port(second), "500", "9", "data", "1"}, "200\n[0-9]{1,3}\nx\n"},
-                 {{host, Port(slow), "1999", "1", "data", "1"}, timeout},
-                 {{host, Port(twice), "-5000", "2", "ab%0A", "1"}, timeout},
-                 {{noName, "1", "0", "3", "data", "1"}, unresolved},
-                 {{host, Port(mute), "5000", "0", "data", "1"}, wrong},
-                 {{host, Port(mute), "5000", "1", "", "1"}, wrong},
-                 {{host, Port(mute), "5000", "1", "data", "x"}, wrong}});
+                {{"200\n[0-9]+\nxxx\n", At(many) + "5000,1,data,3"},
+                 {"200\n[0-9]+\nx{8192}\n", At(many) + "5000,1,data,9000"},
+                 {"200\n[0-9]+\n\n", At(mute) + "5000,1,data ,0"},
+                 {"200\n[0-9]{1,3}\nx\n", At(second) + "500,9,data,1"},
+                 {timeout, At(slow) + "1999,1,data,1|" + At(twice) + "-5000,2,ab%0A,1"},
+                 {unresolved, noName + ",1,0,3,data,1"},
+                 {wrong, At(mute) + "9,0,x,1|" + At(mute) + "9,1,,1|" + At(mute) + "9,1,x,x"}});
   EXPECT_GE(NowMs() - start, 2000) << "three attempts that fail at once";
   EXPECT_EQ(TWords{"data "}, mute.Received(5));
   EXPECT_EQ((TWords{"ab\n", "ab\n"}), twice.Received(6));
@@ -50,21 +47,17 @@ TEST(NetTests, AnswerForEveryOutcomeOverUdp) {
 
 TEST(Actions, RunCommandsAndSendData) {
   ExpectMatches(ProcessAct_ExternalCmd,
-                {{{"sleep 60", "", "", "-2"}, "301\nabnormal termination"},
-                 {{"/none", "", "", "0"}, "301\nexec error: No such file or directory"},
-                 {{"/bin/true", "", "x", "0"}, wrong},
-                 {{"", "", "", "1s"}, wrong},
-                 {{" ", "", "", "0"}, "501\nCommand line to execute is not specified"}});
+                {{"301\nabnormal termination", "sleep 60,,,-2"},
+                 {"301\nexec error: No such file or directory", "/none,,,0"},
+                 {wrong, "/bin/true,,x,0|,,,1s"},
+                 {"501\nCommand line to execute is not specified", " ,,,0"}});
   const TPeer tcp(TPeer::kTcp), udp(TPeer::kUdp);
   const long long start = NowMs();
-  ExpectMatches(
-      ProcessAct_TCPSend,
-      {{{host, Port(tcp), "0", "PING \r", "1", "second"}, "200\nData has been sent"},
-       {{host, Port(udp), "17", "PING \r", "-1", "second"}, "200\nData has been sent"},
-       {{"localhost", "1", "1", "x"}, "301\nName resolution error: unknown address structure"},
-       {{host, "1", "0", "x", "1s"}, wrong},
-       {{host, "1", "0", ""}, wrong},
-       {{"", "1", "0", "x"}, wrong}});
+  ExpectMatches(ProcessAct_TCPSend,
+                {{"200\nData has been sent",
+                  At(tcp) + "0,PING \r,1,second|" + At(udp) + "17,PING \r,-1,second"},
+                 {"301\nName resolution error: unknown address structure", "localhost,1,1,x"},
+                 {wrong, At(tcp) + "0,x,1s|" + At(tcp) + "0|,1,0,x"}});
   EXPECT_GE(NowMs() - start, 999);
   EXPECT_EQ((TWords{"PING ", "second"}), tcp.Received(11));
   EXPECT_EQ((TWords{"PING ", "second"}), udp.Received(11));
@@ -76,12 +69,9 @@ TEST(Actions, WriteExactSyslogDatagrams) {
   const TPeer peer(TPeer::kUdp);
   const std::string sent = "200\nSyslog: Data to ";
   ExpectMatches(ProcessAct_Syslog,
-                {{{host, Port(peer), "30", "7", "a%0Ab "}, sent + host + " has been sent"},
-                 {{noName, "1", "4", "0"}, sent + noName + " has been sent"},
-                 {{host, Port(peer), "4", "8"}, wrong},
-                 {{host, Port(peer), "4", "-1"}, wrong},
-                 {{host, Port(peer), "x", "2"}, wrong},
-                 {{"", Port(peer), "4", "2"}, wrong}});
+                {{sent + host + " has been sent", At(peer) + "30,7,a%0Ab "},
+                 {sent + noName + " has been sent", noName + ",1,4,0"},
+                 {wrong, At(peer) + "4,8|" + At(peer) + "4,-1|" + At(peer) + "x,2|,1,4,2"}});
   EXPECT_THAT(peer.Received(1).front(),
               testing::MatchesRegex("<247>" + ToStd(CDateTime()).substr(0, 5) + " [0-9:]{8} " +
                                     ToStd(IP2String(GetMyIP())) + " WQ QOV: a\nb "));

@@ -79,35 +79,28 @@ TEST_F(ProcTest, TellsExitCodesAndFailures) {
   if (fork() == 0) _exit(0);  // as an earlier image left it
   signal(SIGCHLD, SIG_IGN);   // as a starter may leave it
   PrepareToWaitForChildren();
-  const std::string missing = "301\nexec error: No such file or directory";
   const std::string denied = "301\nexec error: Permission denied";
-  const std::string killed = "301\nabnormal termination", wrong = "501\nWrong parameter";
   const std::string plain = dir_.File("plain", "exit 3"), busy = Program("exit 9", "busy");
   const std::string unmarked = Program("exit $(($# + 7))", "unmarked");
   EXPECT_EQ(0, system(("exec 3>>" + busy + "; sleep .1 &").c_str()));
-  ExpectMatches(ProcessTest_External,
-                {{{"/bin/sh -c 'exit 255'", "", "", "5000"}, "200\n255\n"},
-                 {{"/bin/sh -c 'exit $((${#0} % 8))' ' a \xFF ", "", "", "0"}, "200\n5\n"},
-                 {{unmarked + " 'a b' c", "", "", "5000"}, "200\n9\n"},
-                 {{busy}, "200\n9\n"},
-                 {{"nosuchprogram"}, missing},
-                 {{"/no/such/program", "", "", "-2"}, missing},
-                 {{"\"\""}, missing},
-                 {{plain}, denied},
-                 {{"/bin/sh -c 'kill -9 $$'"}, killed},
-                 {{"sleep 60", "", "", "1500"}, killed},
-                 {{"sleep 60", "", "", "-2"}, killed},
-                 {{"sleep 1.05", "", "", "1000"}, "200\n0\n"},
-                 {{"sleep 1.5", "", "", "-1"}, "200\n0\n"},
-                 {{"/no/such/program", "", "", "-1"}, "301\nexec error"},
-                 {{"/bin/sh -c 'exit 3'", "", "", "-1"}, "200\n3\n"},
-                 {{"", "", "", "1s"}, wrong},
-                 {{" ", "", "", "1000"}, "501\n"}});
+  ExpectMatches(
+      ProcessTest_External,
+      {{"200\n255\n", "/bin/sh -c 'exit 255',,,5000"},
+       {"200\n5\n", "/bin/sh -c 'exit $((${#0} % 8))' ' a \xFF ,,,0"},
+       {"200\n9\n", unmarked + " 'a b' c,,,5000|" + busy},
+       {"301\nexec error: No such file or directory", "nosuchprogram|/no/such/program,,,-2|\"\""},
+       {denied, plain},
+       {"301\nabnormal termination", "/bin/sh -c 'kill -9 $$'|sleep 60,,,1500|sleep 60,,,-2"},
+       {"200\n0\n", "sleep 1.05,,,1000|sleep 1.5,,,-1"},
+       {"301\nexec error", "/no/such/program,,,-1"},
+       {"200\n3\n", "/bin/sh -c 'exit 3',,,-1"},
+       {"501\nWrong parameter", ",,,1s"},
+       {"501\n", " ,,,1000"}});
   Program("exit 5", "sub/inner");
   const TEnvironment path("PATH", (dir_.Path() + ":/no/such:").c_str());
   ExpectMatches(
       ProcessAct_ExternalCmd,
-      {{{"unmarked"}, "200\n7\n"}, {{"plain"}, denied}, {{"inner", dir_.Path("sub")}, "200\n5\n"}});
+      {{"200\n7\n", "unmarked"}, {denied, "plain"}, {"200\n5\n", "inner," + dir_.Path("sub")}});
   EXPECT_TRUE(Await([] {
     ReapBackgroundChildren();
     return ReadFile("/proc/thread-self/children").empty();

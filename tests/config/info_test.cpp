@@ -6,16 +6,26 @@
 #include "support/handlercall.h"
 #include "support/scopes.h"
 
-class InfoTest : public TSettingsTest {
- protected:
-  InfoTest() {
-    QovSettings = Named("\n" + mandatory + "comment=1\r00%s\nfilterlist=127.0.0.1 10.0.0.1\n" +
-                        "filtermarks=10\nshellscript=0\nsyslogaction=1\r\n");
-    EXPECT_EQ(LoadOptions(err), 1);
-  }
-};
+using InfoTest = TSettingsTest;
 
-TEST_F(InfoTest, ReportsTheAgentAndItsSettings) {
+// Parameter, '>', and the line that it makes of the file.
+constexpr char kStored[] =
+    "Comment=\xC9 a=b \xE9 >comment=\xC9 a=b \xE9\nPort=70000>port=70000\nPing=0>ping=0\n"
+    "Timeout = 3000>timeout=3000\n Password =new>password=new\nLogOkConn=1>logsuccess=1\n"
+    "LogBadConn=0>logfails=0\nOkLogFile=o>oklogfile=o\nBadLogFile=b>badlogfile=b\nUDP=0>udp=0\n"
+    "TCP=true>tcp=0\nUNC=0>unc=0\nDrive Space=0>freespace=0\nFolder Size=0>foldersize=0\n"
+    "Count Files=0>countfiles=0\nFile Availability=0>fileexists=0\nText Log=0>textlog=0\n"
+    "File Compare=0>comparefiles=0\nFile Integrity=0>filecrc=0\nProcess=0>process=0\n"
+    "CPU Usage=0>cpuusage=0\nScript=0>script=0\nExternal=0>external=0\nSyslog=0>syslogaction=0\n"
+    "Execute external command=1>executeaction=1\nTCP/UDP send=1>tcpudpaction=1\n"
+    "AllowUpdates=0>allowupdates=0\nAllowRManage=0>allowmanage=0\nUpdateAddr=u>updateaddr=u\n"
+    "ManageAddr=m>manageaddr=m\nIPFiltering=1>filteractive=1\nIPFilterMarks=01>filtermarks=01\n"
+    "IPFilterAddr=8%0D%0A9>filterlist=8 9\n";
+
+TEST_F(InfoTest, ReportsTheAgentAndItsSettingsAndStoresEachKnownKey) {
+  QovSettings = Named("\n" + mandatory + "comment=1\r00%s\nfilterlist=127.0.0.1 10.0.0.1\n" +
+                      "filtermarks=10\nshellscript=0\nsyslogaction=1\r\n");
+  EXPECT_EQ(LoadOptions(err), 1);
   AgentStatus.ActiveConnections = 1;
   AgentStatus.OpenedConnections = 3000000000u;
   utsname host;
@@ -38,23 +48,7 @@ TEST_F(InfoTest, ReportsTheAgentAndItsSettings) {
                 "IPFiltering=0\nIPFilterAddr=127.0.0.1%0D%0A10.0.0.1\nIPFilterMarks=10\n"
                 "AllowUpdates=1\nAllowRManage=1\nUpdateAddr=127.0.0.1\nManageAddr=127.0.0.1\n");
   AgentStatus.ActiveConnections = AgentStatus.OpenedConnections = 0;
-}
 
-// Parameter, '>', and the line that it makes of the file.
-constexpr char kStored[] =
-    "Comment=\xC9 a=b \xE9 >comment=\xC9 a=b \xE9\nPort=70000>port=70000\nPing=0>ping=0\n"
-    "Timeout = 3000>timeout=3000\n Password =new>password=new\nLogOkConn=1>logsuccess=1\n"
-    "LogBadConn=0>logfails=0\nOkLogFile=o>oklogfile=o\nBadLogFile=b>badlogfile=b\nUDP=0>udp=0\n"
-    "TCP=true>tcp=0\nUNC=0>unc=0\nDrive Space=0>freespace=0\nFolder Size=0>foldersize=0\n"
-    "Count Files=0>countfiles=0\nFile Availability=0>fileexists=0\nText Log=0>textlog=0\n"
-    "File Compare=0>comparefiles=0\nFile Integrity=0>filecrc=0\nProcess=0>process=0\n"
-    "CPU Usage=0>cpuusage=0\nScript=0>script=0\nExternal=0>external=0\nSyslog=0>syslogaction=0\n"
-    "Execute external command=1>executeaction=1\nTCP/UDP send=1>tcpudpaction=1\n"
-    "AllowUpdates=0>allowupdates=0\nAllowRManage=0>allowmanage=0\nUpdateAddr=u>updateaddr=u\n"
-    "ManageAddr=m>manageaddr=m\nIPFiltering=1>filteractive=1\nIPFilterMarks=01>filtermarks=01\n"
-    "IPFilterAddr=8%0D%0A9>filterlist=8 9\n";
-
-TEST_F(InfoTest, StoresAndSavesEachKnownKey) {
   std::istringstream cases(kStored);
   for (std::string parameter, line; std::getline(std::getline(cases, parameter, '>'), line);) {
     EXPECT_EQ(File().find("\n" + line + "\r\n"), std::string::npos) << line;

@@ -5,35 +5,34 @@
 #include "protocol/reply.h"
 #include "support/scopes.h"
 
-static int calls[2];   // of the library's cipher so far: keys, blocks deciphered
-static int faulty[2];  // which of each goes wrong, counted from 1
+static int calls, faulty;  // of the library's cipher: keys and blocks deciphered, the wrong one
 
 // In front of the library's own, so that its cipher can fail.
 #define REAL(function) \
   reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, "nettle_" #function))
 void twofish_set_key(twofish_ctx* key, size_t size, const uint8_t* bytes) {
   REAL(twofish_set_key)(key, size, bytes);
-  if (++calls[0] == faulty[0]) key->keys[0] ^= 1;
+  if (++calls == faulty) key->keys[0] ^= 1;
 }
 void twofish_decrypt(const twofish_ctx* key, size_t size, uint8_t* out, const uint8_t* in) {
   REAL(twofish_decrypt)(key, size, out, in);
-  if (++calls[1] == faulty[1]) out[15] ^= 1;
+  if (++calls == faulty) out[15] ^= 1;
 }
 
 TEST(TwofishDeathTest, SelfTestSeesEveryFaultOfTheLibrary) {
-  constexpr int kBeforeOdd = 3 + 3 * 49;
-  for (const auto& [kind, call, text] :
-       {std::tuple(0, 3, "Twofish encryption failure\n"),
-        {1, 3, "Twofish decryption failure\n"},
-        {1, 4, "Twofish decryption failure in sequence\n"},
-        {0, kBeforeOdd, "Twofish encryption failure in sequence\n"},
-        {0, kBeforeOdd + 1, "Odd sized keys do not expand properly\n"},
-        {0, kBeforeOdd + 2 * 33, "Odd sized keys do not expand properly\n"}}) {
-    memset(calls, 0, sizeof calls);
-    faulty[kind] = call;
+  constexpr int kBeforeOdd = 2 * (3 + 3 * 49);  // vectors and sequences: a key, a block each
+  for (const auto& [call, text] :
+       {std::pair(5, "Twofish encryption failure\n"),
+        {6, "Twofish decryption failure\n"},
+        {8, "Twofish decryption failure in sequence\n"},
+        {kBeforeOdd - 1, "Twofish encryption failure in sequence\n"},
+        {kBeforeOdd + 1, "Odd sized keys do not expand properly\n"},
+        {kBeforeOdd + 2 * 33, "Odd sized keys do not expand properly\n"}}) {
+    calls = 0;
+    faulty = call;
     EXPECT_EXIT(Twofish_initialise(), testing::ExitedWithCode(3), text) << call;
-    faulty[kind] = 0;
   }
+  faulty = 0;
 }
 
 TEST(TwofishDeathTest, MisuseEndsTheProcess) {

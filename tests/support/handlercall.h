@@ -52,19 +52,20 @@ struct TEnabledTests : TScope {
   const TQovSettings former = QovSettings;
 };
 
-/// A handler's parameters from the first on, and the reply as a regular expression.
-using TRow = std::pair<std::vector<std::string>, std::string>;
+/// A reply as a regular expression, and the requests that get it (see Params), a "|" between them.
+using TRow = std::pair<std::string, std::string>;
 /// Asks all at once, as many wait, with everything enabled.
 inline void ExpectMatches(THandler handler, const std::vector<TRow>& rows) {
   const TEnabledTests enabled;
   std::vector<std::jthread> threads;
-  for (const TRow& row : rows) {
-    threads.emplace_back([&row, handler] {
-      TParams params;
-      for (const std::string& param : row.first) params.emplace(params.size() + 1, param);
-      EXPECT_THAT(CallHandler(handler, params), testing::MatchesRegex(row.second))
-          << testing::PrintToString(params);
-    });
+  for (const auto& [reply, requests] : rows) {
+    std::istringstream all(requests);
+    for (std::string request; getline(all, request, '|');) {
+      threads.emplace_back([handler, request, expected = reply] {
+        EXPECT_THAT(CallHandler(handler, Params(request)), testing::MatchesRegex(expected))
+            << request;
+      });
+    }
   }
 }
 
