@@ -55,11 +55,13 @@ TEST_F(MessagesTest, FormsItsLines) {
   testing::internal::CaptureStdout();
   showmessage("100%%\n", {htonl(0x0a010203)}, msgOk, 0);
   showmessage("%s %d\n", kNoPeer, msgOk, 1, "code", 7);
+  showmessage("on the console alone\n", kNoPeer, msgFail, 0);
   showmessage("%s", kNoPeer, msgOk, 1, std::string(2000, 'x').c_str());
-  const auto lines = [](const std::string& start) {
-    const std::string cut = start + "\t qov\t\t " + std::string(511, 'x');
-    return start + "\t 10.1.2.3\t 100%%\n" + start + "\t qov\t\t code 7\n" + cut.substr(0, 511);
+  const auto lines = [](const std::string& start, const std::string& third) {
+    const std::string own = start + "\t qov\t\t ", cut = own + std::string(511, 'x');
+    return start + "\t 10.1.2.3\t 100%%\n" + own + "code 7\n" + third + cut.substr(0, 511);
   };
-  EXPECT_EQ(lines("[qov][04:34:00]"), testing::internal::GetCapturedStdout());
-  EXPECT_EQ(lines("[05/18/2033 04:34:00]"), ReadFile(folder.Path("ok")));
+  EXPECT_EQ(lines("[qov][04:34:00]", "[qov][04:34:00]\t qov\t\t on the console alone\n"),
+            testing::internal::GetCapturedStdout());
+  EXPECT_EQ(lines("[05/18/2033 04:34:00]", ""), ReadFile(folder.Path("ok")));
 }

@@ -68,15 +68,16 @@ TEST_F(TextLog, FollowsALogThroughItsLife) {
       {add, "one ERR\r\nnone\ntwo ERR\n", false, {14, "one ERR", 18, 10, 1, 32}},
       {add, "", false, {29, "two ERR", 32, 10, 1, 32}},
       {add, "", false, {0, "", 32, 32, 4, 32}},
-      {add, "part ERR", false, {0, "", 32, 40, 5, 40}},
-      {add, "\nX\n\n", true, {38, "part ERR", 43, 44, 6, 44}},
-      {anew, "\rERR r\n", true, {1, "ERR r", 7, 7, 7, 7}},
-      {add, wide + "ERR\n", true, {3008, head, 3011, 3011, 8, 3011}},
+      {add, "", false, {0, "", 32, 32, 5, 32}},  // as long, but of another time
+      {add, "part ERR", false, {0, "", 32, 40, 6, 40}},
+      {add, "\nX\n\n", true, {38, "part ERR", 43, 44, 7, 44}},
+      {anew, "\rERR r\n", true, {1, "ERR r", 7, 7, 8, 7}},
+      {add, wide + "ERR\n", true, {3008, head, 3011, 3011, 9, 3011}},
       // A line that no buffer holds counts once it has an end; what follows it is not lost.
-      {add, '\n' + std::string(700'000, 'w') + "ERR", false, {0, "", 3011, 703015, 9, 703015}},
-      {add, "\r\nERR 2\nx\n", true, {703017, "ERR 2", 703025, 703025, 10, 703025}},
-      {anew, "", false, {0, "", 0, 0, 11, 0}},
-      {add, "ERR\n", false, {0, "", 3, 4, 12, 4}},
+      {add, '\n' + std::string(700'000, 'w') + "ERR", false, {0, "", 3011, 703015, 10, 703015}},
+      {add, "\r\nERR 2\nx\n", true, {703017, "ERR 2", 703025, 703025, 11, 703025}},
+      {anew, "", false, {0, "", 0, 0, 12, 0}},
+      {add, "ERR\n", false, {0, "", 3, 4, 13, 4}},
   };
   double position = 0, size = 0, time = 0, current;
   utimbuf times{};
@@ -173,10 +174,12 @@ TEST_F(TextLog, ScansAsALineByLineModel) {
     ASSERT_EQ(ScanSimply(log, from, f, scanAll), TOutcome(match, ToStd(line), position, first));
   };
   for (size_t shift = 0; shift < 9; ++shift) {  // one long line, words at the edges of its blocks
-    std::string log = std::string(5 * kReadBytes, '~') + '\n';
+    std::string log = "\n~\n" + std::string(5 * kReadBytes, '~') + "end\n";
     size_t edge = kReadBytes + 2 - shift;
     for (const char* word : {"1cats", "cats1", "cats~"}) log.replace(edge += kReadBytes, 5, word);
-    compare(log, 0, {{"cats", 0, 1, 1}, {"1c", 0, 1, 1}}, false);
+    compare(log, 1, {{"cats", 0, 1, 1}, {"1c", 0, 1, 1}}, false);
+    const String last = ToString(log).Copy(4 * kReadBytes, kReadBytes + 6);  // longer than a block
+    compare(log, 1, {{"none", 0, 1, 1}, {last, 0, 1, 0}}, false);
   }
   std::minstd_rand random(5);
   const auto roll = [&random](size_t sides) { return random() % sides; };

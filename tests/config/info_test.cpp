@@ -12,19 +12,21 @@ using InfoTest = TSettingsTest;
 constexpr char kStored[] =
     "Comment=\xC9 a=b \xE9 >comment=\xC9 a=b \xE9\nPort=70000>port=70000\nPing=0>ping=0\n"
     "Timeout = 3000>timeout=3000\n Password =new>password=new\nLogOkConn=1>logsuccess=1\n"
-    "LogBadConn=0>logfails=0\nOkLogFile=o>oklogfile=o\nBadLogFile=b>badlogfile=b\nUDP=0>udp=0\n"
-    "TCP=true>tcp=0\nUNC=0>unc=0\nDrive Space=0>freespace=0\nFolder Size=0>foldersize=0\n"
-    "Count Files=0>countfiles=0\nFile Availability=0>fileexists=0\nText Log=0>textlog=0\n"
-    "File Compare=0>comparefiles=0\nFile Integrity=0>filecrc=0\nProcess=0>process=0\n"
-    "CPU Usage=0>cpuusage=0\nScript=0>script=0\nExternal=0>external=0\nSyslog=0>syslogaction=0\n"
+    "LogBadConn=0>logfails=0\nOkLogFile=o>oklogfile=o\nBadLogFile=b>badlogfile=b\nUDP=1>udp=1\n"
+    "TCP=true>tcp=0\nUNC=0>unc=0\nDrive Space=0>freespace=0\nFolder Size=1>foldersize=1\n"
+    "Count Files=2>countfiles=0\nFile Availability=1>fileexists=1\nText Log=0>textlog=0\n"
+    "File Compare=1>comparefiles=1\nFile Integrity=0>filecrc=0\nProcess=1>process=1\n"
+    "CPU Usage=0>cpuusage=0\nScript=0>script=0\nExternal=1>external=1\nSyslog=0>syslogaction=0\n"
     "Execute external command=1>executeaction=1\nTCP/UDP send=1>tcpudpaction=1\n"
     "AllowUpdates=0>allowupdates=0\nAllowRManage=0>allowmanage=0\nUpdateAddr=u>updateaddr=u\n"
     "ManageAddr=m>manageaddr=m\nIPFiltering=1>filteractive=1\nIPFilterMarks=01>filtermarks=01\n"
     "IPFilterAddr=8%0D%0A9>filterlist=8 9\n";
 
 TEST_F(InfoTest, ReportsTheAgentAndItsSettingsAndStoresEachKnownKey) {
-  QovSettings = Named("\n" + mandatory + "comment=1\r00%s\nfilterlist=127.0.0.1 10.0.0.1\n" +
-                      "filtermarks=10\nshellscript=0\nsyslogaction=1\r\n");
+  QovSettings =
+      Named("\n" + mandatory + "comment=1\r00%s\nfilterlist=127.0.0.1 10.0.0.1\n" +
+            "filtermarks=10\nshellscript=0\nsyslogaction=1\r\nmanageaddr=n\nudp=0\nfoldersize=0\n" +
+            "fileexists=0\ncomparefiles=0\nprocess=0\nexternal=0\n");
   EXPECT_EQ(LoadOptions(err), 1);
   AgentStatus.ActiveConnections = 1;
   AgentStatus.OpenedConnections = 3000000000u;
@@ -36,7 +38,7 @@ TEST_F(InfoTest, ReportsTheAgentAndItsSettingsAndStoresEachKnownKey) {
       "Active=0\nActiveConnections=1\nOpenedConnections=-1294967296\nFailedConnections=0\n"
       "Available tests=TCP%0D%0AUDP%0D%0AUNC%0D%0AFolder Size%0D%0ACount Files%0D%0A"
       "File Availability%0D%0AFile Integrity%0D%0AFile Compare%0D%0AText Log%0D%0AProcess%0D%0A"
-      "CPU Usage%0D%0AExternal%0D%0AShell Script%0D%0A\nEnabled tests=1111111111110\nPort=1\n"
+      "CPU Usage%0D%0AExternal%0D%0AShell Script%0D%0A\nEnabled tests=1010101010100\nPort=1\n"
       "Timeout=4000\nComment=1\r00%s\nAvailable actions=Execute external command%0D%0A"
       "TCP/UDP send%0D%0ASyslog%0D%0A\nEnabled actions=001\nHostName=" +
       std::string(host.nodename) + "\nRunningOS=" + host.sysname + " " + host.release + " " +
@@ -46,7 +48,7 @@ TEST_F(InfoTest, ReportsTheAgentAndItsSettingsAndStoresEachKnownKey) {
             info +
                 "LogOkConn=0\nLogBadConn=1\nOkLogFile=log1.txt\nBadLogFile=log2.txt\nPassword=p\n"
                 "IPFiltering=0\nIPFilterAddr=127.0.0.1%0D%0A10.0.0.1\nIPFilterMarks=10\n"
-                "AllowUpdates=1\nAllowRManage=1\nUpdateAddr=127.0.0.1\nManageAddr=127.0.0.1\n");
+                "AllowUpdates=1\nAllowRManage=1\nUpdateAddr=127.0.0.1\nManageAddr=n\n");
   AgentStatus.ActiveConnections = AgentStatus.OpenedConnections = 0;
 
   std::istringstream cases(kStored);
@@ -67,10 +69,10 @@ TEST_F(InfoTest, ReportsTheAgentAndItsSettingsAndStoresEachKnownKey) {
   EXPECT_EQ(unsaved("NT Event Log=0\nPerf Counter=1"), 1010);
   // No known parameters: deliberately not the enable of shell scripts, nor a last line without end.
   VxRequest unknown;
-  unknown = "nothing\ncomment=x\nShell Script=1\nUDP=1\r";
+  unknown = "nothing\ncomment=x\nShell Script=1\nUDP=0\r";
   QovReply reply;
   SetAgentSettings(unknown, reply);
-  EXPECT_EQ(Values(*CurrentSettings(), {"comment", "shellscript", "udp"}), "\xC9 a=b \xE9 0 0 ");
+  EXPECT_EQ(Values(*CurrentSettings(), {"comment", "shellscript", "udp"}), "\xC9 a=b \xE9 0 1 ");
   // A save that fails keeps the change.
   EXPECT_EQ(CallHandler(SetAgentSettings, {{1, "Comment=new"}}),
             "300\nCannot create new configuration file '" + folder.Folder("qov.cfg.New") + "'");
