@@ -24,9 +24,9 @@ constexpr char kStored[] =
 
 TEST_F(InfoTest, ReportsTheAgentAndItsSettingsAndStoresEachKnownKey) {
   QovSettings =
-      Named("\n" + mandatory + "comment=1\r00%s\nfilterlist=127.0.0.1 10.0.0.1\n" +
-            "filtermarks=10\nshellscript=0\nsyslogaction=1\r\nmanageaddr=n\nudp=0\nfoldersize=0\n" +
-            "fileexists=0\ncomparefiles=0\nprocess=0\nexternal=0\n");
+      Named("\n" + mandatory + "comment=1\r00%s\nfilterlist=127.0.0.1 10.0.0.1\nfiltermarks=10\n" +
+            "manageaddr=n\nshellscript=0\nsyslogaction=1\r\nudp=0\r\nfoldersize=0\r\n" +
+            "fileexists=0\r\ncomparefiles=0\r\nprocess=0\r\nexternal=0\r\n");
   EXPECT_EQ(LoadOptions(err), 1);
   AgentStatus.ActiveConnections = 1;
   AgentStatus.OpenedConnections = 3000000000u;
