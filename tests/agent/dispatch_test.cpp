@@ -23,23 +23,21 @@ struct DispatchTest : TSettingsTest {
 TEST_F(DispatchTest, RunsTheCommandOfTheName) {
   // Its name, the only enable that is on, and how it answers an empty first parameter.
   std::istringstream commands(
-      "TEST-UNC unc 501 TEST-DiskSpace - 500Not TEST-FolderSize foldersize 200 "
-      "TEST-FileExists fileexists 301 TEST-FileCompare comparefiles 301 TEST-FileCRC filecrc 301 "
+      "TEST-UNC unc 501 TEST-DiskSpace - 500Not TEST-FolderSize foldersize 200 TEST-FileExists "
+      "fileexists 301 TEST-FileCompare comparefiles 301 TEST-FileCRC filecrc 301 "
       "TEST-CountFiles countfiles 200 TEST-Process process 301ProcCnt TEST-Service - 500Not "
       "TEST-NTLog - 500Not TEST-CPU cpuusage 301 TEST-PerfCounter - 500Not TEST-Script - 500not "
       "TEST-SNMP - 500not TEST-ExternalPrg external 501 TEST-Ping - 500not TEST-TCP tcp 501 "
-      "TEST-UDP udp 501 TEST-TextLog textlog 301 TEST-TextLog2 textlog 501 "
-      "TEST-ShellScript shellscript 301 ACT-ExternalCmd executeaction 501 "
-      "ACT-TCPUDPsend tcpudpaction 501 ACT-Syslog syslogaction 501 "
-      "GetProcessesList process 301ProcList GetServicesList - 500Not GetEventLogFiles - 500Not "
-      "GetEventLogSources - 500Not GetDriveList - 500not GetFilesList textlog 200 "
-      "GetInfo - 200Agent");
-  for (std::string name, enable, answer; commands >> name >> enable >> answer;) {
+      "TEST-UDP udp 501 TEST-TextLog textlog 301 TEST-TextLog2 textlog 501 TEST-ShellScript "
+      "shellscript 301 ACT-ExternalCmd executeaction 501 ACT-TCPUDPsend tcpudpaction 501 "
+      "ACT-Syslog syslogaction 501 GetProcessesList process 301ProcList GetServicesList - "
+      "500Not GetEventLogFiles - 500Not GetEventLogSources - 500Not GetDriveList - 500not "
+      "GetFilesList textlog 200 GetInfo - 200Agent");
+  for (std::string name, enable, said; commands >> name >> enable >> said;) {
     const TSettingKey* key = FindSettingKey(enable.c_str());
     const auto field = key != nullptr ? key->field.number : nullptr;
     const TEnabledTests own(0, field);
-    EXPECT_EQ(answer, Process(" " + name + " \n\nx\r").erase(3, 1).substr(0, answer.size()))
-        << name;
+    EXPECT_EQ(said, Process(" " + name + " \n\nx\r").erase(3, 1).substr(0, said.size())) << name;
     const bool several = name == "GetFilesList";  // which each check of files lets be listed
     const TEnabledTests others(!several, several ? nullptr : field);
     const std::string refusal = name[0] == 'A' ? "operation is not allowed" : "test is not allowed";
@@ -78,17 +76,16 @@ TEST_F(DispatchTest, RefusesWithoutTheRight) {
     EXPECT_EQ(name == "QUIT", flags.terminate.exchange(0) == 1);
     EXPECT_EQ(name == "ReloadApp", flags.reload.exchange(0) == 1);
   }
-  // The announced size of an upgrade, saturated.
-  const std::pair<std::string, std::vector<std::string>> sizes[] = {
-      {"501\nWrong file parameter(s)", {"100.9", "10485760", "nan", "inf", "1e400", "", "-1e300"}},
-      {"200\n", {"101", "10485759", "101.9"}}};
-  for (const auto& [answer, announced] : sizes) {
-    for (const std::string& size : announced) {
-      upgrade = UpgradeRec();
-      QovFlags.upgrading = 0;
-      EXPECT_EQ(answer, Process("UpgradeCode\n" + size + "\n\r")) << size;
-      EXPECT_EQ("302\n", Process("UpgradeCode\n1000\n\r")) << "the claim is kept";
-    }
+  // The announced size of an upgrade, saturated; behind a '!' a wrong one.
+  std::istringstream sizes("101 10485759 101.9 !100.9 !10485760 !nan !inf !1e400 !-1e300 !");
+  for (std::string size; sizes >> size;) {
+    const bool wrong = size[0] == '!';
+    upgrade = UpgradeRec();
+    QovFlags.upgrading = 0;
+    EXPECT_EQ(wrong ? "501\nWrong file parameter(s)" : "200\n",
+              Process("UpgradeCode\n" + size.substr(wrong) + "\n\r"))
+        << size;
+    EXPECT_EQ("302\n", Process("UpgradeCode\n1000\n\r")) << "the claim is kept";
   }
 }
 

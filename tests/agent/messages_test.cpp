@@ -22,9 +22,8 @@ struct MessagesTest : TSettingsTest {
   /// The names of the logs that were written; they are removed.
   std::string Written() const {
     std::string logs;
-    for (const std::string name : {"ok", "bad", "all"}) {
+    for (const std::string name : {"ok", "bad", "all"})
       if (unlink(folder.Path(name).c_str()) == 0) logs += name + ' ';
-    }
     return logs;
   }
 };

@@ -17,8 +17,7 @@ constexpr THandler kExists = ProcessTest_FileExists, kCompare = ProcessTest_File
 constexpr THandler kCrc = ProcessTest_FileCRC, kCount = ProcessTest_CountFiles;
 constexpr THandler kList = ProcessInfo_GetFileList;
 
-class Files : public TCheckTest {
- protected:
+struct Files : TCheckTest {
   void Shell(const std::string& commands) const {
     EXPECT_EQ(0, system(("set -e; cd " + dir_.Path() + "; " + commands).c_str()));
   }
@@ -138,9 +137,8 @@ TEST_F(Files, OfOneAgeAreChosenByTheirOrder) {
     Shell("touch -d @" + std::to_string(age) + " 1 2");
     const auto first = std::filesystem::directory_iterator(dir_.Path())->path().filename();
     const char* chosen = (first == "1") == (age > 0) ? "@1" : "@2";
-    for (const char* macro : {"@%oldestfile%", "@%newestfile%"}) {
+    for (const char* macro : {"@%oldestfile%", "@%newestfile%"})
       EXPECT_EQ(In(chosen), ToStd(GetFileUsingSpecialMacros(ToString(In(macro)))));
-    }
   }
 }
 

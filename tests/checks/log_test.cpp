@@ -20,31 +20,25 @@ extern "C" int nanosleep(const timespec* wanted, timespec* left) {
 constexpr THandler kOne = ProcessTest_TextLog, kTwo = ProcessTest_TextLog2;
 
 TEST(Expressions, BecomePostfixAndHoldForALine) {
-  const std::array<const char*, 3> cases[] = {
-      {"'a' or 'b' and not('x' and'b')and ''", "'a' 'b' or 'x' 'b' and '' and not and ", "1"},
-      {"'a' AND (Not 'b') or 'c'", "'a' 'b' not and 'c' or ", "0"},
-      {"987-6543210 or '\"'", "987-6543210 '\"' or ", "0"},
-      // A word that is unknown ends where an operator is found, or at a blank.
-      {"error", "Unknown operator: \"err\"", "0"},
-      {"'a' oR\t'b'", "Unknown operator: \"oR\t'b'\"", "0"},
-      {"'a' )", "Missing \"(\"", "0"},
-      {"'a ", "Unterminated string: 'a", "0"},
-      {" \t'it''s' \xE9", "'it' 's' ", "0"},
-      {"'a' or (", "'a' ( or ", "1"},
-      {"", "", "0"},
-      {"not", "not ", "0"},
-      {"not ''", "'' not ", "1"},
-      {"'a' and", "'a' and ", "0"},
-      {"'a' 'a'", "'a' 'a' ", "0"},
-      {"113", "113 ", "1"}};
+  // Expression, its postfix form or fault, whether it holds. A word that is unknown ends where an
+  // operator is found, or at a blank.
+  std::istringstream cases(
+      "'a' or 'b' and not('x' and'b')and ''|'a' 'b' or 'x' 'b' and '' and not and |1\n"
+      "'a' AND (Not 'b') or 'c'|'a' 'b' not and 'c' or |0\n987-6543210 or '\"'|987-6543210 '\"' or "
+      "|0\n"
+      "error|Unknown operator: \"err\"|0\n'a' oR\t'b'|Unknown operator: \"oR\t'b'\"|0\n"
+      "'a' )|Missing \"(\"|0\n'a |Unterminated string: 'a|0\n \t'it''s' \xE9|'it' 's' |0\n"
+      "'a' or (|'a' ( or |1\n||0\nnot|not |0\nnot ''|'' not |1\n'a' and|'a' and |0\n"
+      "'a' 'a'|'a' 'a' |0\n113|113 |1\n");
   TExprParser parser(PriorityTable1, sizeof PriorityTable1);
-  for (const auto& [expression, postfix, holds] : cases) {
-    EXPECT_EQ(*holds - '0', SearchForExpression("a 1\n3\nb", expression, 1, 0)) << expression;
-    String source(expression);
+  std::string text, postfix, holds;
+  while (getline(getline(getline(cases, text, '|'), postfix, '|'), holds)) {
+    String source = ToString(text);
+    EXPECT_EQ(holds == "1", SearchForExpression("a 1\n3\nb", source, 1, 0)) << text;
     std::string tokens;
     const bool done = parser.Expr2Polish(source, 0) != 0;
     for (int i = 0; i < parser.Output().Count(); ++i) tokens += ToStd(parser.Output()[i]) + ' ';
-    EXPECT_EQ(postfix, done ? tokens : ToStd(parser.Error())) << expression;
+    EXPECT_EQ(postfix, done ? tokens : ToStd(parser.Error())) << text;
     EXPECT_EQ(done, parser.Error().Empty() && source.Empty());
   }
   TExprParser wide(PriorityTable2, sizeof PriorityTable2);
@@ -55,7 +49,7 @@ TEST(Expressions, BecomePostfixAndHoldForALine) {
   EXPECT_TRUE(wide.Expr2Polish(rest, 1) == 1 && wide.Output().Count() == 0);
 }
 
-class TextLog : public TCheckTest {};
+using TextLog = TCheckTest;
 
 TEST_F(TextLog, FollowsALogThroughItsLife) {
   const std::string wide(3000, 'w'), head = wide.substr(0, 1024), log = dir_.Path("log");
@@ -138,21 +132,20 @@ TEST_F(TextLog, AnswersErrorsAndWhatWaits) {
   EXPECT_EQ(3, std::exchange(pauses, -1));
 }
 
-using TFilters = std::vector<TTextLogFilter>;  // one or two
+using TFilters = std::vector<TTextLogFilter>;  // two or one
 /// Of a scan: the match, its line, the next position, whether the first filter matched.
 using TOutcome = std::tuple<double, std::string, double, int>;
 
 /// The scan line by line, as it is described.
-static TOutcome ScanSimply(const std::string& log, size_t from, const TFilters& filters,
-                           bool scanAll) {
+static TOutcome ScanSimply(const std::string& log, size_t from, const TFilters& two, bool scanAll) {
   TOutcome outcome(0, "", from, -1);
   auto& [match, found, begin, first] = outcome;  // of the line's bytes, the line ends before it too
   for (size_t p = from, end; scanAll || match == 0; p = end + 1) {
     if ((end = log.find_first_of("\r\n", p)) == log.npos) break;
     if (end == p) continue;
     const String line = ToString(log.substr(p, end - p));
-    for (size_t i = filters.size(); i-- > 0;) {  // the first one is preferred
-      const auto& [text, isExpression, exact, word] = filters[i];
+    for (size_t i = two.size(); i-- > 0;) {  // the first one is preferred
+      const auto& [text, isExpression, exact, word] = two[i];
       const int value = isExpression == 1 ? SearchForExpression(line, text, exact, word)
                                           : line.Search(text, exact, word);
       if (value != 0) outcome = {value + begin, ToStd(line.Copy(1, 1024)), begin, i == 0};
@@ -213,9 +206,8 @@ TEST_F(TextLog, TakesLittleMemory) {
     _exit(!done || after.ru_maxrss - before.ru_maxrss > 10 * 1024);
   };
   // A part of an expression, and its end; without a part the log is one long line.
-  const std::pair<const char*, const char*> cases[] = {
-      {"'a'or", "'b'"}, {"1or", "1"}, {"(", ""}, {"'q", "'"}, {"", "'q'"}};
-  for (const auto& [part, last] : cases) {
+  for (const auto& [part, last] :
+       {std::pair("'a'or", "'b'"), {"1or", "1"}, {"(", ""}, {"'q", "'"}, {"", "'q'"}}) {
     truncate(dir_.File("log").c_str(), *part == 0 ? 30'000'000 : 9);
     std::string text;
     while (*part != 0 && text.size() < 400'000) text += part;

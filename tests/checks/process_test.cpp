@@ -51,8 +51,7 @@ TEST(ArgumentBlock, SplitsWithoutAShell) {
 }
 
 /// With a folder for temporary files that is empty again at the end.
-class ProcTest : public testing::Test {
- protected:
+struct ProcTest : testing::Test {
   ~ProcTest() override { EXPECT_EQ(0, rmdir(temp_.c_str())) << "leftovers in " << temp_; }
 
   std::string Program(const std::string& text, const char* name = "script") const {
@@ -138,12 +137,10 @@ TEST_F(ProcTest, RedirectsStreamsOfChildrenInACleanState) {
   dir_.File("in", "from in\n");
   dir_.File("errors", "old content, longer than the new one");
   ASSERT_EQ(0, symlink("in", "link") + mkfifo("pipe", 0600));
-  const auto run = [this](const std::string& script, const char* workdir, const char* input,
-                          const char* output, const char* error) {
+  const auto run = [this](const std::string& script, auto dir, auto in, auto out, auto error) {
     int exitCode = -1;
     String err = "old";
-    EXPECT_EQ(
-        1, SystemEx2(Program(script).c_str(), workdir, input, output, error, 9000, exitCode, err));
+    EXPECT_EQ(1, SystemEx2(Program(script).c_str(), dir, in, out, error, 9000, exitCode, err));
     EXPECT_EQ("0", std::to_string(exitCode) + ToStd(err));
   };
   const std::string line =
@@ -158,8 +155,7 @@ TEST_F(ProcTest, RedirectsStreamsOfChildrenInACleanState) {
               testing::MatchesRegex(status + dir_.Path("script ") + temp_ + "\nfrom in\n/\n"));
   EXPECT_EQ("oops\n", ReadFile("errors"));
   run(line, "/no/such", "/no/such", nullptr, "link");
-  EXPECT_EQ(fs::current_path().string() + "\n/dev/null\n/dev/null\n/dev/null\n",
-            ReadFile("script.seen"));
+  EXPECT_EQ(dir_.Path() + "\n/dev/null\n/dev/null\n/dev/null\n", ReadFile("script.seen"));
   EXPECT_EQ("from in\n", ReadFile("in")) << "a link is not followed";
   run("echo aaaa; echo b >&2", nullptr, nullptr, "out", "out");
   EXPECT_EQ("b\naa\n", ReadFile("out")) << "one file, two positions";

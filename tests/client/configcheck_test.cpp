@@ -10,9 +10,8 @@ struct ConfigCheckTest : TSettingsTest {
   std::string Check(const std::string& text) {
     chmod(folder.File("qov.cfg", text).c_str(), mode);
     std::string shown;
-    for (const auto& [line, error, finding] : CheckConfig(path.c_str())) {
+    for (const auto& [line, error, finding] : CheckConfig(path.c_str()))
       shown += '\n' + std::to_string(line) + (error ? "E " : "W ") + ToStd(finding);
-    }
     return shown.substr(shown.empty() ? 0 : 1);
   }
   /// The same of the good file with `lines` in place of the line with the first one's key, or

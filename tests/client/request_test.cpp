@@ -55,8 +55,7 @@ TEST(ScanStateTest, IsReplacedWholeAndRefusedWhenDamaged) {
   TScanState state;
   LoadScanState(path, "w", state);
   EXPECT_EQ("0", state.size) << "a watch begins without a file";
-  for (const char* size : {"12345678901234567890", "20"})
-    SaveScanState(path, "w", {"-1", size, "7"});
+  for (const char* s : {"12345678901234567890", "20"}) SaveScanState(path, "w", {"-1", s, "7"});
   EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(folder.Path()), {}));
   EXPECT_THROW(SaveScanState("/nonexistent/state", "w", {}), TUsageFailure);
   LoadScanState(path, "w", state);

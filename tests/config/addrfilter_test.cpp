@@ -27,8 +27,7 @@ TEST(AddrFilter, MatchesAddressesAndRanges) {
   EXPECT_TRUE(FilterAdmits("10.0.0.1", "\r\n10.0.0.12\r\n")) << "deliberately a part of another";
   EXPECT_FALSE(FilterAdmits("10.0.0.2", "\r\n10.0.0.12\r\n"));
   String list = " 1.2.3.4-1.2.3.5-x9.9";
-  unsigned first, last;
-  getitem(list, first, last, err);
-  EXPECT_EQ(IP2String(htonl(first)) + "-" + IP2String(htonl(last)) + ">" + list,
-            "1.2.3.4-1.2.3.5>x9.9");
+  unsigned a, b;
+  getitem(list, a, b, err);
+  EXPECT_EQ(IP2String(htonl(a)) + "-" + IP2String(htonl(b)) + ">" + list, "1.2.3.4-1.2.3.5>x9.9");
 }

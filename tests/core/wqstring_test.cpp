@@ -57,16 +57,14 @@ TEST(StringTest, FindsWhatASimpleSearchFinds) {
       if (options % 2 == 0) strupper(what.Data(), what.Length() / 2);
       ASSERT_EQ(SimpleSearch(text, what, options & 1, options & 2),
                 text.Search(what, options & 1, options & 2))
-          << ToStd(text) << '\n'
-          << ToStd(what);
+          << ToStd(text + "\n" + what);
     }
   }
   for (size_t i = 0; i < 200; ++i)  // no byte behind the end counts
     EXPECT_EQ(0, mempos((std::string(i, 'q') + "xy").data(), static_cast<int>(i) + 1, "xy", 2));
-  const char* three = "aaa";
+  const char* s = "aaa";
   const TTextFinder word("a", 1, 1);  // its neighbours are those between begin and end
-  EXPECT_TRUE(word.Find(three + 1, three + 1, three + 2) &&
-              !word.Find(three, three + 1, three + 2));
+  EXPECT_TRUE(word.Find(s + 1, s + 1, s + 2) && !word.Find(s, s + 1, s + 2));
   EXPECT_EQ(3, mempos("aAA", 3, "A", 1) + memposi("aAA", 3, "A", 1) + mempos("a", 1, "a", 0) +
                    mempos(nullptr, 1, "a", 1) + mempos("a", 1, nullptr, 1));
   EXPECT_EQ(4, String("abc").Pos('b') + String("abc").Pos("bx", 1) + String("abc").Pos(nullptr));

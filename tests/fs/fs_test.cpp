@@ -43,19 +43,19 @@ TEST(PathsTest, ExpandsToTheAbsoluteForm) {
 }
 
 constexpr int kDir = AttrDirectory, kReadOnly = AttrReadOnly, kHidden = AttrHidden;
-constexpr TReadOnly kUnseen = TReadOnly::kUnseen;
+constexpr TReadOnly kUnseen = TReadOnly::kUnseen, kSeen = TReadOnly::kSeen;
 
 struct FilesTest : testing::Test {
-  using TFound = std::map<std::string, int>;  ///< attributes by name
+  using TMap = std::map<std::string, int>;  ///< attributes by name
 
   FilesTest() {
     EXPECT_EQ(0, system("mkdir dir; mkdir -m 300 .hidden; >.x.log; >B.LOG; printf 12345 >a.log;"
                         "chmod 666 a.log; chmod 444 B.LOG; touch -d @1234567890 a.log; mkfifo pipe;"
                         "ln -s dir dirlink; ln -s a.log link.log; chmod 755 ."));
   }
-  TFound Find(const char* mask, int attr, TReadOnly readOnly = kUnseen,
-              TFolders folders = TFolders::kMasked) {
-    TFound found;
+  TMap Find(const char* mask, int attr, TReadOnly readOnly = kUnseen,
+            TFolders folders = TFolders::kMasked) {
+    TMap found;
     TSearchRec rec;
     const TSearchCloser closer(rec);
     int result = FindFirst("", mask, attr, rec, readOnly, folders);
@@ -68,22 +68,20 @@ struct FilesTest : testing::Test {
 };
 
 TEST_F(FilesTest, AreFoundByMaskAndAttributes) {
-  const TFound folders = {{".", kDir}, {"..", kDir}, {"dir", kDir}, {".hidden", kDir + kHidden}};
-  const TFound writable = {{"a.log", 0}}, both = {{"a.log", 0}, {"B.LOG", 0}};
-  TFound all = {{"a.log", 0}, {".x.log", kHidden}, {"B.LOG", 0}, {"pipe", AttrSystem}};
+  const TMap folders = {{".", kDir}, {"..", kDir}, {"dir", kDir}, {".hidden", kDir + kHidden}};
+  const TMap writable = {{"a.log", 0}}, both = {{"a.log", 0}, {"B.LOG", 0}};
+  TMap all = {{"a.log", 0}, {".x.log", kHidden}, {"B.LOG", 0}, {"pipe", AttrSystem}};
   all.insert(folders.begin(), folders.end());
   std::thread([&] {
     syscall(SYS_setresuid, 65534, 65534, 65534);  // this thread alone; the superuser may write all
     EXPECT_EQ(all, Find("*", -1)) << "all but symbolic links";
-    EXPECT_EQ((TFound{{"a.log", 0}, {".x.log", kHidden}}), Find("*.log", kHidden + kReadOnly));
-    EXPECT_EQ((TFound{{"B.LOG", 0}, {"pipe", AttrSystem}}),
-              Find("[!a-d]*", AttrSystem + kReadOnly));
+    EXPECT_EQ((TMap{{"a.log", 0}, {".x.log", kHidden}}), Find("*.log", kHidden + kReadOnly));
+    EXPECT_EQ((TMap{{"B.LOG", 0}, {"pipe", AttrSystem}}), Find("[!a-d]*", AttrSystem + kReadOnly));
     EXPECT_EQ(folders, Find("", AttrAny, kUnseen, TFolders::kAll));
     EXPECT_EQ(both, Find("[aB]*", AttrAny));
     EXPECT_EQ(writable, Find("[aB]*", 0));
-    EXPECT_EQ(writable, Find("[aB]*", 0x100, TReadOnly::kSeen)) << "an unknown bit";
-    EXPECT_EQ((TFound{{"a.log", 0}, {"B.LOG", kReadOnly}}),
-              Find("[aB]*", kReadOnly, TReadOnly::kSeen));
+    EXPECT_EQ(writable, Find("[aB]*", 0x100, kSeen)) << "an unknown bit";
+    EXPECT_EQ((TMap{{"a.log", 0}, {"B.LOG", kReadOnly}}), Find("[aB]*", kReadOnly, kSeen));
     TSearchRec rec;
     EXPECT_EQ(EACCES, FindFirst(".hidden/*", AttrAny, rec));
   }).join();

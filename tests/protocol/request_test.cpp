@@ -99,6 +99,5 @@ TEST_F(RequestTest, ReadsLinesByPositionAndByName) {
             request.GetValue(7) + '|' + request.GetValue(8) + '|' + request.GetText(8));
   EXPECT_EQ("80=b=", request.GetNamedParam("Port") + request.GetNamedParam("a"));
   // Deliberate: a line without its line feed is none.
-  for (const char* name : {"empty", "no sign", "", "last"})
-    EXPECT_EQ("", request.GetNamedParam(name));
+  for (const char* s : {"empty", "no sign", "", "last"}) EXPECT_EQ("", request.GetNamedParam(s));
 }
