@@ -2,7 +2,6 @@
 
 #include "agent/wake.h"
 #include "support/handlercall.h"
-#include "support/scopes.h"
 
 struct DispatchTest : TSettingsTest {
   ~DispatchTest() override { QovFlags.upgrading = 0; }

@@ -7,7 +7,6 @@
 #include "checks/files/pathmacros.h"
 #include "fs/files.h"
 #include "support/handlercall.h"
-#include "support/scopes.h"
 
 /// The clock of all checks stands, at the start of a minute.
 extern "C" time_t time(time_t*) noexcept { return 2'000'000'040; }

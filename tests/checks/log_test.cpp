@@ -8,7 +8,6 @@
 #include "checks/log/textlog.h"
 #include "fs/files.h"
 #include "support/handlercall.h"
-#include "support/scopes.h"
 
 static thread_local int pauses = -1;  // counted from 0 on, and not made
 

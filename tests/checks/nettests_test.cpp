@@ -4,7 +4,6 @@
 #include "core/iplib.h"
 #include "support/handlercall.h"
 #include "support/peers.h"
-#include "support/scopes.h"
 
 using TPeer = TLoopbackPeer;
 using TWords = std::vector<std::string>;

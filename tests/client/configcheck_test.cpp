@@ -1,7 +1,5 @@
 #include "client/configcheck.h"
 
-#include "core/iplib.h"
-#include "core/owned.h"
 #include "support/peers.h"
 #include "support/scopes.h"
 
@@ -36,9 +34,9 @@ TEST_F(ConfigCheckTest, GivesEachFaultItsLine) {
       Check("filtermarks=1\n\ntmpdir=/nowhere\nport=1\npassword=twelve bytes\nqovpath=" + agent),
       "0W proccntscript is not set\n0W proclistscript is not set\n"
       "0W cpuusagescript is not set\n3W '/nowhere' is not a folder: '.' is used");
-  String none;
   const std::string x(1100, 'x'), port = std::to_string(FindFreePort());
-  const TFd listener(TcpListen("127.0.0.1", std::stoi(port), nullptr, none));
+  const TFd listener = Bind(SOCK_STREAM, TAddress(std::stoi(port)));
+  ASSERT_EQ(0, listen(listener.Get(), 1));
   const std::string cases[][2] = {
       {"port=0", "2E TCP post is not specified!"},
       {"port=" + port, "2W the port is taken (by the agent, if it runs) or may not be opened"},

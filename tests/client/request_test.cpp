@@ -1,6 +1,5 @@
 #include "client/request.h"
 
-#include "client/failure.h"
 #include "client/scanstate.h"
 #include "client/setkeys.h"
 #include "support/scopes.h"

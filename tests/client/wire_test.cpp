@@ -2,8 +2,6 @@
 
 #include "client/connection.h"
 #include "client/packetfile.h"
-#include "client/vxwire.h"
-#include "core/iplib.h"
 #include "support/peers.h"
 
 using testing::HasSubstr;
@@ -81,8 +79,7 @@ TEST(Connection, TellsEveryEndOfAnExchange) {
     EXPECT_EQ(std::tuple(sent, result, error), std::tie(end.reply, end.result, end.error));
   }
   const auto port = static_cast<uint16_t>(FindFreePort());
-  String none;
-  const TFd full(TcpListen("127.0.0.1", port, nullptr, none));
+  const TFd full = Bind(SOCK_STREAM, TAddress(port));
   ASSERT_EQ(0, listen(full.Get(), 0));  // room for one
   TConnection waiting[4];
   TExchange last;

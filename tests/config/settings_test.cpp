@@ -183,7 +183,17 @@ TEST_F(SettingsTest, ReplacesValuesInPlace) {
   }
 }
 
-TEST_F(SettingsTest, AppendsValuesThatALoadTakes) {
+TEST_F(SettingsTest, AppendsEveryMissingKeyAsALoadTakesIt) {
+  const std::string most = "#" + std::string((16 << 20) - 2, 'x') + "\n";
+  for (const bool over : {false, true}) {
+    const std::string old = "#" + most.substr(sizeof kAllDefaults - over);
+    EXPECT_EQ(Loaded(old).SaveOptions_(err), !over);
+    EXPECT_EQ(err.Pos("Settings exceed 16 MiB of configuration file '/") == 1, over);
+    EXPECT_EQ(File().substr(old.size()), over ? "" : kAllDefaults);
+    Loaded(over ? "#" + most : most);
+    EXPECT_EQ(err.Pos("Cannot open") != 0, over);
+  }
+
   const std::string room(1015, 'x');
   // value, how it is written, how it is read
   const std::string cases[][3] = {{room + "xx=1", room + "xx=1", room},
@@ -195,18 +205,6 @@ TEST_F(SettingsTest, AppendsValuesThatALoadTakes) {
     EXPECT_EQ(record.SaveOptions_(err), 1);
     EXPECT_NE(File().find("\ncomment=" + written + "\r\n"), std::string::npos) << value;
     EXPECT_EQ(Values(Loaded(File()), {"comment", "qovpath", "port"}), read + "  0 ");
-  }
-}
-
-TEST_F(SettingsTest, AppendsEveryMissingKeyUpToWhatALoadTakes) {
-  const std::string most = "#" + std::string((16 << 20) - 2, 'x') + "\n";
-  for (const bool over : {false, true}) {
-    const std::string old = "#" + most.substr(sizeof kAllDefaults - over);
-    EXPECT_EQ(Loaded(old).SaveOptions_(err), !over);
-    EXPECT_EQ(err.Pos("Settings exceed 16 MiB of configuration file '/") == 1, over);
-    EXPECT_EQ(File().substr(old.size()), over ? "" : kAllDefaults);
-    Loaded(over ? "#" + most : most);
-    EXPECT_EQ(err.Pos("Cannot open") != 0, over);
   }
 }
 

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 
-#include "core/owned.h"
 #include "support/peers.h"
 #include "support/scopes.h"
 

@@ -1,6 +1,5 @@
 #include "core/wqstring.h"
 
-#include <algorithm>
 #include <random>
 
 #include "support/scopes.h"

@@ -46,7 +46,7 @@ TEST(TwofishDeathTest, MisuseEndsTheProcess) {
                 testing::ExitedWithCode(3), "Twofish_prepare_key: illegal key length\n");
 }
 
-TEST(CodecDeathTest, SumsAndHashesHoweverTheyAreFed) {
+TEST(CodecDeathTest, SumsAndHashesHoweverTheyAreFedAndReadsLengths) {
   TCRC32 crc, single;
   std::string text;
   for (int i = 0; i < 70; ++i) text += static_cast<char>(i * 151 + 7);
@@ -61,9 +61,7 @@ TEST(CodecDeathTest, SumsAndHashesHoweverTheyAreFed) {
   for (const char c : {'a', 'b', 'c'}) hash.Update(&c, 1);  // begins anew
   hash.Final();
   EXPECT_EQ(0, memcmp(hash.GetHash(nullptr, 0), "\xa9\x99\x3e\x36\x47\x06\x81\x6a", 8));
-}
 
-TEST(CodecDeathTest, LengthsHaveAtMostFourDigits) {
   for (int width = 0; const int expected : {0, 254, 65534, 0, -2})
     EXPECT_EQ(expected, DecodeLength("\xFE\xFF\xFF\xFF", width++));
   EXPECT_DEATH(DecodeLength("12345", 5), "qov_const:.*Assertion `digits<=sizeof\\(int\\)' failed");
@@ -84,7 +82,7 @@ TEST(Codec, CipherProofAndPacketsAgreeWithThePeer) {
   EXPECT_EQ(BuildReply("k1", "200\nunfinished line\n\r"), ToStd(reply));
 }
 
-TEST(Codec, ReadsValues) {
+TEST(Codec, ReadsValuesAndEscapesLineBreaks) {
   for (const char* text : {"0", " 1", "1 ", ""}) EXPECT_EQ(0, qovDecodeBool(text));
   for (const auto& [text, plain] : {std::pair("-7", -7), {"", 0}, {"1-2", 1}}) {
     int value = 77;
@@ -99,9 +97,6 @@ TEST(Codec, ReadsValues) {
   EXPECT_EQ(std::tuple(31, 12, 2023, 23, 59, 58),
             std::tie(t.tm_mday, t.tm_mon, t.tm_year, t.tm_hour, t.tm_min, t.tm_sec));
   EXPECT_EQ(0, qovDecodeTime("311220232359581").tm_mday);
-}
-
-TEST(Codec, EscapesLineBreaks) {
   const String plain("\0%a\r\n%0a%0%0B%1Ax0A", 19), escaped("\0%a%0D%0A%0a%0%0B%1Ax0A", 23);
   EXPECT_EQ(escaped, qovEncodeStrings(plain));
   EXPECT_EQ(plain, qovDecodeStrings(escaped));
