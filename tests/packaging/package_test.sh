@@ -88,9 +88,9 @@ test_build() {
 test_install() { sandbox run_plain; }
 test_service() {
   need /lib/systemd/systemd logrotate
-  group=/sys/fs/cgroup/systemd/qov-test.$$ # which the new namespace takes for the root
-  [ -d "${group%/*}" ] || group=/sys/fs/cgroup/qov-test.$$
-  mkdir "$group" || skip "no control groups here"
+  # The new namespace takes this control group for the root.
+  group=$(findmnt -nf -o TARGET -t cgroup2)/qov-test.$$ || skip "no control groups here"
+  mkdir "$group"
   echo $$ >"$group/cgroup.procs"
   sandbox run_systemd
 }
@@ -106,7 +106,6 @@ leave_sandbox() {
 # sandbox RUN: enters the copy of the root and calls RUN there.
 sandbox() {
   trap leave_sandbox EXIT
-  trap 'exit 1' INT TERM
   need unshare ip dpkg runuser timeout
   unshare --mount true || skip "needs root"
   [ -d "$folder/second" ] || skip "no packages were built"
@@ -118,7 +117,6 @@ sandbox() {
 overlay() {
   mount -t overlay overlay -o "lowerdir=$1,upperdir=$2,workdir=$3" "$4" || skip "no overlays here"
 }
-
 test_inside() {
   tree=$3/tree root=$3/tree/root
   mkdir "$tree"
@@ -151,13 +149,7 @@ run_plain() {
 
 run_systemd() {
   rm -f "$root/usr/sbin/policy-rc.d" # where a container forbids to start services
-  if [ -d /sys/fs/cgroup/systemd ]; then
-    mount -t tmpfs -o mode=755 tmpfs "$root/sys/fs/cgroup"
-    mkdir "$root/sys/fs/cgroup/systemd"
-    mount -t cgroup -o none,name=systemd cgroup "$root/sys/fs/cgroup/systemd"
-  else
-    mount -t cgroup2 cgroup2 "$root/sys/fs/cgroup"
-  fi
+  mount -t cgroup2 cgroup2 "$root/sys/fs/cgroup"
   printf '%s\n' "[Unit]" SuccessAction=exit-force FailureAction=exit-force "[Service]" \
     Type=oneshot "ExecStart=/test/package_test.sh managed /test" \
     StandardOutput=file:/test/out/said StandardError=inherit \
@@ -212,7 +204,6 @@ CHECKS
 
   # A change by a server; reloads, of a bad file too; logs are rotated under the agent.
   ctl set "Comment=changed from afar"
-  [ "$(stat -c '%U:%G %a' $config)" = "qov:qov 600" ]
   grep '^comment=changed from afar' $config
   set_key comment "read again"
   set_key logsuccess 1
