@@ -24,8 +24,7 @@ inline TParams Params(const std::string& text) {
   return params;
 }
 
-/// Calls a command's handler as the dispatcher does and returns the reply text, the code on its
-/// first line.
+/// Calls a command's handler as the dispatcher does; the reply text, the code on its first line.
 inline std::string CallHandler(THandler handler, TParams params) {
   std::string text;
   const int last = params.empty() ? 0 : params.rbegin()->first;

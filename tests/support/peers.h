@@ -22,9 +22,8 @@ inline long long NowMs() {
 /// Repeats `done` until it holds; false when the limit has passed before.
 template <class TCondition>
 bool Await(TCondition done, int limitMs = 20000) {
-  for (const long long end = NowMs() + limitMs; !done(); usleep(5000)) {
+  for (const long long end = NowMs() + limitMs; !done(); usleep(5000))
     if (NowMs() >= end) return false;
-  }
   return true;
 }
 
@@ -60,7 +59,6 @@ inline int FindFreePort() {
 inline constexpr char kPassword[] = "test password";  ///< of every test agent
 inline constexpr char kSessionKey[] = "session key";
 
-/// The packet of a request to a test agent.
 inline std::string Packet(const std::string& command, const std::vector<std::string>& params = {}) {
   std::string text = command + "\n";
   for (const std::string& param : params) text += param + "\n";
@@ -131,7 +129,7 @@ class TLoopbackPeer {
     getsockname(socket_.Get(), address.Get(), &address.size);
     return ntohs(address.in.sin_port);
   }
-  /// The pieces received so far, as they came; waits until they hold `bytes` bytes.
+  /// The pieces received, as they came; waits until they hold `bytes` bytes.
   std::vector<std::string> Received(size_t bytes) const {
     std::vector<std::string> pieces;
     Await([&] {

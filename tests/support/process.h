@@ -47,8 +47,6 @@ inline std::string Named(const TReply& reply, const std::string& name) {
   return "(none)";
 }
 
-inline constexpr char kHelpers[] = QOV_SOURCE_DIR "/packaging/helpers/";
-
 struct TAgentOptions {
   std::string config{};        ///< lines behind the standard ones (a key's last wins)
   std::string switches{"-i"};  ///< in front of the configuration file
@@ -85,29 +83,29 @@ class TAgentProcess : TScope {
 
   /// Replaces the configuration file, at once, by the standard lines and `config`.
   void WriteConfig(const std::string& config) const {
-    const std::string fresh = folder.File(
-        "fresh", "host=127.0.0.1\nport=" + std::to_string(port) + "\npassword=" + kPassword +
-                     "\nqovpath=" + program + "\ntmpdir=" + folder.Folder("tmp") +
-                     "\npidfile=" + folder.Path("pid") + "\ncpuusagescript=" + kHelpers +
-                     "cpuusage\nproclistscript=" + kHelpers +
-                     "proclist\nproccntscript=" + kHelpers +
-                     "proccount\nfilterlist=127.0.0.1\nfiltermarks=1\nlogsuccess=1\n" + config);
-    fs::rename(fresh, configPath);
+    const std::string helpers = QOV_SOURCE_DIR "/packaging/helpers/";
+    const std::string text =
+        "host=127.0.0.1\nport=" + std::to_string(port) + "\npassword=" + kPassword +
+        "\nqovpath=" + program + "\ntmpdir=" + folder.Folder("tmp") +
+        "\npidfile=" + folder.Path("pid") +
+        "\nfilterlist=127.0.0.1\nfiltermarks=1\nlogsuccess=1\ncpuusagescript=" + helpers +
+        "cpuusage\nproclistscript=" + helpers + "proclist\nproccntscript=" + helpers +
+        "proccount\n" + config;
+    fs::rename(folder.File("fresh", text), configPath);
   }
   /// A file of the folder; "console" has what the agent printed.
   std::string ReadFile(const std::string& name) const { return ::ReadFile(folder.Path(name)); }
-  /// Whether the console (or another file) holds `text` at least `times` times.
+  /// Whether the console (or another file) holds `text` so often.
   bool Holds(const std::string& text, int times = 1, const char* file = "console") const {
     const std::string content = ReadFile(file);
     for (size_t at = 0; times > 0; ++at, --times)
       if ((at = content.find(text, at)) == std::string::npos) return false;
     return true;
   }
-  /// Waits for that.
   bool WaitFor(const std::string& text, int times = 1, const char* file = "console") const {
     return Await([&] { return Holds(text, times, file); });
   }
-  /// Waits until so many sessions are left: one is counted down after its close.
+  /// Waits until so many sessions are left.
   bool WaitForSessions(int count) const {
     return Await([&] { return Info("ActiveConnections") == std::to_string(count); });
   }
@@ -121,10 +119,8 @@ class TAgentProcess : TScope {
     const std::vector<pid_t> found = Running();
     return process_.Pid() != -1 || found.empty() ? process_.Pid() : found[0];
   }
-  /// Path of its file or folder in /proc.
   std::string Proc(const char* name) const { return "/proc/" + std::to_string(Pid()) + "/" + name; }
   bool Signal(int signal) const { return Pid() > 1 && kill(Pid(), signal) == 0; }
-  /// Exit status of the started process, as TProcess::Wait.
   int Wait(int limitMs = 20000) { return process_.Wait(limitMs); }
 
   /// One request to the agent and its decoded reply; code "" when none came.
@@ -136,13 +132,11 @@ class TAgentProcess : TScope {
   std::string Info(const std::string& name) const { return Named(Ask("GetInfo"), name); }
 
  private:
-  /// The shell line that starts the agent.
   std::string Prepare(const TAgentOptions& options) const {
     folder.File("qov", "#!/bin/sh\nexec " QOV_AGENT " \"$@\"\n");
     fs::permissions(program, fs::perms::owner_all);
     WriteConfig(options.config);
-    // Reports of a sanitizer go to files, which the destructor looks for: a detached agent has no
-    // console.
+    // Reports of a sanitizer go to files, as a detached agent has no console.
     const std::string log = ":log_path=" + folder.Path("sanitizer");
     return "exec >" + folder.Path("console") +
            " 2>&1 env ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0" + log +
@@ -164,7 +158,6 @@ class TAgentProcess : TScope {
   TProcess process_;
 };
 
-/// Number of entries in a folder.
 inline long Count(const std::string& folder) {
   return std::distance(fs::directory_iterator(folder), {});
 }

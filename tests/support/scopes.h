@@ -32,7 +32,7 @@ struct TScope {
 /// A folder of its own, removed with everything in it at the end. Its path has no '/' at the end.
 class TTempDir : TScope {
  public:
-  TTempDir() { EXPECT_NE(nullptr, mkdtemp(path_.data())) << path_; }
+  TTempDir() { EXPECT_NE(nullptr, mkdtemp(path_.data())); }
   ~TTempDir() {
     std::error_code ignored;
     fs::remove_all(path_, ignored);

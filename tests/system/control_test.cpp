@@ -19,9 +19,8 @@ TEST(ControlTest, RestartsAsItWasStarted) {
     EXPECT_EQ(first, start());
     const std::string status = ReadFile(agent.Proc("status"));
     const auto ignored = strtoull(&status[status.find("SigIgn:") + 7], nullptr, 16);
-    for (const int signal : {SIGINT, SIGPIPE, SIGXFSZ, SIGTERM}) {
+    for (const int signal : {SIGINT, SIGPIPE, SIGXFSZ, SIGTERM})
       EXPECT_EQ(signal != SIGTERM, ignored >> (signal - 1) & 1) << signal;
-    }
     // A program that is being written is waited for; open for that once it does not run itself.
     TFd writer(open(agent.program.c_str(), O_WRONLY | O_CLOEXEC));
     EXPECT_EQ("200\nOk\n\r", agent.Ask("ReloadApp").text);
@@ -34,9 +33,7 @@ TEST(ControlTest, RestartsAsItWasStarted) {
 
 TEST(ControlTest, LivesOnWhenTheNewImageCannotStart) {
   // What asks for it is a session that crashes in its reply, the second one of this agent.
-  TAgentProcess agent({.config = "timeout=-1\n",
-                       .switches = "-d -v",
-                       .faults = "FAULT_AGE_SEC=181 FAULT_SEND='2 2 0'"});
+  TAgentProcess agent({"timeout=-1\n", "-d -v", "FAULT_AGE_SEC=181 FAULT_SEND='2 2 0'"});
   fs::remove(agent.program);
   const std::string temp = agent.folder.Path("tmp");
   std::vector<TRawPeer> peers;
@@ -94,9 +91,8 @@ TEST(ControlTest, AnswersSignals) {
 }
 
 TEST(StressTest, ChangesItsPortAndRestartsWithIdlePeersConnected) {
-  constexpr int kIdlePeers = 20;
-  // Of an image's calls, two are of its start, three for the port that is taken, one for the
-  // return.
+  // Of an image's calls, two are of its start, three for the port that is taken, one for the way
+  // back.
   TAgentProcess agent({.config = "timeout=-1\n", .faults = "FAULT_BIND='7 99 98'"});
   const auto move = [&](int port) {
     return agent.Ask("SetSettings", {"Port=" + std::to_string(port)}).code == "200";
@@ -104,13 +100,13 @@ TEST(StressTest, ChangesItsPortAndRestartsWithIdlePeersConnected) {
   const long descriptors = Count(agent.Proc("fd"));
   for (int i = 1; i <= Repeats(2, 50); ++i) {
     std::vector<TRawPeer> idle;
-    for (int j = 0; j < kIdlePeers; ++j) idle.emplace_back(agent.port);
+    for (int j = 0; j < 20; ++j) idle.emplace_back(agent.port);
     const int port = FindFreePort();
     ASSERT_TRUE(move(port));
     ASSERT_TRUE(agent.WaitFor("Server port switching .. Ok\n", i));
     EXPECT_TRUE(agent.WaitForPort(false));
     agent.port = port;
-    ASSERT_TRUE(agent.WaitForSessions(kIdlePeers + 1));
+    ASSERT_TRUE(agent.WaitForSessions(21));
     ASSERT_EQ("200", agent.Ask("ReloadApp").code);
     for (TRawPeer& peer : idle) {
       EXPECT_EQ("", peer.Receive());
@@ -134,27 +130,24 @@ std::string Upgrade(const TAgentProcess& agent) {
 }
 
 TEST(UpgradeTest, RunsTheNewProgramOnceItsReplyIsOut) {
-  for (const std::string mode : {"-i", "-d"}) {
-    SCOPED_TRACE(mode);
-    TAgentProcess agent({.switches = mode + " -vd", .faults = "FAULT_SEND_MS=300"});
-    const std::string script = agent.folder.Path("tmp/qovupd__.sh");
-    TProcess client(Upgrade(agent));
-    // Other sessions end, and another one asks for an upgrade, while the last reply is under way.
-    std::vector<TRawPeer> others;
-    EXPECT_TRUE(Await([&] {
-      others.emplace_back(agent.port).Ask("GetInfo");
-      return fs::exists(script);
-    }));
-    others.emplace_back(agent.port).Ask("UpgradeCode", {"1000"});
-    EXPECT_EQ(0, client.Wait());
-    ASSERT_TRUE(Await([&] { return agent.Info("AgentVersion") == "1.29next"; }));
-    EXPECT_TRUE(ReadFile(QOV_NEXT) == ReadFile(agent.program));
-    EXPECT_TRUE(mode == "-i" ? agent.WaitFor("srec.size", 2) : agent.WaitFor("\n", 1, "pid"));
-    EXPECT_FALSE(fs::exists(agent.folder.Path("tmp/qov__.upd")));
-    EXPECT_EQ("200", agent.Ask("QUIT").code);
-    // A script that started an agent in the foreground ends after it.
-    EXPECT_TRUE(Await([&] { return !fs::exists(script); }));
-  }
+  const TAgentProcess agent({.switches = "-i -vd", .faults = "FAULT_SEND_MS=300"});
+  const std::string script = agent.folder.Path("tmp/qovupd__.sh");
+  TProcess client(Upgrade(agent));
+  // Other sessions end, and another one asks for an upgrade, while the last reply is under way.
+  std::vector<TRawPeer> others;
+  EXPECT_TRUE(Await([&] {
+    others.emplace_back(agent.port).Ask("GetInfo");
+    return fs::exists(script);
+  }));
+  others.emplace_back(agent.port).Ask("UpgradeCode", {"1000"});
+  EXPECT_EQ(0, client.Wait());
+  ASSERT_TRUE(Await([&] { return agent.Info("AgentVersion") == "1.29next"; }));
+  EXPECT_TRUE(ReadFile(QOV_NEXT) == ReadFile(agent.program));
+  EXPECT_TRUE(agent.WaitFor("srec.size", 2));
+  EXPECT_FALSE(fs::exists(agent.folder.Path("tmp/qov__.upd")));
+  EXPECT_EQ("200", agent.Ask("QUIT").code);
+  // A script that started an agent in the foreground ends after it.
+  EXPECT_TRUE(Await([&] { return !fs::exists(script); }));
 }
 
 TEST(UpgradeTest, GivesItsClaimBackWhenTheScriptCannotStart) {

@@ -15,9 +15,8 @@ TEST(SessionTest, CountsItsConnectionsAndKeepsOnlySoManyRefused) {
   const TAgentProcess agent(
       {.config = "filteractive=1\n", .faults = "FAULT_THREAD='8 27 11' FAULT_ACCEPT='32 32 24'"});
   const long descriptors = Count(agent.Proc("fd"));
-  for (int i = 1; i <= 30; ++i) {
+  for (int i = 1; i <= 30; ++i)
     ASSERT_EQ(i >= 8 && i <= 27 ? "" : "200", agent.Ask("GetInfo").code) << i;
-  }
   EXPECT_TRUE(agent.WaitFor("Cannot start session thread, connection closed\n", 20));
   EXPECT_TRUE(Await([&] { return Count(agent.Proc("fd")) == descriptors; }));
   TRawPeer stranger(agent.port, "127.0.0.2");
@@ -106,14 +105,11 @@ TEST(SessionTest, DropsSilentPeersByTheTimeout) {
 
 TEST(SessionTest, AnswersTwoHundredAtOnceWhileOthersWait) {
   const TAgentProcess agent;
-  const TLoopbackPeer tcp(TLoopbackPeer::kTcp), udp(TLoopbackPeer::kUdp);  // silent
+  const TLoopbackPeer silent(TLoopbackPeer::kTcp);
+  const std::string port = std::to_string(silent.Port());
   std::vector<TRawPeer> peers;
-  for (const bool stream : {true, true, false, false}) {
-    const std::string port = std::to_string(stream ? tcp.Port() : udp.Port());
-    ASSERT_TRUE(
-        peers.emplace_back(agent.port)
-            .Ask(stream ? "TEST-TCP" : "TEST-UDP", {"127.0.0.1", port, "60000", "1", "1", "1"}));
-  }
+  for (int i = 0; i < 4; ++i)
+    peers.emplace_back(agent.port).Ask("TEST-TCP", {"127.0.0.1", port, "60000", "1", "1"});
   ASSERT_TRUE(agent.WaitForSessions(5));
   // One behind the other: a thread that were not detached would leave its stack of 8 MiB.
   const auto pages = [&] { return atol(ReadFile(agent.Proc("statm")).c_str()); };
@@ -148,7 +144,7 @@ TEST(ChildrenTest, AreCollectedByALaterImageAndDoNotHoldItsPort) {
 }
 
 /// The shipped helpers, as an agent runs them.
-TEST(ChildrenTest, HelpersCountAndListProcessesAndMeasureCpuUsage) {
+TEST(ChildrenTest, HelpersCountAndListProcesses) {
   const TAgentProcess agent;
   const std::string name = "q." + std::to_string(getpid());
   const std::string program = agent.folder.Path(name);
@@ -170,14 +166,12 @@ TEST(ChildrenTest, HelpersCountAndListProcessesAndMeasureCpuUsage) {
   EXPECT_EQ("301 Script error", count("' '; exit"));
   EXPECT_THAT(agent.Ask("GetProcessesList").text,
               HasSubstr("%0D%0A" + name + "%0D%0A" + name + "%0D%0A"));
-  EXPECT_THAT(agent.Ask("TEST-CPU").text,
-              testing::MatchesRegex("200\n(100|[0-9]{1,2})(\\.[0-9]+)?\n\r"));
 }
 
 TEST(StressTest, AnswersThroughAStormOfHangupsFromOneRecord) {
   const TAgentProcess agent({.config = "comment=0\nupdateaddr=0\n", .switches = "-d"});
   std::atomic<bool> saving{true}, asking{true};
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   const auto repeat = [&](const std::atomic<bool>& on, auto right) {
     threads.emplace_back([&on, right] {
       int wrong = 0;
@@ -212,7 +206,6 @@ TEST(StressTest, AnswersThroughAStormOfHangupsFromOneRecord) {
   EXPECT_TRUE(load("last"));
   EXPECT_TRUE(Await([&] { return agent.Info("Comment") == "last"; }));
   asking = false;
-  for (size_t i = 1; i < threads.size(); ++i) threads[i].join();
 }
 
 }  // namespace
