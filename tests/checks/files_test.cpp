@@ -62,7 +62,7 @@ TEST_F(Files, AnswerEachQuestion) {
          "@t/%oldestfolder%/*.txt,1|@m/%newestfolder%/%newestfolder%,8=1");
   Expect(kExists, "200\n    13\n" + ctime + mtime + "@f/with%0Afeed.\xE9\nmin\n7\n",
          "@f/*.\xE9|@f/%newestfile%,7=1");
-  EXPECT_TRUE(CallHandler(kExists, {{1, In("@dangling")}}).starts_with("200\n     8\n"));
+  EXPECT_TRUE(CallHandler(kExists, {In("@dangling")}).starts_with("200\n     8\n"));
   Expect(kExists, "301\nno such file or acess denied", "@m/%newestfile%|@t/l*|@t/.hi[d]");
   Expect(kCount, "200\n4\n", "@t,*,4=0|@t,*.txt,1,0|@t,*,1,5");
   Expect(kCount, "200\n3\n", "@t,*,4=2,5=61|@t,*,1,3,3");
@@ -107,7 +107,7 @@ TEST_F(Files, TellOfTheDiskInOrder) {
   struct statfs disk;
   double total, free, avail;
   ASSERT_EQ(0, statfs(dir_.Folder("q\xE9").c_str(), &disk));
-  ASSERT_EQ(3, sscanf(CallHandler(kUnc, {{1, In("@q\xE9")}}).c_str(), "200\n%lf\n%lf\n%lf", &total,
+  ASSERT_EQ(3, sscanf(CallHandler(kUnc, {In("@q\xE9")}).c_str(), "200\n%lf\n%lf\n%lf", &total,
                       &free, &avail));
   const auto blockBytes = static_cast<double>(disk.f_bsize);
   EXPECT_EQ(static_cast<double>(disk.f_blocks) * blockBytes, total);

@@ -120,7 +120,7 @@ TEST_F(TextLog, AnswersErrorsAndWhatWaits) {
   Expect(kTwo, "200\n     2\nx\n1\n     4\n     1\n     0\n    10\n0\n@x\n", two + "10=1,20=1");
   // A file that says it is longer than what can be read of it.
   const char* const brief = "/sys/devices/system/cpu/online";
-  const std::string reply = CallHandler(kOne, {{1, brief}, {2, "x"}, {4, "1"}});
+  const std::string reply = CallHandler(kOne, {brief, "x", "", "1"});
   EXPECT_TRUE(FileSize(brief) != 4096 || reply.ends_with("\n     1\n     0\n  4096\n"));
 
   EXPECT_EQ(0, chmod(log.c_str(), 0) + chmod(dir_.Path().c_str(), 0755));

@@ -112,16 +112,16 @@ TEST_F(ProcTest, TellsWhatTheSystemRefuses) {
     signal(SIGXFSZ, SIG_IGN);
     EXPECT_EQ(0, setrlimit(RLIMIT_FSIZE, &small) + setrlimit(RLIMIT_NPROC, &none));
     EXPECT_TRUE(setuid(65534) == 0 || getuid() != 0);
-    EXPECT_EQ("301\nfork error", CallHandler(ProcessTest_External, {{1, "/bin/true"}}));
+    EXPECT_EQ("301\nfork error", CallHandler(ProcessTest_External, {"/bin/true"}));
     EXPECT_EQ("301\nCannot execute script", Ask(kList, "/bin/true"));
-    EXPECT_EQ("301\ncannot create temp file", CallHandler(kShell, {{2, "true"}}));
+    EXPECT_EQ("301\ncannot create temp file", CallHandler(kShell, {"", "true"}));
     _exit(HasFailure() ? 1 : 0);
   };
   EXPECT_EXIT(bound(), testing::ExitedWithCode(0), "");
   spared = -1;
   EXPECT_EQ("301\nCannot set exec flag for script", CallHandler(kShell, {}));
   EXPECT_EQ("301\ncannot terminate process",
-            CallHandler(ProcessTest_External, {{1, "sleep 60"}, {4, "-2"}}));
+            CallHandler(ProcessTest_External, {"sleep 60", "", "", "-2"}));
   EXPECT_EQ(0, kill(spared, SIGKILL));
 }
 
@@ -281,8 +281,7 @@ TEST_F(ProcTest, ReadsWhatTheScriptsPrint) {
   };
   for (const auto& c : cases) {
     const bool shell = c.handler == kShell;
-    const TParams params = {
-        {1, c.line}, {2, shell ? c.script : c.value}, {3, "'a b' c"}, {4, "1"}, {5, c.value}};
+    const TParams params = {c.line, shell ? c.script : c.value, "'a b' c", "1", c.value};
     EXPECT_EQ(c.reply, Ask(c.handler, Program(c.script), params)) << c.script;
   }
   ChangeSettings([](TQovSettings& settings) { settings.delayforscripts = 300000; });

@@ -51,13 +51,13 @@ TEST_F(InfoTest, ReportsTheAgentAndItsSettingsAndStoresEachKnownKey) {
   std::istringstream cases(kStored);
   for (std::string parameter, line; std::getline(std::getline(cases, parameter, '>'), line);) {
     EXPECT_EQ(File().find("\n" + line + "\r\n"), std::string::npos) << line;
-    EXPECT_EQ(CallHandler(SetAgentSettings, {{1, parameter}}), "200\n");
+    EXPECT_EQ(CallHandler(SetAgentSettings, {parameter}), "200\n");
     EXPECT_NE(File().find("\n" + line + "\r\n"), std::string::npos) << line;
   }
   EXPECT_EQ(CurrentSettings()->effectivefilter, "\r\n9\r\n");
   // Of these the file knows nothing.
   const auto unsaved = [](const std::string& lines) {
-    CallHandler(SetAgentSettings, {{1, lines}});
+    CallHandler(SetAgentSettings, {lines});
     const TSettingsView now = CurrentSettings();
     return now->service * 1000 + now->ntlog * 100 + now->perfcounter * 10 + now->snmp;
   };
@@ -71,7 +71,7 @@ TEST_F(InfoTest, ReportsTheAgentAndItsSettingsAndStoresEachKnownKey) {
   SetAgentSettings(unknown, reply);
   EXPECT_EQ(Values(*CurrentSettings(), {"comment", "shellscript", "udp"}), "\xC9 a=b \xE9 0 1 ");
   // A save that fails keeps the change.
-  EXPECT_EQ(CallHandler(SetAgentSettings, {{1, "Comment=new"}}),
+  EXPECT_EQ(CallHandler(SetAgentSettings, {"Comment=new"}),
             "300\nCannot create new configuration file '" + folder.Folder("qov.cfg.New") + "'");
   EXPECT_EQ(CurrentSettings()->comment, "new");
 }

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <gmock/gmock.h>
-
-#include <map>
 #include <thread>
 
 #include "protocol/reply.h"
@@ -10,25 +7,24 @@
 #include "support/scopes.h"
 
 using THandler = void (*)(const VxRequest&, QovReply&);
-/// Parameters by position, counted from 1; those between are empty.
-using TParams = std::map<int, std::string>;
+using TParams = std::vector<std::string>;
 /// Parameters written with a "," between; as "7=1" where some are left out.
 inline TParams Params(const std::string& text) {
   TParams params;
   std::istringstream in(text);
   for (std::string s; getline(in, s, ',');) {
     const size_t sign = s.find('=');
-    const int next = static_cast<int>(params.size()) + 1;
-    params[sign == s.npos ? next : std::stoi(s)] = s.substr(sign + 1);
+    const size_t position = sign == s.npos ? params.size() + 1 : std::stoul(s);
+    params.resize(std::max(params.size(), position));
+    params[position - 1] = s.substr(sign + 1);
   }
   return params;
 }
 
 /// Calls a command's handler as the dispatcher does; the reply text, the code on its first line.
-inline std::string CallHandler(THandler handler, TParams params) {
+inline std::string CallHandler(THandler handler, const TParams& params) {
   std::string text;
-  const int last = params.empty() ? 0 : params.rbegin()->first;
-  for (int i = 1; i <= last; ++i) text += params[i] + '\n';
+  for (const std::string& param : params) text += param + '\n';
   VxRequest request;
   request = ToString(text + "\r");
   QovReply reply;

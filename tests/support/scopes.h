@@ -1,6 +1,6 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <filesystem>
 #include <fstream>
@@ -38,7 +38,6 @@ class TTempDir : TScope {
     fs::remove_all(path_, ignored);
   }
   const std::string& Path() const { return path_; }
-  /// Full path of `name` in the folder; nothing is created.
   std::string Path(std::string_view name) const { return path_ + '/' + std::string(name); }
   /// Writes a file, making the folders of `name` where they are missing; returns its full path.
   std::string File(std::string_view name, std::string_view content = "") const {

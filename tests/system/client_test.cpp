@@ -1,10 +1,6 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "built.h"
 #include "client/commands.h"
 #include "support/process.h"
 

@@ -1,10 +1,6 @@
 #include <fcntl.h>
-#include <gmock/gmock.h>
 
-#include "built.h"
 #include "support/process.h"
-
-namespace {
 
 TEST(ControlTest, RestartsAsItWasStarted) {
   const sighandler_t former = signal(SIGINT, SIG_IGN);
@@ -125,7 +121,7 @@ TEST(StressTest, ChangesItsPortAndRestartsWithIdlePeersConnected) {
 }
 
 /// The shell line by which the client has the agent run another version.
-std::string Upgrade(const TAgentProcess& agent) {
+static std::string Upgrade(const TAgentProcess& agent) {
   return "exec " QOV_CLIENT " --config " + agent.configPath + " upgrade " QOV_NEXT " >/dev/null";
 }
 
@@ -165,5 +161,3 @@ TEST(UpgradeTest, GivesItsClaimBackWhenTheScriptCannotStart) {
   EXPECT_EQ("200\n\r", later.Reply(true).text);
   EXPECT_FALSE(agent.Holds("cannot start", 2));
 }
-
-}  // namespace

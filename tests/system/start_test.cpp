@@ -1,11 +1,6 @@
-#include <gmock/gmock.h>
-
-#include "built.h"
 #include "support/process.h"
 
 using testing::HasSubstr;
-
-namespace {
 
 TEST(StartTest, PrintsEveryStepAndEndsAfterTheReply) {
   const int port = FindFreePort();
@@ -73,5 +68,3 @@ TEST(StartTest, DetachesAndLocksThePidFile) {
   EXPECT_TRUE(first.WaitForPort(false));
   EXPECT_TRUE(Await([&] { return !fs::exists(pid); }));
 }
-
-}  // namespace
