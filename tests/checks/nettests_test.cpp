@@ -34,7 +34,7 @@ TEST(NetTests, AnswerForEveryOutcomeOverUdp) {
   ExpectMatches(ProcessTest_UDP,
                 {{"200\n[0-9]+\nxxx\n", At(many) + "5000,1,data,3"},
                  {"200\n[0-9]+\nx{8192}\n", At(many) + "5000,1,data,9000"},
-                 {"200\n[0-9]+\n\n", At(mute) + "5000,1,data ,0"},
+                 {"200\n[0-9]+\n\n", At(mute) + "5000,2,data ,0"},
                  {"200\n[0-9]{1,3}\nx\n", At(second) + "500,9,data,1"},
                  {timeout, At(slow) + "1999,1,data,1|" + At(twice) + "-5000,2,ab%0A,1"},
                  {unresolved, noName + ",1,0,3,data,1"},

@@ -1,7 +1,6 @@
 #include "client/judge.h"
 
 #include <gmock/gmock.h>
-#include <math.h>
 
 #include "client/format.h"
 #include "client/json.h"
