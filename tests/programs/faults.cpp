@@ -2,8 +2,7 @@
 //   FAULT_<CALL>='F L E'   the Fth to the Lth of these calls fail with errno E; for 0 they end in a
 //                          segmentation fault. FAULT_CIPHER: they give something else; counted
 //                          from the block that the agent checks at its start.
-//   FAULT_SEND_MS=N        delay every send
-//   FAULT_AGE_SEC=N        the process was started N seconds earlier
+//   FAULT_SEND_MS=N, FAULT_AGE_SEC=N   every send is delayed, the process was started earlier
 // A pause of a second takes 10 ms.
 
 #include <dlfcn.h>

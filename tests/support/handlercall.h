@@ -32,8 +32,7 @@ inline std::string CallHandler(THandler handler, const TParams& params) {
   return ToStd(reply);
 }
 
-/// Turns every flag of the shared settings on (1) or off (0) while it lives, `but` the other way;
-/// restores the settings at the end.
+/// Turns every flag of the settings on (1) or off (0) while it lives, `but` the other way.
 struct TEnabledTests : TScope {
   explicit TEnabledTests(int enabled = 1, int TQovSettings::*but = nullptr) {
     ChangeSettings([=](TQovSettings& settings) {

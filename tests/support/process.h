@@ -64,7 +64,6 @@ class TAgentProcess : TScope {
     });
   }
   ~TAgentProcess() {
-    // Those that it became, too: a detached process, or the one that an upgrade started.
     Await([this] {
       const std::vector<pid_t> left = Running();
       for (const pid_t pid : left) kill(pid, SIGKILL);
@@ -162,6 +161,5 @@ inline long Count(const std::string& folder) {
   return std::distance(fs::directory_iterator(folder), {});
 }
 
-/// How often a test repeats what it does: `brief` in every run, `full` in the long ones that
-/// tools/stress.sh starts.
+/// How often a test repeats what it does; `full` in the runs of tools/stress.sh.
 inline int Repeats(int brief, int full) { return getenv("QOV_STRESS") == nullptr ? brief : full; }

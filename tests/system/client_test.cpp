@@ -37,7 +37,7 @@ struct ClientTest : testing::Test {
       "; W=\"--password-file $F/wrong\" A=\"$Q --config $CFG\" C=\"$P --config $CFG\"; ";
 };
 
-TEST_F(ClientTest, EverySubcommandGetsItsAnswer) {
+TEST_F(ClientTest, EverySubcommandHasItsAnswerAndPage) {
   files.File("data/one", "the cat sat\n");
   files.File("data/two", "the cat sat\n");
   files.File("s.sh", "echo ScriptRes:Ok $1\n");
@@ -105,8 +105,18 @@ TEST_F(ClientTest, EverySubcommandGetsItsAnswer) {
   Expect({{"$A quit", 0, "outcome  Ok\n"}});
   EXPECT_NE(-1, agent.Wait());  // the script that swapped the programs
 
+  const std::string root = QOV_SOURCE_DIR "/", pages = ReadFile(root + "docs/commands.md");
+  const std::string definitions = ReadFile(root + "packaging/examples/icinga2-qov.conf") +
+                                  ReadFile(root + "packaging/examples/nagios-qov.cfg");
   std::set<std::string> missing;
-  for (const TCommand& row : Commands()) missing.insert(row.name);
+  for (const TCommand& row : Commands()) {
+    const std::string name = *missing.insert(row.name).first;
+    EXPECT_THAT(pages, HasSubstr("qovctl " + name));
+    EXPECT_THAT(pages, HasSubstr('`' + std::string(row.agent) + '`')) << name;
+    if (!row.IsCheck()) continue;
+    EXPECT_THAT(definitions, HasSubstr("\"qov-" + name + "\" {"));
+    EXPECT_THAT(definitions, HasSubstr(" " + name + " "));
+  }
   for (const auto& [line, status, text] : cases)
     missing.erase(line.substr(3, line.find(' ', 3) - 3));
   EXPECT_THAT(missing, testing::ElementsAre("quit")) << "commands without a case";
@@ -167,19 +177,4 @@ TEST_F(ClientTest, RefusalsAndPluginLinesAreTold) {
       {check, 0, "TEXT-LOG2 OK: 0 matches"},
       {"$C text-log" + watch + "x", 3, "belongs to another watch"},
   });
-}
-
-TEST(PagesTest, NameEveryCommand) {
-  const std::string root = QOV_SOURCE_DIR "/";
-  const std::string pages = ReadFile(root + "docs/commands.md");
-  const std::string definitions = ReadFile(root + "packaging/examples/icinga2-qov.conf") +
-                                  ReadFile(root + "packaging/examples/nagios-qov.cfg");
-  for (const TCommand& row : Commands()) {
-    const std::string name = row.name;
-    EXPECT_THAT(pages, HasSubstr("qovctl " + name));
-    EXPECT_THAT(pages, HasSubstr('`' + std::string(row.agent) + '`')) << name;
-    if (!row.IsCheck()) continue;
-    EXPECT_THAT(definitions, HasSubstr("\"qov-" + name + "\" {"));
-    EXPECT_THAT(definitions, HasSubstr(" " + name + " "));
-  }
 }

@@ -12,14 +12,12 @@ TEST(SessionTest, CountsItsConnectionsAndKeepsOnlySoManyRefused) {
   EXPECT_TRUE(agent.WaitFor("Cannot start session thread, connection closed\n", 20));
   TRawPeer stranger(agent.port, "127.0.0.2");
   ASSERT_TRUE(stranger.Open());
-  EXPECT_EQ("", stranger.Receive());
-  EXPECT_FALSE(stranger.Open());
+  EXPECT_TRUE(stranger.Receive().empty() && !stranger.Open());
   const TReply info = agent.Ask("GetInfo");
   EXPECT_EQ("200", info.code) << "the refused connection is to be given up";
   EXPECT_EQ("11", Named(info, "OpenedConnections"));
   EXPECT_EQ("1", Named(info, "FailedConnections"));
   EXPECT_TRUE(Await([&] { return Count(agent.Proc("fd")) == descriptors; }));
-  EXPECT_TRUE(agent.WaitForSessions(1));
   EXPECT_TRUE(agent.Holds("]\t 127.0.0.2\t TCP connection rejected\n", 1, "log2.txt"));
   EXPECT_TRUE(agent.Holds("]\t 127.0.0.1\t TCP connection accepted\n", 31, "log1.txt"));
 
@@ -28,8 +26,7 @@ TEST(SessionTest, CountsItsConnectionsAndKeepsOnlySoManyRefused) {
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
   const long most = std::min<long>(2048, limit.rlim_max / 2);
-  EXPECT_LT(most, Count(agent.Proc("fd")));
-  EXPECT_GT(most + 50, Count(agent.Proc("fd")));
+  EXPECT_GT(25, std::abs(Count(agent.Proc("fd")) - most - 25));
   // What waits for a descriptor of its own does so beyond the thousandth too.
   const TLoopbackPeer service(TLoopbackPeer::kTcp, {.text = "hello", .after = 2});
   const std::string port = std::to_string(service.Port());
@@ -59,9 +56,7 @@ TEST(SessionTest, AssemblesARequestAndClosesWithoutAReplyOnAnythingElse) {
   EXPECT_TRUE(agent.Holds("]\t 127.0.0.1\t EndOfTransmission signal missed\n"));
   for (const std::string& bytes : {Packet("GetInfo") + "x", std::string(14, '\0')}) {
     TRawPeer other(agent.port);
-    ASSERT_TRUE(other.Send(bytes));
-    EXPECT_EQ("", other.Receive());
-    EXPECT_FALSE(other.Open());
+    EXPECT_TRUE(other.Send(bytes) && other.Receive().empty() && !other.Open());
   }
   EXPECT_TRUE(agent.WaitFor("]\t 127.0.0.1\t <-- Invalid VX request received\n", 2));
   EXPECT_TRUE(agent.WaitForSessions(1));
@@ -83,8 +78,7 @@ TEST(SessionTest, DropsSilentPeersByTheTimeout) {
   EXPECT_FALSE(renewed.Open() || dropped.Open());
   // On a machine that is busy the first chunk's time may have been over before the second came.
   EXPECT_LE(2000, NowMs() - (second - first < 2000 ? second : first));
-  kept.Receive(1);
-  EXPECT_TRUE(kept.Open());
+  EXPECT_TRUE(kept.Receive(1).empty() && kept.Open());
   ASSERT_TRUE(cut.Send("x"));  // taken for the program's
   EXPECT_TRUE(below.WaitFor("x", 1, "tmp/qov__.upd"));
   cut = TRawPeer(0);
@@ -104,7 +98,6 @@ TEST(SessionTest, AnswersTwoHundredAtOnceWhileOthersWait) {
   const long before = pages();
   for (int i = 0; i < 200; ++i) EXPECT_EQ("200", agent.Ask("GetInfo").code);
   EXPECT_GT(100 * 2048, pages() - before);
-  peers.erase(peers.begin() + 4, peers.end());
   for (int i = 0; i < 200; ++i) peers.emplace_back(agent.port);
   for (int i = 4; i < 204; ++i) ASSERT_TRUE(peers[i].Ask("GetInfo"));
   for (int i = 4; i < 204; ++i) EXPECT_EQ("200", peers[i].Reply().code);
@@ -143,15 +136,14 @@ TEST(ChildrenTest, HelpersCountAndListProcesses) {
   const std::string longer = name + "-longer than fifteen bytes";
   const TProcess sleepers[] = {sleeper(program, program), sleeper("other", program),
                                sleeper("/x/" + name, "/bin/sleep"), sleeper("/" + longer, program)};
-  const auto count = [&](const std::string& wanted) {
-    const TReply reply = agent.Ask("TEST-Process", {"", wanted});
-    return reply.code + " " + (reply.values.empty() ? "" : reply.values[0]);
+  const auto count = [&](const std::string& of) {
+    return agent.Ask("TEST-Process", {"", of}).text;
   };
-  EXPECT_TRUE(Await([&] { return count(name) == "200 4"; })) << count(name);
-  EXPECT_EQ("200 1", count(longer));
-  EXPECT_EQ("200 0", count("'q?'" + name.substr(2))) << "no pattern";
-  EXPECT_EQ("200 0", count("proccount"));
-  EXPECT_EQ("301 Script error", count("' '; exit"));
+  EXPECT_TRUE(Await([&] { return count(name) == "200\n4\n\r"; })) << count(name);
+  EXPECT_EQ("200\n1\n\r", count(longer));
+  EXPECT_EQ("200\n0\n\r", count("'q?'" + name.substr(2))) << "no pattern";
+  EXPECT_EQ("200\n0\n\r", count("proccount"));
+  EXPECT_EQ("301\nScript error\n\r", count("' '; exit"));
   EXPECT_THAT(agent.Ask("GetProcessesList").text,
               testing::HasSubstr("%0D%0A" + name + "%0D%0A" + name + "%0D%0A"));
 }

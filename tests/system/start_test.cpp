@@ -1,7 +1,5 @@
 #include "support/process.h"
 
-using testing::HasSubstr;
-
 TEST(StartTest, PrintsEveryStepAndEndsAfterTheReply) {
   const int port = FindFreePort();
   // A reply takes longer than the main loop's slice.
@@ -20,11 +18,12 @@ TEST(StartTest, PrintsEveryStepAndEndsAfterTheReply) {
   EXPECT_EQ(0, agent.Wait());
   EXPECT_THAT(
       agent.ReadFile("console"),
-      HasSubstr(rule + "Command line checking .. Ok\n"
-                       "Settings checking .. Warning: FilterMarks has less items than FilterList\n"
-                       "CPU testing .. Ok\nstat.size: 8\nsrec.size: 8\nint64 = double\n"
-                       "Basic encyption checking .. Ok\nQOV encyption checking .. Ok\n"
-                       "Sock testing .. Ok\n[qov]["));
+      testing::HasSubstr(
+          rule + "Command line checking .. Ok\n"
+                 "Settings checking .. Warning: FilterMarks has less items than FilterList\n"
+                 "CPU testing .. Ok\nstat.size: 8\nsrec.size: 8\nint64 = double\n"
+                 "Basic encyption checking .. Ok\nQOV encyption checking .. Ok\n"
+                 "Sock testing .. Ok\n[qov]["));
 }
 
 TEST(StartTest, EndsWithTheStatusAndTextOfTheFault) {
