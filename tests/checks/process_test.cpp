@@ -88,7 +88,7 @@ TEST_F(ProcTest, TellsExitCodesAndFailures) {
        {"301\nexec error: No such file or directory", "nosuchprogram|/no/such/program,,,-2|\"\""},
        {denied, plain},
        {"301\nabnormal termination", "/bin/sh -c 'kill -9 $$'|sleep 60,,,1500|sleep 60,,,-2"},
-       {"200\n0\n", "sleep 1.05,,,1000|sleep 1.5,,,-1"},
+       {"200\n0\n", "sleep 1.05,,,1000|sleep 1.5,,,-1|sleep 1.5"},
        {"301\nexec error", "/no/such/program,,,-1"},
        {"200\n3\n", "/bin/sh -c 'exit 3',,,-1"},
        {"501\nWrong parameter", ",,,1s"},
