@@ -146,7 +146,7 @@ TEST(UpgradeTest, GivesItsClaimBackWhenTheScriptCannotStart) {
   TRawPeer later(agent.port);
   TProcess client(Upgrade(agent));
   const std::string script = agent.folder.Path("tmp/qovupd__.sh");
-  ASSERT_TRUE(Await([&] { return fs::exists(script); }));
+  ASSERT_TRUE(Await([&] { return access(script.c_str(), X_OK) == 0; }));  // it is complete
   fs::remove(script);
   EXPECT_EQ(0, client.Wait());
   EXPECT_TRUE(agent.WaitFor("Upgrade request received. Executing..\n"));
