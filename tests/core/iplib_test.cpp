@@ -26,7 +26,8 @@ TEST(ListenTest, ListensOnceAPort) {
     left = TFd(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
   }
   EXPECT_EQ(-12, TCPConnect(kHost, port, 0, err) + TCPConnect(kHost, port, 1500, err));
-  EXPECT_LT(0, TFd(TcpListen(kHost, port, nullptr, err)).Get()) << "beside what it accepted";
+  const TFd all(TcpListen(nullptr, port, nullptr, err));
+  EXPECT_EQ(kIpOk, TCPConnect("127.0.0.2", port, 0, err)) << "beside what was accepted";
   EXPECT_EQ(0, TcpListen("::1", port, nullptr, err)) << "addresses of IPv4 only";
 }
 
@@ -42,6 +43,7 @@ TEST(ExchangeTest, TellsOutcomesApart) {
         {tcp, "localhost", answers.Port(), 5000, 4, 3, 3, "ans", ""},
         {udp, kHost, echo.Port(), 5, 4, 99, 4, "echo", ""},
         {udp, "localhost", echo.Port(), 5, 1, 0, 1, "", ""},
+        {tcp, "127.255.255.255", 9, 500, 0, 0, -6, "", ""},
         {udp, kHost, 0, 5, 4, 99, -4, "", ""}}) {
     char sent[] = "data", buf[100] = {};
     String err("old");
@@ -55,6 +57,8 @@ TEST(SyncSocketTest, ReadsWhatComesInTime) {
   TSyncSocket socket(TSyncSocket::kTcp);
   String out, all;
   EXPECT_EQ(kIpNotSent, socket.SendString("data", 0));
+  unsigned ip = 0;
+  EXPECT_EQ(kIpUnresolved, GetHostIP(std::string(64, 'x').c_str(), &ip, out));
   ASSERT_EQ(kIpOk, socket.Connect(kHost, peer.Port(), 5000));
   for (const int timeoutMs : {20, 5000, 5000, -1}) {
     all += std::to_string(socket.ReadString(out, timeoutMs)).c_str();

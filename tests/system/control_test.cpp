@@ -1,10 +1,16 @@
 #include <fcntl.h>
+#include <sys/resource.h>
 
 #include "support/process.h"
 
 TEST(ControlTest, RestartsAsItWasStarted) {
   const sighandler_t former = signal(SIGINT, SIG_IGN);
-  const TAgentProcess agent;
+  rlimit files;
+  getrlimit(RLIMIT_NOFILE, &files);
+  const rlimit half{files.rlim_cur / 2, files.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &half);
+  TAgentProcess agent;
+  setrlimit(RLIMIT_NOFILE, &files);
   signal(SIGINT, former);
   fs::copy_file(QOV_AGENT, agent.program, fs::copy_options::overwrite_existing);
   const auto start = [&] {
@@ -13,6 +19,8 @@ TEST(ControlTest, RestartsAsItWasStarted) {
   const std::string first = start();
   for (int image = 1; image <= 3; ++image) {
     EXPECT_EQ(first, start());
+    prlimit(agent.Pid(), RLIMIT_NOFILE, nullptr, &files);
+    EXPECT_EQ(files.rlim_max, files.rlim_cur);
     const std::string status = ReadFile(agent.Proc("status"));
     const auto ignored = strtoull(&status[status.find("SigIgn:") + 7], nullptr, 16);
     for (const int signal : {SIGINT, SIGPIPE, SIGXFSZ, SIGTERM})
@@ -25,6 +33,8 @@ TEST(ControlTest, RestartsAsItWasStarted) {
     writer.Reset();
     ASSERT_TRUE(agent.WaitFor("Listening...\n", image + 1));
   }
+  EXPECT_TRUE(agent.Signal(SIGTERM));
+  EXPECT_EQ(0, agent.Wait());
 }
 
 TEST(ControlTest, LivesOnWhenTheNewImageCannotStart) {
