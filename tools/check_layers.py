@@ -67,10 +67,10 @@ def main() -> int:
             bad = 1
             continue
         for number, line in enumerate(path.read_text().splitlines(), 1):
-            match = re.match(r'\s*#\s*include\s*"([^"]+)\.h"', line)
-            if not match:
+            match = re.match(r'\s*#\s*include\s*["<]([^">]+)[">]', line)
+            if not match or not (match[0].endswith('"') or (root / match[1]).exists()):
                 continue
-            target = match[1]
+            target = str(pathlib.PurePath(match[1]).with_suffix(""))
             if target == unit:
                 continue
             uses.setdefault(unit, set()).add(target)

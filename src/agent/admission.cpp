@@ -49,7 +49,7 @@ bool TAdmission::DropRefused() {
 void TAdmission::Refuse(TFd socket, in_addr peer) {
   ++AgentStatus.FailedConnections;
   showmessage("TCP connection rejected\n", peer, msgFail, 0);
-  shutdown(socket.Get(), SHUT_RDWR);  // Deliberate: not closed.
+  shutdown(socket.Get(), SHUT_RDWR);  // Deliberate: not closed, so that no reset follows.
   refused_.push_back(std::move(socket));
   rlimit limit = {};
   getrlimit(RLIMIT_NOFILE, &limit);

@@ -59,7 +59,7 @@ void ParseCommandLine(int argc, char** argv) {
   if (accept("-v")) QovSettings.verbose = 1;
   if (accept("-vd")) QovSettings.verbose = QovSettings.debug = 1;
   if (accept("-p")) {
-    // Deliberate: a negative number passes and is kept as the port.
+    // Deliberate: a negative number passes and is kept as the port, which then cannot be opened.
     const int port = qovDecodeInt(current());
     if (port == 0 || port > 65535) showhelp("Error\nInvalid port number");
     QovSettings.port = port;

@@ -6,5 +6,6 @@ void PrintBanner();
 [[noreturn]] void showhelp(const char* error);
 /// Reads the switches into QovSettings, in the fixed order -i|-d, -v, -vd, -p, file. A fault ends
 /// the process through showhelp. Called once, before any thread starts.
-/// Deliberate: a switch out of order is taken as the configuration file's path.
+/// Deliberate: a switch out of order is taken as the configuration file's path; start scripts rely
+/// on the order.
 void ParseCommandLine(int argc, char** argv);

@@ -13,7 +13,7 @@ void OpenMissingStreams();
 int daemon_init();
 
 /// Creates the pid file and locks it whole for as long as it stays open.
-/// Deliberate: it is truncated before the lock is tried.
+/// Deliberate: it is truncated before the lock is tried, as opening does both.
 /// @return the open file; null (reported, not fatal) when it cannot be created or locked
 FILE* createpidfile();
 /// Closes the file and removes the one that the `pidfile` setting names; null does nothing.

@@ -68,7 +68,7 @@ void StartUpgrade(const TCall& call) {
   upgrade.expectedSize = size == size ? static_cast<int64_t>(std::clamp(size, -9e18, 9e18)) : 0;
   upgrade.sized = 1;
   if (upgrade.expectedSize < kMinUpgradeBytes || upgrade.expectedSize > kMaxUpgradeBytes) {
-    // Deliberate: the claim is kept and the session stays in data mode.
+    // Deliberate: the claim is kept and the session stays in data mode, as servers know it.
     call.reply.SetResult(kResultWrongParameter) += "Wrong file parameter(s)";
     return;
   }

@@ -42,10 +42,6 @@ bool CheckSettings() {
   return true;
 }
 
-const unsigned char* Bytes(const char* text) {
-  return reinterpret_cast<const unsigned char*>(text);
-}
-
 /// Runs the cipher's self test, which ends the process with status 3 on a fault, then takes one
 /// block there and back.
 bool CheckCipher() {

@@ -14,6 +14,7 @@
 #include "agent/flags.h"
 #include "agent/upgrade.h"
 #include "agent/wake.h"
+#include "checks/process/child.h"
 #include "config/settings.h"
 #include "config/status.h"
 #include "core/message.h"
@@ -22,16 +23,12 @@
 
 namespace {
 
-constexpr timespec kPoll{0, 500'000};  // 500 microseconds
+constexpr timespec kPoll{0, 500'000};
 
 /// The connection of this thread's session, -1 without one.
 thread_local int openSocket = -1;
 
-time_t MonotonicSec() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec;
-}
+int64_t MonotonicSec() { return MonotonicMs() / 1000; }
 
 /// One connection from its first byte to its close.
 class TSession {
@@ -62,8 +59,8 @@ class TSession {
   VxRequest request_;
   QovReply reply_;
   TQovFlags raised_;  // what the request raises; takes effect once the connection is closed
-  time_t lastChunk_ = MonotonicSec();
-  time_t lastLook_ = lastChunk_;  // at the idle limit
+  int64_t lastChunk_ = MonotonicSec();
+  int64_t lastLook_ = lastChunk_;  // at the idle limit
   bool wholePacket_ = false;
 };
 
@@ -80,7 +77,8 @@ TSession::~TSession() {
   if (raised_.terminate != 0 || raised_.reload != 0 || QovFlags.upgrade != 0) WakeMainLoop();
 }
 
-/// Deliberate: the short wait makes the loop poll rapidly.
+/// Deliberate: the short wait makes the loop poll rapidly, which is what bounds how late a limit or
+/// an end is noticed.
 void TSession::Run() {
   for (;;) {
     pollfd wait = {params_.socket, POLLIN, 0};
@@ -103,7 +101,7 @@ bool TSession::Receive() {
 /// The limit holds until a whole packet has been seen, not for an upgrade. Looks at the settings,
 /// which costs a lock, once a second.
 bool TSession::IsIdleTooLong() {
-  const time_t now = MonotonicSec();
+  const int64_t now = MonotonicSec();
   if (wholePacket_ || now == lastLook_) return false;
   lastLook_ = now;
   const int timeoutMs = CurrentSettings()->timeout;
@@ -148,7 +146,7 @@ void TSession::ServeRequest() {
   SendReply();
 }
 
-/// Deliberate: how much was sent is not looked at.
+/// Deliberate: how much was sent is not looked at, as the session ends either way.
 void TSession::SendReply() {
   reply_.FinalizePacket();
   send(params_.socket, reply_.Data(), static_cast<size_t>(reply_.Length()), MSG_NOSIGNAL);

@@ -17,8 +17,8 @@ void InstallReloadSignal();
 void InstallSignals();
 /// The signal mask the process was started with, in force during the main loop's wait.
 const sigset_t& OriginalSignalMask();
-/// Prepares for a new process image: it gets the original mask, and SIGHUP ignored where the agent
-/// answers it. Main thread.
+/// Prepares for a new process image: it gets the original mask and, of the signals that the agent
+/// answers, SIGHUP ignored, SIGTERM and SIGINT with their default action. Main thread.
 void ReleaseSignals();
 /// Takes ReleaseSignals back, when there is no new image.
 void HoldSignals();

@@ -23,7 +23,8 @@ struct UpgradeRec {
   String script;
 
   /// Takes the process-wide claim; false when another session holds it.
-  /// Deliberate: a session that ends while receiving keeps the claim until the agent restarts.
+  /// Deliberate: a session that ends while receiving keeps the claim until the agent restarts, so
+  /// that no other one writes into its files.
   bool RequestUpgrade(const String& key);
   /// Gives the claim back and leaves data mode.
   void ClearanceUpgrade();

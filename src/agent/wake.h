@@ -7,4 +7,5 @@ int WakeDescriptor();
 /// Ends the main loop's present wait at once, or its next one. Any thread, also from a handler;
 /// errno stays as it was.
 void WakeMainLoop();
+/// Makes the descriptor unreadable again. Main thread.
 void ClearWake();

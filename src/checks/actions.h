@@ -17,7 +17,7 @@ void ProcessAct_ExternalCmd(const VxRequest& params, QovReply& reply);
 void ProcessAct_TCPSend(const VxRequest& params, QovReply& reply);
 
 /// "ACT-Syslog": 1 receiver, 2 port, 3 facility, 4 severity 0 to 7, 5 message.
-/// Deliberate: a datagram that could not be sent is answered "200" too.
+/// Deliberate: a datagram that could not be sent is answered "200" too, as one that is lost is.
 void ProcessAct_Syslog(const VxRequest& params, QovReply& reply);
 
 /// 0 (most severe) to 7, as in the syslog protocol.

@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 
+#include "client/target.h"
 #include "config/settingslines.h"
 #include "config/settingsrecord.h"
 #include "core/iplib.h"
@@ -48,15 +49,13 @@ constexpr THelper kHelpers[] = {
     {"cpuusagescript", &TQovSettings::cpuusagescript, &TQovSettings::cpuusage},
 };
 
-std::string Std(const String& s) { return std::string(s.CStr(), static_cast<size_t>(s.Length())); }
-
 /// The items of a text whose lines end in CR LF, empty ones left out.
 std::vector<std::string> Items(const String& text) {
   std::vector<std::string> items;
   const int count = static_cast<int>(std::count(text.CStr(), text.CStr() + text.Length(), '\n'));
   for (int i = 1; i <= count + 1; ++i) {
     const String item = text.GetWord(i, '\n').Trim();
-    if (!item.Empty()) items.push_back(Std(item));
+    if (!item.Empty()) items.push_back(StdString(item));
   }
   return items;
 }
@@ -83,7 +82,7 @@ class TConfigCheck {
     String err;
     record_.LoadOptions_(err);
     if (!ReadSettingsFile(record_.configfile, text_, facts_)) {
-      Add(0, true, Std(err));
+      Add(0, true, StdString(err));
       return findings_;
     }
     CheckLines();
@@ -129,7 +128,7 @@ class TConfigCheck {
   }
 
   void CheckKey(const TSettingsLine& line, bool piece) {
-    const std::string name = Std(line.key);
+    const std::string name = StdString(line.key);
     const TSettingKey* key = FindSettingKey(line.key);
     if (key == nullptr) {
       if (!piece) Warn(line.number, "unknown key '" + name + "'");
@@ -193,8 +192,8 @@ class TConfigCheck {
 
   void CheckTempFolder() {
     const auto given = given_.find("tmpdir");
-    const std::string wanted = given == given_.end() ? "" : Std(given->second.value);
-    const std::string used = ": '" + Std(record_.tmpdir) + "' is used";
+    const std::string wanted = given == given_.end() ? "" : StdString(given->second.value);
+    const std::string used = ": '" + StdString(record_.tmpdir) + "' is used";
     struct stat facts;
     if (wanted.empty()) {
       Warn("tmpdir", "no temporary folder is set" + used);
@@ -209,7 +208,7 @@ class TConfigCheck {
     for (const THelper& helper : kHelpers) {
       if (record_.*helper.enable == 0) continue;
       const String& script = record_.*helper.script;
-      const std::string name = std::string(helper.key) + " '" + Std(script) + "'";
+      const std::string name = std::string(helper.key) + " '" + StdString(script) + "'";
       if (LineOf(helper.key) == 0) {
         Warn(0, std::string(helper.key) + " is not set");
       } else if (!FileExists(script.CStr())) {

@@ -11,10 +11,6 @@
 
 using TJson = nlohmann::ordered_json;
 
-static std::string Text(const String& text) {
-  return std::string(text.CStr(), static_cast<size_t>(text.Length()));
-}
-
 static std::string Counted(int count, const char* noun) {
   return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
 }
@@ -22,7 +18,7 @@ static std::string Counted(int count, const char* noun) {
 static void PrintFinding(const std::string& path, const TConfigFinding& finding) {
   std::string place = path + ':';
   if (finding.line > 0) place += std::to_string(finding.line) + ':';
-  Print(place + (finding.error ? " error: " : " warning: ") + Text(finding.text) + '\n');
+  Print(place + (finding.error ? " error: " : " warning: ") + StdString(finding.text) + '\n');
 }
 
 static int CheckConfigFile(const TControlRun& run, const std::string& path, bool strict) {
@@ -32,7 +28,7 @@ static int CheckConfigFile(const TControlRun& run, const std::string& path, bool
     ++(finding.error ? errors : warnings);
     if (run.json) {
       list.push_back(
-          {{"line", finding.line}, {"error", finding.error}, {"text", Text(finding.text)}});
+          {{"line", finding.line}, {"error", finding.error}, {"text", StdString(finding.text)}});
     } else {
       PrintFinding(path, finding);
     }
@@ -62,7 +58,7 @@ void AddCheckConfig(CLI::App& app, TControlRun& run) {
 /// A setting as its file line would have it; flags as 0 or 1, the password masked.
 static std::string SettingValue(const TQovSettings& settings, const TSettingKey& key) {
   if (key.field.number != nullptr) return std::to_string(settings.*key.field.number);
-  std::string value = Text(settings.*key.field.text);
+  std::string value = StdString(settings.*key.field.text);
   if (strcmp(key.name, "password") == 0) return value.empty() ? "" : "********";
   if (key.form != formLines) return value;
   std::string items;
@@ -76,11 +72,8 @@ static std::string SettingValue(const TQovSettings& settings, const TSettingKey&
 static int ShowConfig(const TControlRun& run, const std::string& path) {
   TQovSettings settings;
   if (path.empty()) throw TUsageFailure("no file given: show-config FILE");
-  if (path.size() >= sizeof settings.configfile) throw TUsageFailure(path + ": name too long");
-  if (access(path.c_str(), R_OK) != 0) throw TUsageFailure(path + ": " + strerror(errno));
-  memcpy(settings.configfile, path.c_str(), path.size() + 1);
   String error;
-  const bool usable = settings.LoadOptions_(error) == 1;
+  const bool usable = LoadAgentFile(path, settings, error);
   TJson json = TJson::object();
   for (const TSettingKey& key : kSettingKeys) {
     const std::string value = SettingValue(settings, key);
@@ -91,7 +84,7 @@ static int ShowConfig(const TControlRun& run, const std::string& path) {
     }
   }
   if (run.json) Print(json.dump(2, ' ', false, TJson::error_handler_t::replace) + '\n');
-  if (!error.Trim().Empty()) Warn(path + ": " + Text(error.ReplaceAll("\n", ";", 1)));
+  if (!error.Trim().Empty()) Warn(path + ": " + StdString(error.ReplaceAll("\n", ";", 1)));
   return usable ? kExitDone : kExitFailed;
 }
 

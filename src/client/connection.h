@@ -49,7 +49,6 @@ class TConnection {
   void Close() { socket_.Reset(); }
   /// The socket, for polling; -1 when not connected. The connection stays its owner.
   int Descriptor() const { return socket_.Get(); }
-  bool IsOpen() const { return static_cast<bool>(socket_); }
 
  private:
   TExchange ConnectTo(const sockaddr* address, socklen_t size, TDeadline deadline);

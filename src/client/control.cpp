@@ -10,19 +10,6 @@
 #include "client/tools.h"
 #include "config/status.h"
 
-void Print(const std::string& text) { fwrite(text.data(), 1, text.size(), stdout); }
-
-void Warn(const std::string& text) {
-  if (!text.empty()) fprintf(stderr, "qovctl: warning: %s\n", text.c_str());
-}
-
-TTarget TControlRun::Target() const {
-  std::string warning;
-  TTarget target = ResolveTarget(options, warning);
-  Warn(warning);
-  return target;
-}
-
 static int AskRow(const TControlRun& run, const TCommand& row, const TGiven& given) {
   const TTarget target = run.Target();
   const TAnswer answer = run.stateFile.empty() ? Ask(target, row.agent, BuildParams(row, given))
@@ -30,16 +17,6 @@ static int AskRow(const TControlRun& run, const TCommand& row, const TGiven& giv
   Print(run.json ? JsonAnswer(row, answer, run.showPassword)
                  : FormatAnswer(row, answer, run.showPassword));
   return CodeExitStatus(answer.code);
-}
-
-std::string TakeCommand(std::vector<std::string>& words) {
-  if (words.empty()) throw TUsageFailure("no command given, see qovctl --help");
-  const std::string command = words.front();
-  if (command.starts_with('-')) {
-    throw TUsageFailure(command + ": options of qovctl stand before the command here");
-  }
-  words.erase(words.begin());
-  return command;
 }
 
 static int AskRaw(const TControlRun& run, std::vector<std::string> words) {

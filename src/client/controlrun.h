@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <string>
+#include <vector>
 
 #include "client/target.h"
 
@@ -16,3 +18,11 @@ struct TControlRun {
   /// The agent to ask; a warning goes to standard error. Throws TUsageFailure.
   TTarget Target() const;
 };
+
+/// Writes to standard output as it stands.
+void Print(const std::string& text);
+/// A line for the administrator on standard error; nothing for an empty text.
+void Warn(const std::string& text);
+/// Takes the agent's command off the front of the words behind "raw" or "packet build"; what is
+/// left are its parameters. Throws TUsageFailure when there is none.
+std::string TakeCommand(std::vector<std::string>& words);

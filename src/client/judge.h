@@ -30,6 +30,7 @@ struct TLogOutcome {
   bool more = false;  ///< matching lines are left for the next run
   std::string lastLine = {};
 };
+/// State, text and measures for a watch.
 TJudgement JudgeLog(const TLogOutcome& outcome, const TJudgeOptions& options);
 
 /// The state that a result code stands for; "200" is OK before thresholds.

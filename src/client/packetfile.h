@@ -4,6 +4,7 @@
 
 /// Packets as text for bug reports: hexadecimal, 16 bytes a line, remarks behind '#'.
 
+/// Hexadecimal lines of the bytes, each ended by a line feed.
 std::string HexText(const std::string& bytes);
 /// The bytes of a packet file: hexadecimal text, or else the packet itself.
 std::string ReadPacketText(const std::string& content);

@@ -8,9 +8,10 @@
 
 #include <fstream>
 
+#include "client/failure.h"
 #include "client/values.h"
-#include "client/vxwire.h"
 #include "core/owned.h"
+#include "fs/files.h"
 
 static constexpr char kFirstLine[] = "qov text-log state 1";
 
@@ -53,31 +54,17 @@ void LoadScanState(const std::string& path, const std::string& watch, TScanState
   state = read;
 }
 
-static void WriteWhole(int fd, const std::string& bytes, const std::string& path) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t count = write(fd, bytes.data() + done, bytes.size() - done);
-    if (count == -1 && errno == EINTR) continue;
-    if (count == -1) throw TUsageFailure("state file " + path + ": " + strerror(errno));
-    done += static_cast<size_t>(count);
-  }
-}
-
 void SaveScanState(const std::string& path, const std::string& watch, const TScanState& state) {
   std::string fresh = path + ".XXXXXX";
   const TFd fd(mkostemp(fresh.data(), O_CLOEXEC));  // mode 0600
   if (!fd) throw TUsageFailure("state file " + path + ": " + strerror(errno));
-  try {
-    WriteWhole(fd.Get(),
-               std::string(kFirstLine) + "\nwatch " + watch + "\nposition " + state.position +
-                   "\nsize " + state.size + "\ntime " + state.time + '\n',
-               path);
-    if (fsync(fd.Get()) != 0 || rename(fresh.c_str(), path.c_str()) != 0) {
-      throw TUsageFailure("state file " + path + ": " + strerror(errno));
-    }
-  } catch (...) {
+  const std::string bytes = std::string(kFirstLine) + "\nwatch " + watch + "\nposition " +
+                            state.position + "\nsize " + state.size + "\ntime " + state.time + '\n';
+  if (!WriteFully(fd.Get(), bytes.data(), bytes.size()) || fsync(fd.Get()) != 0 ||
+      rename(fresh.c_str(), path.c_str()) != 0) {
+    const std::string reason = strerror(errno);
     unlink(fresh.c_str());
-    throw;
+    throw TUsageFailure("state file " + path + ": " + reason);
   }
 }
 

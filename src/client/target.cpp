@@ -8,22 +8,21 @@
 #include <fstream>
 
 #include "client/failure.h"
-#include "config/settingsrecord.h"
 
-static std::string Bytes(const String& text) {
-  return std::string(text.CStr(), static_cast<size_t>(text.Length()));
+bool LoadAgentFile(const std::string& path, TQovSettings& settings, String& error) {
+  if (path.size() >= sizeof settings.configfile) throw TUsageFailure(path + ": name too long");
+  if (access(path.c_str(), R_OK) != 0) throw TUsageFailure(path + ": " + strerror(errno));
+  memcpy(settings.configfile, path.c_str(), path.size() + 1);
+  return settings.LoadOptions_(error) == 1;
 }
 
 static void ReadAgentFile(const std::string& path, TTarget& target) {
   TQovSettings settings;
-  if (path.size() >= sizeof settings.configfile) throw TUsageFailure(path + ": name too long");
-  if (access(path.c_str(), R_OK) != 0) throw TUsageFailure(path + ": " + strerror(errno));
-  memcpy(settings.configfile, path.c_str(), path.size() + 1);
   String ignored;  // what the agent would miss in it is check-config's business
-  settings.LoadOptions_(ignored);
-  if (target.host.empty()) target.host = Bytes(settings.host);
+  LoadAgentFile(path, settings, ignored);
+  if (target.host.empty()) target.host = StdString(settings.host);
   if (target.port == 0) target.port = settings.port;
-  target.password = Bytes(settings.password);
+  target.password = StdString(settings.password);
 }
 
 std::string ReadPasswordFile(const std::string& path, std::string& warning) {

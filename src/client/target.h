@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "config/settingsrecord.h"
+
 /// The agent to ask.
 struct TTarget {
   std::string host = {};
@@ -24,6 +26,14 @@ struct TTargetOptions {
 /// @param warning  out: a text for the administrator when a password file is open to others
 /// Throws TUsageFailure when a file cannot be read, or port or password stay unknown.
 TTarget ResolveTarget(const TTargetOptions& options, std::string& warning);
+
+/// Loads the agent's own file.
+/// @param error  out: what the agent would say about it
+/// @return whether the agent would start with it. Throws TUsageFailure when it cannot be read
+bool LoadAgentFile(const std::string& path, TQovSettings& settings, String& error);
+inline std::string StdString(const String& s) {
+  return std::string(s.CStr(), static_cast<size_t>(s.Length()));
+}
 
 /// The password alone, found in the same way.
 std::string ResolvePassword(const TTargetOptions& options, std::string& warning);

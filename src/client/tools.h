@@ -14,11 +14,3 @@ void AddPacket(CLI::App& app, TControlRun& run);
 void AddCheckConfig(CLI::App& app, TControlRun& run);
 void AddShowConfig(CLI::App& app, TControlRun& run);
 void AddCompletion(CLI::App& app, TControlRun& run);
-
-/// Writes to standard output as it stands.
-void Print(const std::string& text);
-/// A line for the administrator on standard error; nothing for an empty text.
-void Warn(const std::string& text);
-/// Takes the agent's command off the front of the words behind "raw" or "packet build"; what is
-/// left are its parameters. Throws TUsageFailure when there is none.
-std::string TakeCommand(std::vector<std::string>& words);

@@ -1,7 +1,6 @@
 #include "client/upgrade.h"
 
 #include <linux/sockios.h>
-#include <nettle/md5.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 
@@ -13,18 +12,9 @@
 
 using std::chrono::milliseconds;
 
-static std::string Digest(const std::string& bytes) {
-  std::string digest(MD5_DIGEST_SIZE, '\0');
-  md5_ctx hash;
-  md5_init(&hash);
-  md5_update(&hash, bytes.size(), reinterpret_cast<const uint8_t*>(bytes.data()));
-  md5_digest(&hash, digest.size(), reinterpret_cast<uint8_t*>(digest.data()));
-  return digest;
-}
-
 /// The digest, enciphered under the session key: a reply packet without its length field.
 static std::string Trailer(const std::string& key, const std::string& program) {
-  return BuildReply(key, Digest(program)).substr(4);
+  return BuildReply(key, Md5(program)).substr(4);
 }
 
 /// True when the agent has something to say: it ends a transfer early when it cannot write.

@@ -43,15 +43,7 @@ std::string Cipher(std::string_view data, std::string_view keyText, bool enciphe
   return result;
 }
 
-std::string Proof(std::string_view password) {
-  if (password.empty()) return "";
-  std::string digest(MD5_DIGEST_SIZE, '\0');
-  md5_ctx hash;
-  md5_init(&hash);
-  md5_update(&hash, password.size(), Bytes(password));
-  md5_digest(&hash, digest.size(), reinterpret_cast<uint8_t*>(digest.data()));
-  return digest;
-}
+std::string Proof(std::string_view password) { return password.empty() ? "" : Md5(password); }
 
 std::string LittleEndian(size_t value, int width) {
   std::string result;
@@ -109,6 +101,15 @@ std::string ReadLengths(std::string_view bytes, TRequest& out) {
 }
 
 }  // namespace
+
+std::string Md5(std::string_view bytes) {
+  std::string digest(MD5_DIGEST_SIZE, '\0');
+  md5_ctx hash;
+  md5_init(&hash);
+  md5_update(&hash, bytes.size(), Bytes(bytes));
+  md5_digest(&hash, digest.size(), reinterpret_cast<uint8_t*>(digest.data()));
+  return digest;
+}
 
 std::string BuildRequest(std::string_view password, std::string_view sessionKey,
                          std::string_view text) {

@@ -24,6 +24,8 @@ std::string BuildRequest(std::string_view password, std::string_view sessionKey,
 /// The packet of a reply; "" for an empty text.
 std::string BuildReply(std::string_view sessionKey, std::string_view text);
 
+/// The 16 bytes of an MD5 digest.
+std::string Md5(std::string_view bytes);
 /// A fresh session key: 32 hexadecimal digits of 128 random bits; "" when the kernel gives none.
 std::string MakeSessionKey();
 

@@ -9,8 +9,8 @@
 
 namespace {
 
-bool IsBlank(char c) { return c == ' ' || c == '\t'; }
-bool IsBlankOrEnd(char c) { return IsBlank(c) || c == '\r' || c == '\n'; }
+bool IsSpaceOrTab(char c) { return c == ' ' || c == '\t'; }
+bool IsSpaceOrEnd(char c) { return IsSpaceOrTab(c) || IsLineEnd(c); }
 
 void SplitLine(TSettingsLine& line) {
   const String& bytes = line.bytes;
@@ -19,13 +19,13 @@ void SplitLine(TSettingsLine& line) {
   if (!line.assigns) return;
   int first = 1;
   int last = equals - 1;
-  while (first <= last && IsBlank(bytes[first])) ++first;
-  while (last >= first && IsBlank(bytes[last])) --last;
+  while (first <= last && IsSpaceOrTab(bytes[first])) ++first;
+  while (last >= first && IsSpaceOrTab(bytes[last])) --last;
   line.key = bytes.Copy(first, last - first + 1).LowerCase();
   first = equals + 1;
   last = bytes.Length();
-  while (first <= last && IsBlank(bytes[first])) ++first;
-  while (last >= first && IsBlankOrEnd(bytes[last])) --last;
+  while (first <= last && IsSpaceOrTab(bytes[first])) ++first;
+  while (last >= first && IsSpaceOrEnd(bytes[last])) --last;
   line.valueAt = first;
   line.value = bytes.Copy(first, last - first + 1);
 }

@@ -1,6 +1,5 @@
 #include "config/settingsrecord.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
@@ -187,22 +186,13 @@ bool TakeOwnerAndMode(int fd, const struct stat& old) {
   return fchmod(fd, mode) == 0;
 }
 
-bool WriteAll(int fd, const String& text) {
-  for (int done = 0; done < text.Length();) {
-    const ssize_t put = write(fd, text.Data() + done, static_cast<size_t>(text.Length() - done));
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return false;
-    done += static_cast<int>(put);
-  }
-  return true;
-}
-
 /// Creates the file, never following a link, and sees it onto the disk. On failure there is none.
 bool CreateLike(const char* path, const struct stat& old, const String& text) {
   TFd file = CreateFresh(path);
   if (!file) return false;
-  const bool complete =
-      TakeOwnerAndMode(file.Get(), old) && WriteAll(file.Get(), text) && fsync(file.Get()) == 0;
+  const bool complete = TakeOwnerAndMode(file.Get(), old) &&
+                        WriteFully(file.Get(), text.CStr(), static_cast<size_t>(text.Length())) &&
+                        fsync(file.Get()) == 0;
   if (close(file.Release()) == 0 && complete) return true;
   unlink(path);
   return false;

@@ -91,6 +91,7 @@ class TSyncSocket {
   /// TCP: PerformConnect. UDP: fixes the peer of later sends; the time-out is not used and the
   /// host must be a dotted address.
   int Connect(const char* host, int port, int timeoutMs);
+  /// Closes the socket, if any, and forgets LastError.
   void Disconnect();
   /// Waits up to 5 ms for readability; a peer that has closed still counts as connected. Not called
   /// by the agent itself.

@@ -135,7 +135,7 @@ class TStrList {
 };
 
 /// ASCII case change in place, up to the terminator or over exactly n bytes; returns s. `strupper`
-/// is not called by the agent itself.
+/// and the forms without a count are not called by the agent itself.
 char* strupper(char* s, int n);
 char* strlower(char* s, int n);
 inline char* strupper(char* s) { return strupper(s, static_cast<int>(strlen(s))); }
@@ -144,4 +144,5 @@ inline char* strlower(char* s) { return strlower(s, static_cast<int>(strlen(s)))
 /// True when every byte up to the terminator is a digit or '-'; so for the empty text.
 bool isdecimalnum(const char* s);
 /// True when each of the first n bytes is a digit. Deliberate: this form accepts no '-'.
+/// Not called by the agent itself.
 bool isdecimalnum(const char* s, int n);

@@ -50,6 +50,15 @@ ssize_t ReadAt(int fd, char* buffer, size_t count, int64_t offset) {
   return TEMP_FAILURE_RETRY(pread(fd, buffer, count, offset));
 }
 
+bool WriteFully(int fd, const char* bytes, size_t count) {
+  for (size_t done = 0; done < count;) {
+    const ssize_t n = TEMP_FAILURE_RETRY(write(fd, bytes + done, count - done));
+    if (n == -1) return false;
+    done += static_cast<size_t>(n);
+  }
+  return true;
+}
+
 TFd CreateFresh(const char* path, mode_t mode) {
   unlink(path);
   return TFd(open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));

@@ -32,6 +32,8 @@ bool IsRegularFile(int fd, struct stat& facts);
 ssize_t ReadFully(int fd, char* buffer, size_t count);
 /// The same by one read from `offset`, which may give fewer.
 ssize_t ReadAt(int fd, char* buffer, size_t count, int64_t offset);
+/// Writes all of the bytes. False with errno set on a failure.
+bool WriteFully(int fd, const char* bytes, size_t count);
 
 /// A new, empty file in place of whatever has this name, never through a link, to be read and
 /// written, with the permissions of `mode` less the umask. None with errno set on a failure.

@@ -14,6 +14,7 @@ String ExtractFilePath(const String& s);
 String ExtractFileName(const String& s);
 /// The last '.' behind the last '/' and what follows it, or "". Not called by the agent itself.
 String ExtractFileExt(const String& s);
+/// Whether byte i is a '/', or one of delims; false outside the string and for a zero byte.
 bool IsPathDelimiter(const String& s, int i);
 bool IsDelimiter(const char* delims, const String& s, int i);
 /// s with '/' at its end; "" becomes "/".

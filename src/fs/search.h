@@ -9,7 +9,7 @@
 inline constexpr int AttrReadOnly = 0x01;   ///< not writable for this process
 inline constexpr int AttrHidden = 0x02;     ///< name starts with '.', except "." and ".."
 inline constexpr int AttrSystem = 0x04;     ///< neither a folder nor a regular file
-inline constexpr int AttrDirectory = 0x10;  ///< a folder, or a symbolic link to one
+inline constexpr int AttrDirectory = 0x10;  ///< a folder
 inline constexpr int AttrSymLink = 0x40;    ///< a symbolic link
 inline constexpr int AttrAny = 0x3F;        ///< what a search may ask for
 
@@ -42,12 +42,13 @@ struct TSearchRec {
 
 /// Starts a search in `dir` (empty: the working directory) for entries whose name matches `mask`
 /// (fnmatch without flags) and whose attribute bits were all asked for in `attr`.
-/// Deliberate: symbolic links are never reported, whatever `attr` asks for.
+/// Deliberate: symbolic links are never reported, whatever `attr` asks for, so that no walk leaves
+/// its tree.
 /// @return 0 with the first entry in rec; -1, the stream closed, for none; errno when the folder
 ///         cannot be opened
 int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec,
               TReadOnly readOnly = TReadOnly::kSeen, TFolders folders = TFolders::kMasked);
-/// The same with folder and mask in one path.
+/// The same with folder and mask in one path. Not called by the agent itself.
 int FindFirst(const char* path, int attr, TSearchRec& rec);
 /// The next entry: 0 found, -1 no more (the stream stays open).
 int FindNext(TSearchRec& rec);

@@ -15,8 +15,6 @@ namespace {
 constexpr int kBlock = TWOFISH_BLOCK_SIZE;
 constexpr int kEscapeBytes = 3;
 
-const unsigned char* Bytes(const char* p) { return reinterpret_cast<const unsigned char*>(p); }
-
 /// 8-bit cipher feedback over n bytes. The register is always the 16 bytes of ciphertext that went
 /// before (the key's start in front of the first), so it is read where they lie and never shifted.
 /// @param feedback  the ciphertext: `in` when deciphering, `out` when enciphering
@@ -34,8 +32,6 @@ void RunCipher(const TCipherKey& key, const unsigned char* in, unsigned char* ou
 }
 
 int LengthOf(const char* p, int len) { return len <= 0 ? static_cast<int>(strlen(p)) : len; }
-
-bool IsBreak(char c) { return c == '\n' || c == '\r'; }
 
 bool IsEscape(const char* p, const char* end) {
   return end - p >= kEscapeBytes && p[0] == '%' && p[1] == '0' && (p[2] == 'A' || p[2] == 'D');
@@ -71,8 +67,7 @@ int DecodeLength(const char* p, int digits) {
 TCipherKey::TCipherKey(const String& key) {
   THash_SHA hash;
   const char* digest = hash.GetHash(key.CStr(), key.Length());
-  Twofish_prepare_key(reinterpret_cast<const unsigned char*>(digest), hash.GetHashSize(),
-                      &schedule_);
+  Twofish_prepare_key(Bytes(digest), hash.GetHashSize(), &schedule_);
   memset(start_, 0xFF, sizeof start_);
   Twofish_encrypt(&schedule_, start_, start_);
 }
@@ -155,10 +150,10 @@ String qovEncodeStrings(const char* p, int len) {
   String result;
   if (p == nullptr) return result;
   const char* end = p + LengthOf(p, len);
-  result.Reserve(static_cast<int>(end - p + 2 * std::count_if(p, end, IsBreak)));
+  result.Reserve(static_cast<int>(end - p + 2 * std::count_if(p, end, IsLineEnd)));
   while (p < end) {
     const char* run = p;
-    p = std::find_if(p, end, IsBreak);
+    p = std::find_if(p, end, IsLineEnd);
     result.AddData(run, static_cast<int>(p - run));
     if (p < end) result += *p++ == '\n' ? "%0A" : "%0D";
   }

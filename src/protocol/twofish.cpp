@@ -9,6 +9,8 @@
 #include <array>
 #include <bit>
 
+#include "core/bytes.h"
+
 namespace {
 
 constexpr size_t kBlock = TWOFISH_BLOCK_SIZE;
@@ -53,8 +55,6 @@ void Require(bool holds, const char* failure) {
 bool IsBlock(const uint8_t* block, const void* expected) {
   return memcmp(block, expected, kBlock) == 0;
 }
-
-const uint8_t* Bytes(const char* p) { return reinterpret_cast<const uint8_t*>(p); }
 
 /// The length fields and the checksum move words as the cipher's standard does, lowest byte first.
 /// The cipher's own primitives lie inside the library, where only the known answers reach them.

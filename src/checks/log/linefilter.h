@@ -17,7 +17,6 @@
 /// long to be held is tested apart (TLinePieces), where it is enough to know which texts have been
 /// found so far.
 
-inline bool IsLineEnd(char c) { return c == '\n' || c == '\r'; }
 /// The first line end in [p, end), `end` for none.
 const char* FindLineEnd(const char* p, const char* end);
 /// The position behind the last line end in [begin, p), `begin` for none.

@@ -46,10 +46,10 @@ int SystemEx(const char* cmdline, const char* workdir, int timeoutMs, int& exitC
 /// @param outFile    file for standard output, emptied first; null: "/dev/null"
 /// @param errFile    the same for standard error. Deliberate: when it is outFile too, each stream
 ///                   still has a position of its own
-/// @param timeoutMs  in milliseconds: 0 waits without limit; kRunInBackground waits one second for
-/// an early end and
-///                   then leaves the program running; any other value is a limit, looked at once a
-///                   second (a negative one has passed at once), after which the program is killed
+/// @param timeoutMs  milliseconds; 0 waits without limit; kRunInBackground waits one second for an
+///                   early end and then leaves the program running; any other value is a limit,
+///                   looked at once a second (a negative one has passed at once), after which the
+///                   program is killed
 /// @param exitCode   out: exit status 0 to 255, set with result 1; for a background start 0 from
 ///                   the beginning
 /// @param err        out: "", or with result 0 one of "fork error", "exec error: " and the
