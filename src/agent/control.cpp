@@ -104,7 +104,7 @@ void ReloadAgent() {
   QovFlags.reload = 0;
 }
 
-int ServeConnections() {
+int StartListening() {
   String error;
   if (!listener.Open(error)) {
     printf("TCP listen error: %s\n\n", error.CStr());
@@ -113,7 +113,10 @@ int ServeConnections() {
   const TSettingsView settings = CurrentSettings();
   if (settings->interactive == 0 && !settings->pidfile.Empty()) pidFile = createpidfile();
   showmessage("Listening...\n", kNoPeer, msgInfo, 0);
+  return 0;
+}
 
+int ServeConnections() {
   TAdmission admission;
   for (;;) {
     ReapBackgroundChildren();

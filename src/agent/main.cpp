@@ -108,15 +108,17 @@ int RunAgent(int argc, char** argv, char** envp) {
   OpenWake();
   InstallSignals();
   InstallMessages();
-  if (sigsetjmp(mainLoopCrashed, 1) != 0) {
-    AnswerCrashMark();
-    ReloadAgent();
-    _exit(128 + SIGSEGV);
+  int status;
+  if (sigsetjmp(mainLoopCrashed, 1) == 0) {
+    InstallCrashHandler();
+    status = StartListening() != 0 ? kExitListen : ServeConnections();
+  } else {
+    // The loop answers its own fault, too, and goes on when the restart fails. What the frames
+    // given up owned stays open.
+    status = ServeConnections();
   }
-  InstallCrashHandler();
-  const int status = ServeConnections();
-  SetSignal(SIGSEGV, SIG_DFL);  // the loop that answers a crash has ended
   RemoveTempFiles();            // those of sessions that still run
+  SetSignal(SIGSEGV, SIG_DFL);  // nothing answers a crash any more
   return status;
 }
 

@@ -54,6 +54,7 @@ void InstallSignals() {
     sigaction(answer->signal, nullptr, &inherited);
     if (inherited.sa_handler != SIG_IGN) Answer(*answer);
   }
+  SetSignal(SIGALRM, SIG_DFL);
   SetSignal(SIGPIPE, SIG_IGN);
   SetSignal(SIGXFSZ, SIG_IGN);  // a log at its size limit loses lines, never the agent
 }

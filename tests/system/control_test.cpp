@@ -9,6 +9,7 @@ TEST(ControlTest, RestartsAsItWasStarted) {
   getrlimit(RLIMIT_NOFILE, &files);
   const rlimit half{files.rlim_cur / 2, files.rlim_max};
   setrlimit(RLIMIT_NOFILE, &half);
+  const TEnvironment tmpdir("TMPDIR", "/var/tmp");  // which the agent will overwrite
   TAgentProcess agent;
   setrlimit(RLIMIT_NOFILE, &files);
   signal(SIGINT, former);
@@ -80,6 +81,7 @@ TEST(ControlTest, AnswersSignals) {
       {SIGSEGV, -1, "Segmentation fault!!\n", "FAULT_AGE_SEC=181"},
       {0, 1000 + SIGSEGV, "Segmentation fault!!\n", "FAULT_AGE_SEC=120 FAULT_ACCEPT='1 1 0'"},
       {0, -1, "Restarting..\n", "FAULT_AGE_SEC=181 FAULT_ACCEPT='1 1 0'"},
+      {0, 0, "cannot start new instance\n", "FAULT_AGE_SEC=181 FAULT_ACCEPT='1 1 0'"},
       {0, 4, "]\t qov\t\t Accept fatal error: Too many open files\n\n", "FAULT_ACCEPT='1 1 24'"},
       {SIGTERM, 0, "Terminate request received. Terminating..\n", ""},
       {SIGINT, 0, "Terminate request received. Terminating..\n", ""},
@@ -88,8 +90,11 @@ TEST(ControlTest, AnswersSignals) {
   for (const auto& [signal, status, text, faults] : cases) {
     SCOPED_TRACE(testing::Message() << signal << faults);
     TAgentProcess agent({.faults = faults});
+    const bool livesOn = std::string(text).starts_with("cannot start");
+    if (livesOn) fs::remove(agent.program);
     signal == 0 ? void(TRawPeer(agent.port)) : void(agent.Signal(signal));
     EXPECT_TRUE(status != -1 || agent.WaitFor("Listening...\n", 2));
+    EXPECT_TRUE(!livesOn || (agent.WaitFor(text) && agent.Signal(SIGTERM)));
     EXPECT_EQ(status, agent.Wait(status == -1 ? 0 : 20000));
     EXPECT_TRUE(agent.Holds(text));
   }

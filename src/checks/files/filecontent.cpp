@@ -93,14 +93,20 @@ double FindStrInFile(const char* path, const String& text, int caseSensitive, in
   if (length > facts.st_size) return 0;
   const TTextFinder finder({text.CStr(), static_cast<size_t>(length)}, caseSensitive, wholeWord);
   TFileWindow window(file.Get(), 0, INT64_MAX, std::max(kReadBytes, finder.Length() + 1));
-  const auto isBounded = [&](const char* p, int64_t offset) {
-    const char* after = p + length;
-    const bool wordBefore = p > window.Begin() && IsWordByte(p[-1]);
-    const bool wordAfter = after < window.End() && IsWordByte(*after);
-    // Windows of three lengths that overlap by one: an occurrence in the overlap is seen at the
-    // end of one window and at the start of the next, each time with one neighbour only.
-    const bool overlap = offset > 0 && offset % (2 * length) == 0;
-    return overlap ? !wordBefore || !wordAfter : !wordBefore && !wordAfter;
+  // Windows of three lengths that overlap by one: an occurrence in the overlap is seen at the end
+  // of one window and at the start of the next, each time with one neighbour only. So one is
+  // enough.
+  const auto findInOverlap = [&](const char* from, const char* end) -> const char* {
+    const int64_t step = 2 * length;
+    int64_t offset = window.Offset() + (from - window.Begin());
+    for (offset = std::max(step, (offset + step - 1) / step * step);; offset += step) {
+      const char* p = window.Begin() + (offset - window.Offset());
+      const char* after = p + length;
+      if (after > end) return nullptr;
+      const bool bounded =
+          p == window.Begin() || !IsWordByte(p[-1]) || after == window.End() || !IsWordByte(*after);
+      if (bounded && finder.FindAny(p, after) != nullptr) return p;
+    }
   };
   ptrdiff_t from = 0;
   for (bool more = true; more;) {
@@ -109,10 +115,12 @@ double FindStrInFile(const char* path, const String& text, int caseSensitive, in
     // An occurrence that ends with the bytes held waits for its neighbour.
     const char* end = window.End() - (more ? 1 : 0);
     const char* p = window.Begin() + from;
-    for (; (p = finder.FindAny(p, end)) != nullptr; ++p) {
-      const int64_t offset = window.Offset() + (p - window.Begin());
-      if (wholeWord == 0 || isBounded(p, offset)) return static_cast<double>(offset + 1);
-    }
+    const char* found = finder.Find(window.Begin(), p, window.End());
+    if (found != nullptr && found + length > end) found = nullptr;
+    const char* other = wholeWord != 0 ? findInOverlap(p, end) : nullptr;
+    if (other != nullptr && (found == nullptr || other < found)) found = other;
+    if (found != nullptr)
+      return static_cast<double>(window.Offset() + (found - window.Begin()) + 1);
     if (end - window.Begin() < length) continue;
     window.Drop(end - length);  // looked at, and a neighbour
     from = 1;

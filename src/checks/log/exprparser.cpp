@@ -151,9 +151,19 @@ TSearchExpression::TSearchExpression(String text, bool isExpression, int caseSen
   }
   TExprParser parser(PriorityTable1, static_cast<int>(sizeof PriorityTable1));
   const auto add = [this](const TPriorityItem* op, std::string_view s) { AddStep(op, s); };
-  if (parser.Convert(View(texts_), add)) return;
-  ends_.clear();
-  steps_.clear();
+  if (parser.Convert(View(texts_), add) && IsComplete()) return;
+  ends_ = std::vector<int>();
+  steps_ = std::vector<unsigned char>();
+}
+
+bool TSearchExpression::IsComplete() const {
+  size_t held = 0;
+  for (const unsigned char step : steps_) {
+    const size_t taken = step == kText || step == kNeverFound ? 0 : step == kNot ? 1 : 2;
+    if (held < taken) return false;
+    held += 1 - taken;
+  }
+  return held == 1;
 }
 
 void TSearchExpression::AddStep(const TPriorityItem* op, std::string_view operand) {
@@ -196,9 +206,8 @@ bool TSearchExpression::Holds(const std::vector<unsigned char>& found) const {
       default:
         stack.Or();
     }
-    if (stack.Failed()) return false;
   }
-  return stack.Count() == 1 && stack.Pop() != 0;
+  return stack.Pop() != 0;
 }
 
 int SearchForExpression(const String& line, const String& expression, int caseSensitive,

@@ -117,7 +117,7 @@ class BoolStack {
 class TSearchExpression {
  public:
   /// @param isExpression  false: holds where `text`, taken as it is, was found
-  /// An expression that does not parse never holds.
+  /// An expression that does not parse, or leaves not just one value, never holds.
   TSearchExpression(String text, bool isExpression, int caseSensitive, int wholeWord);
 
   /// The texts that the outcome for a line depends on; i counts from 0. The finder must not outlive
@@ -129,6 +129,8 @@ class TSearchExpression {
 
  private:
   void AddStep(const TPriorityItem* op, std::string_view operand);
+  /// Whether the steps find the values they take, and leave one.
+  bool IsComplete() const;
 
   String texts_;  // one behind the other
   std::vector<int> ends_;

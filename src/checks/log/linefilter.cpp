@@ -42,32 +42,30 @@ TLineSearch::TLineSearch(const TLineFilter& filter, const char* begin, const cha
       begin_(begin),
       at_(begin),
       end_(end),
-      hits_(filter.Expression().TextCount(), nullptr),
+      hits_(filter.Expression().TextCount()),
       found_(hits_.size()) {
-  for (size_t i = 0; i < hits_.size(); ++i) {
-    if (!filter.Expression().Text(i).FitsInLine()) hits_[i] = end;
-  }
+  for (size_t i = 0; i < hits_.size(); ++i) hits_[i] = Find(i);
 }
 
-void TLineSearch::FindTexts() {
-  for (size_t i = 0; i < hits_.size(); ++i) {
-    if (hits_[i] != nullptr && hits_[i] >= at_) continue;
-    const char* hit = filter_.Expression().Text(i).Find(begin_, at_, end_);
-    hits_[i] = hit != nullptr ? hit : end_;
-  }
+uint32_t TLineSearch::Find(size_t i) const {
+  const TTextFinder text = filter_.Expression().Text(i);
+  const char* hit = text.FitsInLine() ? text.Find(begin_, at_, end_) : nullptr;
+  return static_cast<uint32_t>((hit != nullptr ? hit : end_) - begin_);
 }
 
 bool TLineSearch::Next(TFoundLine& line) {
   while (true) {
-    FindTexts();
     const char* hit = end_;
-    for (const char* p : hits_) hit = std::min(hit, p);
+    for (size_t i = 0; i < hits_.size(); ++i) {
+      if (begin_ + hits_[i] < at_) hits_[i] = Find(i);
+      hit = std::min(hit, begin_ + hits_[i]);
+    }
     const char* inLine = filter_.MatchesBareLines() ? at_ : hit;
     while (inLine < end_ && IsLineEnd(*inLine)) ++inLine;
     if (inLine == end_) return false;
     const char* lineBegin = FindLineStart(at_, inLine);
     const char* lineEnd = FindLineEnd(inLine, end_);
-    for (size_t i = 0; i < hits_.size(); ++i) found_[i] = hits_[i] < lineEnd;
+    for (size_t i = 0; i < hits_.size(); ++i) found_[i] = begin_ + hits_[i] < lineEnd;
     at_ = lineEnd + 1;
     const double value = filter_.MatchValue(found_, static_cast<double>(hit - lineBegin + 1));
     if (value == 0) continue;

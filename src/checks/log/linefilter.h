@@ -51,7 +51,7 @@ class TLineFilter {
 class TLineSearch {
  public:
   /// @param begin  start of a line
-  /// @param end    behind a line end
+  /// @param end    behind a line end, less than 4 GiB behind the start
   /// Filter and bytes must outlive the search.
   TLineSearch(const TLineFilter& filter, const char* begin, const char* end);
 
@@ -59,13 +59,15 @@ class TLineSearch {
   bool Next(TFoundLine& line);
 
  private:
-  void FindTexts();
+  uint32_t Find(size_t i) const;
 
   const TLineFilter& filter_;
   const char* begin_;
   const char* at_;  // start of a line
   const char* end_;
-  std::vector<const char*> hits_;  // of each text the first one from at_ on; end_ for none
+  // Where each text stands first from at_ on, as an offset, which takes half of a pointer; that of
+  // end_ for none.
+  std::vector<uint32_t> hits_;
   std::vector<unsigned char> found_;
 };
 

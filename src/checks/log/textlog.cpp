@@ -98,8 +98,9 @@ void ProcessTest_TextLog(const VxRequest& params, QovReply& reply) {
   TLogCheck check{GetFirstMatchedFile(params.GetValue(1)), {}, Asked(params, 7), {}};
   if (check.path.Empty()) return Refuse(reply, kMissing);
   if (!check.DecodeState(params, 3)) return RefuseParameter(reply);
-  check.AddFilter(
-      {qovDecodeStrings(params.GetText(2)), Asked(params, 6), Asked(params, 8), Asked(params, 9)});
+  TTextLogFilter filter{qovDecodeStrings(params.GetText(2)), Asked(params, 6), Asked(params, 8),
+                        Asked(params, 9)};
+  check.AddFilter(std::move(filter));
   Answer(check, reply);
 }
 
