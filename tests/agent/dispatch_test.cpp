@@ -81,9 +81,8 @@ TEST_F(DispatchTest, RefusesWithoutTheRight) {
     const bool wrong = size[0] == '!';
     upgrade = UpgradeRec();
     QovFlags.upgrading = 0;
-    EXPECT_EQ(wrong ? "501\nWrong file parameter(s)" : "200\n",
-              Process("UpgradeCode\n" + size.substr(wrong) + "\n\r"))
-        << size;
+    EXPECT_EQ(size + (wrong ? "501\nWrong file parameter(s)" : "200\n"),
+              size + Process("UpgradeCode\n" + size.substr(wrong) + "\n\r"));
     EXPECT_EQ("302\n", Process("UpgradeCode\n1000\n\r")) << "the claim is kept";
   }
 }

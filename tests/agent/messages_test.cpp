@@ -49,7 +49,6 @@ TEST_F(MessagesTest, SendsEachKindToItsLogs) {
 
 TEST_F(MessagesTest, FormsItsLines) {
   const TEnvironment zone("TZ", "UTC-1");
-  tzset();
   Switch("si");
   testing::internal::CaptureStdout();
   showmessage("100%%\n", {htonl(0x0a010203)}, msgOk, 0);

@@ -10,10 +10,9 @@
 #include "support/handlercall.h"
 #include "support/peers.h"
 
-// -1: calls fail, until a child is to be killed, which is named here instead
+// -1: the calls below, replaced, fail until a child is to be killed, which is named here instead
 static pid_t spared = 0;
 
-/// In place of the C library's, for the whole test program.
 extern "C" int kill(pid_t pid, int number) noexcept {
   if (spared != -1) return static_cast<int>(syscall(SYS_kill, pid, number));
   spared = pid;
@@ -23,8 +22,6 @@ extern "C" int fchmod(int fd, mode_t mode) noexcept {
   return spared == -1 ? -1 : static_cast<int>(syscall(SYS_fchmod, fd, mode));
 }
 
-namespace fs = std::filesystem;
-using TWords = std::vector<std::string>;
 constexpr THandler kCount = ProcessTest_Process, kCpu = ProcessTest_CPU;
 constexpr THandler kList = ProcessInfo_ProcessesList, kShell = ProcessTest_ShellScript;
 constexpr char kNoResults[] = "301\nCannot get script results";
@@ -34,8 +31,8 @@ TEST(ArgumentBlock, SplitsWithoutAShell) {
   const std::pair<std::string, TWords> cases[] = {
       {"'/bin/echo' \"a b\" c", {"/bin/echo", "a b", "c"}},
       {"  a   b  ", {"a", "b"}},
-      {"a\tb \tc", {"a", "b", "", "c"}},
       {"a'b c'd \"x'y\"z", {"a'b", "c'd", "x'y", "z"}},
+      {"a\tb \tc", {"a", "b", "", "c"}},
       {"\"\" 'open end", {"", "open end"}},
       {"1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 o", TWords(23, "1")},
       {full + " y z", {full, "y"}},
@@ -58,7 +55,7 @@ struct ProcTest : testing::Test {
     return path;
   }
   /// Asks with `path` as the script of all three settings.
-  static std::string Ask(THandler handler, const std::string& path, const TParams& params = {}) {
+  static std::string Ask(THandler handler, const std::string& path, const TWords& params = {}) {
     ChangeSettings([&](TQovSettings& settings) {
       settings.proccntscript = settings.cpuusagescript = settings.proclistscript = path.c_str();
     });
@@ -104,7 +101,7 @@ TEST_F(ProcTest, TellsExitCodesAndFailures) {
   })) << "children or zombies are left";
 }
 
-TEST_F(ProcTest, TellsWhatTheSystemRefuses) {
+TEST_F(ProcTest, TellsWhatIsMissingOrRefused) {
   const auto bound = [] {  // without rights, which no limit would bind
     const rlimit none = {0, 0}, small = {3, 3};
     setenv("TMPDIR", "/tmp", 1);
@@ -122,6 +119,18 @@ TEST_F(ProcTest, TellsWhatTheSystemRefuses) {
   EXPECT_EQ("301\ncannot terminate process",
             CallHandler(ProcessTest_External, {"sleep 60", "", "", "-2"}));
   EXPECT_EQ(0, kill(spared, SIGKILL));
+
+  for (const auto& [name, handler] :
+       {std::pair("301\nProcCnt", kCount), {"301\nCPUUsage", kCpu}, {"301\nProcList", kList}}) {
+    EXPECT_EQ(name + std::string(" script is not speified"), Ask(handler, ""));
+    EXPECT_EQ(name + std::string(" script doesn't exist"), Ask(handler, temp_));
+  }
+  const TEnvironment noFolder("TMPDIR", dir_.Path("missing").c_str());
+  EXPECT_EQ(kNoResults, Ask(kList, "/bin/true"));
+  EXPECT_EQ("301\nCannot create temp file", Ask(kShell, ""));
+  const TEnvironment longFolder("TMPDIR", std::string(500, 'd').c_str());
+  EXPECT_EQ("301\ncannot get temp file", Ask(kList, "/bin/true"));
+  EXPECT_EQ("301\nCannot get temp file", Ask(kShell, ""));
 }
 
 TEST_F(ProcTest, RedirectsStreamsOfChildrenInACleanState) {
@@ -129,8 +138,9 @@ TEST_F(ProcTest, RedirectsStreamsOfChildrenInACleanState) {
   sigset_t blocked{};
   sigaddset(&blocked, SIGUSR2);
   pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
-  signal(SIGPIPE, SIG_IGN);
-  SetChildDescriptorLimit({123, 4567});
+  const sighandler_t former = signal(SIGPIPE, SIG_IGN);
+  rlimit limit{123, 4567};
+  SetChildDescriptorLimit(limit);
   const TWorkingFolder here(dir_.Path());
   dir_.File("in", "from in\n");
   dir_.File("errors", "old content, longer than the new one");
@@ -161,6 +171,10 @@ TEST_F(ProcTest, RedirectsStreamsOfChildrenInACleanState) {
   run("(sleep .1; echo late >pipe) & head -n 1", nullptr, "pipe", "out", nullptr);
   EXPECT_TRUE(RunShell("echo $0 $TMPDIR >>out; exit 3"));
   EXPECT_EQ("late\nsh " + temp_ + "\n", ReadFile("out"));
+  pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
+  signal(SIGPIPE, former);
+  getrlimit(RLIMIT_NOFILE, &limit);
+  SetChildDescriptorLimit(limit);
 }
 
 TEST_F(ProcTest, NamesTemporaryFiles) {
@@ -191,8 +205,9 @@ TEST_F(ProcTest, FilesNeverFollowAPlantedLink) {
   ASSERT_TRUE(file.Choose("name"));
   ASSERT_EQ(0, symlink(victim.c_str(), file.Path()));
   EXPECT_EQ(nullptr, file.OpenText());
-  umask(022);
+  const mode_t former = umask(022);
   EXPECT_TRUE(file.Create());
+  umask(former);
   EXPECT_EQ(fs::perms(0644), fs::symlink_status(file.Path()).permissions());
   EXPECT_EQ(nullptr, file.OpenText()) << "not written";
   EXPECT_TRUE(TFd(open(file.Path(), O_WRONLY | O_TRUNC)));
@@ -219,20 +234,6 @@ TEST_F(ProcTest, FilesGoOnlyWhenAnotherProgramTakesOver) {
   };
   EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
   EXPECT_TRUE(Await([&] { return fs::is_empty(temp_); })) << "files are left";
-}
-
-TEST_F(ProcTest, TellsWhatIsMissing) {
-  for (const auto& [name, handler] :
-       {std::pair("301\nProcCnt", kCount), {"301\nCPUUsage", kCpu}, {"301\nProcList", kList}}) {
-    EXPECT_EQ(name + std::string(" script is not speified"), Ask(handler, ""));
-    EXPECT_EQ(name + std::string(" script doesn't exist"), Ask(handler, temp_));
-  }
-  const TEnvironment noFolder("TMPDIR", dir_.Path("missing").c_str());
-  EXPECT_EQ(kNoResults, Ask(kList, "/bin/true"));
-  EXPECT_EQ("301\nCannot create temp file", Ask(kShell, ""));
-  const TEnvironment longFolder("TMPDIR", std::string(500, 'd').c_str());
-  EXPECT_EQ("301\ncannot get temp file", Ask(kList, "/bin/true"));
-  EXPECT_EQ("301\nCannot get temp file", Ask(kShell, ""));
 }
 
 TEST_F(ProcTest, ReadsWhatTheScriptsPrint) {
@@ -279,7 +280,7 @@ TEST_F(ProcTest, ReadsWhatTheScriptsPrint) {
   };
   for (const auto& c : cases) {
     const bool shell = c.handler == kShell;
-    const TParams params = {c.line, shell ? c.script : c.value, "'a b' c", "1", c.value};
+    const TWords params = {c.line, shell ? c.script : c.value, "'a b' c", "1", c.value};
     EXPECT_EQ(c.reply, Ask(c.handler, Program(c.script), params)) << c.script;
   }
   ChangeSettings([](TQovSettings& settings) { settings.delayforscripts = 300000; });

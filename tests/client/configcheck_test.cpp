@@ -1,7 +1,6 @@
 #include "client/configcheck.h"
 
 #include "support/peers.h"
-#include "support/scopes.h"
 
 struct ConfigCheckTest : TSettingsTest {
   /// The findings of a file that holds `text`, a line each: its number, E or W, the text.
@@ -12,8 +11,7 @@ struct ConfigCheckTest : TSettingsTest {
       shown += '\n' + std::to_string(line) + (error ? "E " : "W ") + ToStd(finding);
     return shown.substr(shown.empty() ? 0 : 1);
   }
-  /// The same of the good file with `lines` in place of the line with the first one's key, or
-  /// behind its twelve lines.
+  /// The same of the good file with `lines` for that of the first one's key, or behind its twelve.
   std::string CheckGoodWith(const std::string& lines) {
     std::string text = good;
     const size_t start = text.find("\n" + lines.substr(0, lines.find('=') + 1)) + 1;
@@ -29,7 +27,6 @@ struct ConfigCheckTest : TSettingsTest {
 };
 
 TEST_F(ConfigCheckTest, GivesEachFaultItsLine) {
-  const TEnvironment unset("TMPDIR", nullptr);
   EXPECT_EQ(
       Check("filtermarks=1\n\ntmpdir=/nowhere\nport=1\npassword=twelve bytes\nqovpath=" + agent),
       "0W proccntscript is not set\n0W proclistscript is not set\n"

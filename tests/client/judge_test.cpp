@@ -101,10 +101,9 @@ TEST(RangeTest, AlertsOutsideTheClosedRangeOrInsideWithAt) {
 TEST(FormatTest, ShowsTypedValuesInColumns) {
   const TCommand& file = *FindCommand("file");
   const TAnswer answer = Answer("200|  1536|24112026170309|01012026000000|/var/log/x|min|4000");
-  EXPECT_EQ(
-      "size      1.5 KiB (1536 B)\nchanged   2026-11-24 17:03:09\n"
-      "modified  2026-01-01 00:00:00\nfile      /var/log/x\nage       4000 min (2.8 days)\n",
-      FormatAnswer(file, answer, false));
+  EXPECT_EQ(FormatAnswer(file, answer, false),
+            "size      1.5 KiB (1536 B)\nchanged   2026-11-24 17:03:09\n"
+            "modified  2026-01-01 00:00:00\nfile      /var/log/x\nage       4000 min (2.8 days)\n");
   EXPECT_THAT(JsonAnswer(file, answer, false),
               AllOf(HasSubstr("-24T17:03:09\""), HasSubstr("\"age\": \"min\"")));
   EXPECT_THAT(JsonRaw("X", Answer("200|\xff\xfe")), HasSubstr("\xEF\xBF\xBD"));

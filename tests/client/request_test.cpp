@@ -5,12 +5,10 @@
 #include "support/scopes.h"
 
 /// What was given, from "NAME=value" parts with '|' behind each.
-static TGiven Given(std::string text) {
+static TGiven Given(const std::string& text) {
   TGiven given;
-  for (size_t bar; (bar = text.find('|')) != text.npos; text.erase(0, bar + 1)) {
-    const size_t equals = text.find('=');
-    given[text.substr(0, equals)] = text.substr(equals + 1, bar - equals - 1);
-  }
+  std::istringstream in(text);
+  for (std::string name, value; getline(getline(in, name, '='), value, '|');) given[name] = value;
   return given;
 }
 

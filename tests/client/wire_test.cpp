@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include "client/connection.h"
 #include "client/packetfile.h"
 #include "support/peers.h"
@@ -39,18 +37,15 @@ TEST(VxWire, BuildsTheKnownPacketAndReadsItOrSaysWhatIsWrong) {
 }
 
 TEST(VxWire, SplitsAReplyAndTellsIncompleteFromDamaged) {
+  using enum TReplyState;
   const TReply reply = DecodeReply(BuildReply("k1", "300\na%0Ab\n\n     5\r"), "k1");
   EXPECT_EQ("300", reply.code);
   EXPECT_THAT(reply.values, testing::ElementsAre("a%0Ab", "", "     5"));
   const std::tuple<std::string, TReplyState, size_t> cases[] = {
-      {"", TReplyState::incomplete, 4},
-      {kReply.substr(0, 11), TReplyState::incomplete, 12},
-      {BuildReply("k1", "200\n\r"), TReplyState::complete, 9},
-      {kReply + 'x', TReplyState::damaged, 12},
-      {"\xff\xff\xff\xff", TReplyState::damaged, 0},
-      {std::string(4, '\0'), TReplyState::damaged, 0},
-      {BuildReply("k1", "20x\nOk\n\r"), TReplyState::damaged, 12},
-      {BuildReply("k1", "200\nOk\n"), TReplyState::damaged, 11}};
+      {BuildReply("k1", "200\n\r"), complete, 9},     {std::string(), incomplete, 4},
+      {BuildReply("k1", "20x\nOk\n\r"), damaged, 12}, {kReply + 'x', damaged, 12},
+      {BuildReply("k1", "200\nOk\n"), damaged, 11},   {std::string(4, '\0'), damaged, 0},
+      {kReply.substr(0, 11), incomplete, 12},         {"\xff\xff\xff\xff", damaged, 0}};
   for (const auto& [bytes, state, want] : cases) {
     const TReply read = DecodeReply(bytes, "k1");
     EXPECT_EQ(std::tuple(state, bytes.size(), want),

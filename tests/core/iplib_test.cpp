@@ -3,7 +3,6 @@
 #include <fcntl.h>
 
 #include "support/peers.h"
-#include "support/scopes.h"
 
 constexpr const char* kHost = "127.0.0.1";
 

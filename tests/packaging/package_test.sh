@@ -146,9 +146,8 @@ run_systemd() {
   rm -f "$root/usr/sbin/policy-rc.d" # where a container forbids to start services
   mount -t cgroup2 cgroup2 "$root/sys/fs/cgroup"
   printf '%s\n' "[Unit]" SuccessAction=exit-force FailureAction=exit-force "[Service]" \
-    Type=oneshot "ExecStart=/test/package_test.sh managed /test" \
-    StandardOutput=file:/test/out/said StandardError=inherit \
-    >"$root/etc/systemd/system/qov-test.service"
+    Type=oneshot "ExecStart=/test/package_test.sh managed /test" StandardError=inherit \
+    StandardOutput=file:/test/out/said >"$root/etc/systemd/system/qov-test.service"
   cd "$root"
   pivot_root . test/old
   umount -l /test/old

@@ -3,7 +3,7 @@
 //                          segmentation fault. FAULT_CIPHER: they give something else; counted
 //                          from the block that the agent checks at its start.
 //   FAULT_SEND_MS=N, FAULT_AGE_SEC=N   every send is delayed, the process was started earlier
-// A pause of a second takes 10 ms.
+// A pause of a second takes 10 ms; the host is called by an address, so that no server is asked.
 
 #include <dlfcn.h>
 #include <errno.h>
@@ -18,15 +18,13 @@
 
 #include <atomic>
 
-namespace {
-
 /// The number in an environment variable, 0 without one.
-unsigned Number(const char* name) {
+static unsigned Number(const char* name) {
   const char* text = getenv(name);
   return text != nullptr ? static_cast<unsigned>(atoi(text)) : 0;
 }
 
-bool Fails(const char* name, int call) {
+static bool Fails(const char* name, int call) {
   int first = 0, last = 0, error = 0;
   const char* text = getenv(name);
   if (text == nullptr || sscanf(text, "%d %d %d", &first, &last, &error) != 3) return false;
@@ -36,8 +34,6 @@ bool Fails(const char* name, int call) {
   errno = error;
   return true;
 }
-
-}  // namespace
 
 #define NEXT(call) \
   static const auto next = reinterpret_cast<decltype(&call)>(dlsym(RTLD_NEXT, #call))
@@ -62,6 +58,7 @@ int bind(int socket, const sockaddr* address, socklen_t length) noexcept {
 int accept4(int socket, sockaddr* address, socklen_t* length, int flags) {
   FAILING("FAULT_ACCEPT", -1, accept4, socket, address, length, flags);
 }
+int gethostname(char* name, size_t size) noexcept { return snprintf(name, size, "127.0.0.1") < 0; }
 unsigned sleep(unsigned seconds) { return static_cast<unsigned>(usleep(seconds * 10000)); }
 time_t time(time_t*) noexcept {
   static std::atomic<bool> started{false};

@@ -107,7 +107,6 @@ TEST(Codec, ReadsValuesAndEscapesLineBreaks) {
 
 TEST(Reply, CollectsOneLineAValue) {
   const TEnvironment zone("TZ", "UTC-1");
-  tzset();
   QovReply reply;
   reply.AddIntParam(5);
   reply.SetResult(kResultFailed) += "reason";

@@ -7,10 +7,10 @@
 #include "support/scopes.h"
 
 using THandler = void (*)(const VxRequest&, QovReply&);
-using TParams = std::vector<std::string>;
+using TWords = std::vector<std::string>;
 /// Parameters written with a "," between; as "7=1" where some are left out.
-inline TParams Params(const std::string& text) {
-  TParams params;
+inline TWords Params(const std::string& text) {
+  TWords params;
   std::istringstream in(text);
   for (std::string s; getline(in, s, ',');) {
     const size_t sign = s.find('=');
@@ -22,7 +22,7 @@ inline TParams Params(const std::string& text) {
 }
 
 /// Calls a command's handler as the dispatcher does; the reply text, the code on its first line.
-inline std::string CallHandler(THandler handler, const TParams& params) {
+inline std::string CallHandler(THandler handler, const TWords& params) {
   std::string text;
   for (const std::string& param : params) text += param + '\n';
   VxRequest request;
@@ -55,9 +55,8 @@ inline void ExpectMatches(THandler handler, const std::vector<TRow>& rows) {
   for (const auto& [reply, requests] : rows) {
     std::istringstream all(requests);
     for (std::string request; getline(all, request, '|');) {
-      threads.emplace_back([handler, request, expected = reply] {
-        EXPECT_THAT(CallHandler(handler, Params(request)), testing::MatchesRegex(expected))
-            << request;
+      threads.emplace_back([handler, request, reply = reply] {
+        EXPECT_THAT(CallHandler(handler, Params(request)), testing::MatchesRegex(reply)) << request;
       });
     }
   }

@@ -13,8 +13,8 @@
 
 #include "client/vxwire.h"
 #include "core/owned.h"
+#include "support/scopes.h"
 
-/// Milliseconds on the monotonic clock.
 inline long long NowMs() {
   return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
 }
@@ -37,10 +37,12 @@ struct TAddress {
   socklen_t size = sizeof in;
 };
 
-/// A socket at the address, bound as the agent binds; none when that is taken.
+/// Bound at the address as the agent binds, with 20 seconds to connect or send; none when taken.
 inline TFd Bind(int type, TAddress address) {
   TFd fd(socket(AF_INET, type | SOCK_CLOEXEC, 0));
   const int on = 1;
+  const timeval limit{20, 0};
+  setsockopt(fd.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
   setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   if (bind(fd.Get(), address.Get(), address.size) != 0) fd.Reset();
   return fd;
@@ -78,7 +80,7 @@ class TRawPeer {
   bool Open() const { return static_cast<bool>(socket_); }
   bool Send(std::string_view bytes) {
     const auto sent = send(socket_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    return sent == static_cast<ssize_t>(bytes.size());  // a blocking send takes all of it
+    return sent == static_cast<ssize_t>(bytes.size());  // all of it, when there is time
   }
   bool Ask(const std::string& command, const std::vector<std::string>& params = {}) {
     return Send(Packet(command, params));

@@ -6,7 +6,6 @@
 
 #include "built.h"
 #include "support/peers.h"
-#include "support/scopes.h"
 
 /// A program that a test started through the shell, without input. Ended by its process id.
 class TProcess : TScope {
@@ -53,8 +52,7 @@ struct TAgentOptions {
   std::string faults{};        ///< NAME='VALUE' of programs/faults.cpp
 };
 
-/// An agent with a folder, configuration and loopback port of its own, which listens or has ended.
-/// Started with -d it detaches. Ended by its process id.
+/// An agent with a folder and port of its own, that listens or has ended. Ended by its process id.
 class TAgentProcess : TScope {
  public:
   explicit TAgentProcess(const TAgentOptions& options = {}) : process_(Prepare(options)) {
@@ -104,11 +102,9 @@ class TAgentProcess : TScope {
   bool WaitFor(const std::string& text, int times = 1, const char* file = "console") const {
     return Await([&] { return Holds(text, times, file); });
   }
-  /// Waits until so many sessions are left.
   bool WaitForSessions(int count) const {
     return Await([&] { return Info("ActiveConnections") == std::to_string(count); });
   }
-  /// Waits until connections are taken, or refused.
   bool WaitForPort(bool open) const {
     return Await([&] { return TRawPeer(port).Open() == open; });
   }

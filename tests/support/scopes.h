@@ -20,7 +20,6 @@ inline String ToString(std::string_view bytes) {
 inline std::string ToStd(const String& s) {
   return s.Data() == nullptr ? "" : std::string(s.Data(), static_cast<size_t>(s.Length()));
 }
-/// Shows a String in a failed expectation.
 inline void PrintTo(const String& s, std::ostream* out) { *out << '"' << ToStd(s) << '"'; }
 
 /// What belongs to one place: neither copied nor moved.
@@ -62,14 +61,14 @@ inline std::string ReadFile(const std::string& path) {
   return content.str();
 }
 
-/// Sets an environment variable (null: unsets it) and restores it at the end.
+/// Sets an environment variable (null: unsets it) and restores it at the end; "TZ" takes effect.
 struct TEnvironment : TScope {
   TEnvironment(const char* variable, const char* value) : name(variable) {
     if (const char* set = getenv(name)) former = set;
     Set(value);
   }
   ~TEnvironment() { Set(former ? former->c_str() : nullptr); }
-  void Set(const char* value) const { value ? setenv(name, value, 1) : unsetenv(name); }
+  void Set(const char* value) const { value ? setenv(name, value, 1) : unsetenv(name), tzset(); }
 
   const char* const name;
   std::optional<std::string> former;

@@ -82,6 +82,7 @@ TEST(SessionTest, DropsSilentPeersByTheTimeout) {
   ASSERT_TRUE(cut.Send("x"));  // taken for the program's
   EXPECT_TRUE(below.WaitFor("x", 1, "tmp/qov__.upd"));
   cut = TRawPeer(0);
+  EXPECT_TRUE(below.WaitForSessions(1));
   EXPECT_EQ("302\n\r", below.Ask("UpgradeCode", {"1000"}).text) << "it keeps its claim";
 }
 
@@ -124,11 +125,9 @@ TEST(ChildrenTest, AreCollectedByALaterImageAndDoNotHoldItsPort) {
   EXPECT_EQ(0, kill(orphan, SIGKILL)) << "it must still have been running";
 }
 
-/// The shipped helpers, as an agent runs them.
 TEST(ChildrenTest, HelpersCountAndListProcesses) {
   const TAgentProcess agent;
-  const std::string name = "q." + std::to_string(getpid());
-  const std::string program = agent.folder.Path(name);
+  const std::string name = "q." + std::to_string(getpid()), program = agent.folder.Path(name);
   fs::copy_file("/bin/sleep", program);
   const auto sleeper = [&](const std::string& called, const std::string& path) {
     return TProcess("exec bash -c 'exec -a \"" + called + "\" " + path + " 60'");
