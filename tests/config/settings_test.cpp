@@ -102,7 +102,8 @@ TEST_F(SettingsTest, EachLoadLeavesItsTemporaryFolderToTheNext) {
   };
   load();
   // From then on threads may read the environment, so that "." stays.
-  EXPECT_EXIT((FreezeEnvironment(), load(), _exit(HasFailure() ? 1 : *getenv("TMPDIR"))),
+  EXPECT_EXIT((FreezeEnvironment(), load(), Loaded("tmpdir=/usr"),
+               _exit(HasFailure() ? 1 : *getenv("TMPDIR"))),
               testing::ExitedWithCode('.'), "");
 }
 
