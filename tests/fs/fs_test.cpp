@@ -7,7 +7,7 @@
 #include "fs/search.h"
 #include "support/scopes.h"
 
-TEST(PathsTest, TakesPathsApart) {
+TEST(PathsTest, TakesPathsApartAndExpandsThem) {
   const std::array<String, 6> cases[] = {
       // path, folder, name, extension, with and without a delimiter at the end
       {"/a.b/c", "/a.b/", "c", "", "/a.b/c/", "/a.b/c"},
@@ -21,12 +21,10 @@ TEST(PathsTest, TakesPathsApart) {
                           IncludeTrailingPathDelimiter(c[0]), ExcludeTrailingPathDelimiter(c[0])}));
   EXPECT_EQ(2, LastDelimiter("./", String("a/\0", 3))) << "a zero byte never counts";
   EXPECT_EQ(4095, ExtractFileName(ToString(std::string(5000, 'x'))).Length());
-}
 
-TEST(PathsTest, ExpandsToTheAbsoluteForm) {
   // Odd, and relied upon: the root's own slash precedes no dot, a slash behind "./" stays,
   // what follows two dots is not looked at, and a final ".." below the root leaves nothing.
-  const char* cases[][2] = {
+  const char* expansions[][2] = {
       {"", ""},           {"~/x", "~/x"},           {"/", "/"},
       {"/a/.x", "/a/.x"}, {"/a/.../b", "/a/.../b"}, {"/a/b.c/d.", "/a/b.c/d."},
       {"/a/b/", "/a/b/"}, {"/a/b/../c", "/a/c"},    {"//a//b", "/a/b"},
@@ -34,7 +32,7 @@ TEST(PathsTest, ExpandsToTheAbsoluteForm) {
       {"/a/b/..", "/a"},  {"/./a", "/./a"},         {"/../a", "/../a"},
       {"//../a", "/a"},   {"/a/.//b", "/a//b"},     {"/a/..b", "/..b"},
       {"/a/..", ""},      {"/a/b/../..", ""}};
-  for (const auto& [path, expected] : cases) EXPECT_EQ(expected, ExpandFileName(path)) << path;
+  for (const auto& [path, expected] : expansions) EXPECT_EQ(expected, ExpandFileName(path)) << path;
   const TTempDir folder;
   const TWorkingFolder here(folder.Folder("sub"));
   EXPECT_EQ(folder.Path("x"), ToStd(ExpandFileName("../x")));

@@ -13,16 +13,13 @@ TEST(StartTest, PrintsEveryStepAndEndsAfterTheReply) {
   EXPECT_EQ(0, agent.Wait());
   const std::string rule(61, '-'),
       banner =
-          "\n Application:  QOV (Orvane for Vextral)\n"
-          " Version:      1.29j for Linux (Red Hat, Mandrake, SuSE)\n"
-          " Developer:    The qov developers, 2026-2026\n Web:          https://qov.invalid\n"
-          " Support:      support@qov.invalid\n",
+          "\n Application:  QOV (Orvane for Vextral)\n Version:      1.29j for Linux (Red Hat, "
+          "Mandrake, SuSE)\n Developer:    The qov developers, 2026-2026\n"
+          " Web:          https://qov.invalid\n Support:      support@qov.invalid\n",
       steps =
-          "\nCommand line checking .. Ok\n"
-          "Settings checking .. Warning: FilterMarks has less items than FilterList\n"
-          "CPU testing .. Ok\nstat.size: 8\nsrec.size: 8\nint64 = double\n"
-          "Basic encyption checking .. Ok\nQOV encyption checking .. Ok\n"
-          "Sock testing .. Ok\n[qov][";
+          "\nCommand line checking .. Ok\nSettings checking .. Warning: FilterMarks has less items "
+          "than FilterList\nCPU testing .. Ok\nstat.size: 8\nsrec.size: 8\nint64 = double\n"
+          "Basic encyption checking .. Ok\nQOV encyption checking .. Ok\nSock testing .. Ok\n[qov]";
   EXPECT_THAT(agent.ReadFile("console"), testing::StartsWith(rule + banner + rule + steps));
 }
 
