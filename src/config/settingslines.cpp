@@ -52,7 +52,6 @@ bool TSettingsLines::Next(TSettingsLine& line) {
   int count = std::min(text_.Length() - done_, kSettingsLineBytes);
   const void* end = memchr(start, '\n', static_cast<size_t>(count));
   if (end != nullptr) count = static_cast<int>(static_cast<const char*>(end) - start) + 1;
-  line = TSettingsLine();
   line.bytes = String(start, count);
   line.number = number_;
   SplitLine(line);

@@ -17,7 +17,7 @@ bool ReadSettingsFile(const char* path, String& text, struct stat& facts);
 struct TSettingsLine {
   String bytes;          ///< as in the file, with the line end
   int number = 0;        ///< of the line in the file, from 1
-  bool assigns = false;  ///< not a comment, and it holds '='; else the rest is unset
+  bool assigns = false;  ///< not a comment, and it holds '='; else the rest says nothing
   String key;            ///< without blanks and tabs around it, in lower case
   int valueAt = 0;       ///< position in `bytes` of the value, or of the line end when it is empty
   String value;          ///< without blanks around it

@@ -44,6 +44,13 @@ TEST(Expressions, BecomePostfixAndHoldForALine) {
   String rest(" 7div 2");
   EXPECT_TRUE(wide.GetToken(rest) == "7" && wide.GetToken(rest) == "div" && rest == " 2");
   EXPECT_TRUE(wide.Expr2Polish(rest, 1) == 1 && wide.Output().Count() == 0);
+  BoolStack full(1), few(1);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_FALSE(full.Failed() || few.Failed());
+    full.Push(1), few.Push(1), few.Pop(), i == 1 ? few.Not() : void();
+  }
+  EXPECT_TRUE(full.Failed() && few.Failed());
+  EXPECT_TRUE(TSearchExpression("'a' and", false, 1, 0).Holds({1}));
 }
 
 using TextLog = TCheckTest;

@@ -41,6 +41,7 @@ TEST(NetTests, AnswerForEveryOutcome) {
   EXPECT_GE(NowMs() - start, 2000) << "three attempts that fail at once";
   EXPECT_EQ(TWords{"data "}, mute.Received(5));
   EXPECT_EQ((TWords{"ab\n", "ab\n"}), twice.Received(6));
+  EXPECT_EQ((TWords{"data", "data"}), second.Received(8));
 }
 
 TEST(Actions, RunCommandsAndSendData) {

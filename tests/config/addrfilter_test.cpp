@@ -26,8 +26,11 @@ TEST(AddrFilter, MatchesAddressesAndRanges) {
   EXPECT_EQ(IPAllowed("255.255.255.255", "0.0.0.1-255.255.255.254", err), 0);
   EXPECT_TRUE(FilterAdmits("10.0.0.1", "\r\n10.0.0.12\r\n")) << "deliberately a part of another";
   EXPECT_FALSE(FilterAdmits("10.0.0.2", "\r\n10.0.0.12\r\n"));
-  String list = " 1.2.3.4-1.2.3.5-x9.9";
-  unsigned a, b;
-  getitem(list, a, b, err);
-  EXPECT_EQ(IP2String(htonl(a)) + "-" + IP2String(htonl(b)) + ">" + list, "1.2.3.4-1.2.3.5>x9.9");
+  for (const auto& [list, expected] : {std::pair(" 1.2.3.4-1.2.3.5-x9.9", "1.2.3.4-1.2.3.5>x9.9"),
+                                       {"1.2.3.256,9.9", "0.0.0.0-0.0.0.0>1.2.3.256,9.9"}}) {
+    String rest = list;
+    unsigned a, b;
+    getitem(rest, a, b, err);
+    EXPECT_EQ(IP2String(htonl(a)) + "-" + IP2String(htonl(b)) + ">" + rest, expected);
+  }
 }

@@ -66,4 +66,7 @@ TEST(SyncSocketTest, ReadsWhatComesInTime) {
   }
   EXPECT_EQ("0Timeout|6answer|0|0Timeout|", all);
   EXPECT_TRUE(socket.Connected()) << "a peer that has closed counts as connected";
+  socket.ReadString(out, -1);
+  socket.Disconnect();
+  EXPECT_EQ("", socket.LastError);
 }

@@ -20,7 +20,8 @@ TEST(StringTest, GrowsByTheStepAndCutsInAFixedBuffer) {
   s = ToString(std::string(200, 'x'));
   fixed = String(grown += "0123456789");  // lies behind, so that the next growth moves
   s.AddData(s.Data(), 100);               // its own bytes
-  EXPECT_EQ(24, fixed.AddChar('c') + fixed.AddData("ab", 2) + fixed.AddData("", 0));
+  EXPECT_EQ(24, fixed.AddChar('c') + fixed.AddData("ab", 2) + fixed.AddData("", 0) +
+                    freed.CopyData(nullptr, 1));
   fixed.Delete(7, 1);
   (fixed += 'c') += "de";
   EXPECT_EQ(144, fixed.Capacity() + fixed.SetZero().Capacity());
@@ -61,6 +62,9 @@ TEST(StringTest, FindsWhatASimpleSearchFinds) {
   }
   for (size_t i = 0; i < 200; ++i)  // no byte behind the end counts
     EXPECT_EQ(0, mempos((std::string(i, 'q') + "xy").data(), static_cast<int>(i) + 1, "xy", 2));
+  // Where its longer part stands all bytes of the shorter one are looked at.
+  const std::string part(70, 'c');
+  EXPECT_EQ(0, ToString("xa" + part + "a" + part).Search(ToString("ba" + part), 1, 0));
   const char* s = "aaa";
   const TTextFinder word("a", 1, 1);  // its neighbours are those between begin and end
   EXPECT_TRUE(word.Find(s + 1, s + 1, s + 2) && !word.Find(s, s + 1, s + 2));

@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <sys/syscall.h>
 
 #include <thread>
@@ -40,6 +41,15 @@ TEST(PathsTest, TakesPathsApartAndExpandsThem) {
   EXPECT_EQ("", GetCurrentDir());
 }
 
+/// In front of the library's own: some file systems tell no types.
+static bool untyped = false;
+extern "C" dirent* readdir(DIR* folder) {
+  static const auto next = reinterpret_cast<decltype(&readdir)>(dlsym(RTLD_NEXT, "readdir"));
+  dirent* entry = next(folder);
+  if (entry != nullptr && untyped) entry->d_type = DT_UNKNOWN;
+  return entry;
+}
+
 constexpr int kDir = AttrDirectory, kReadOnly = AttrReadOnly, kHidden = AttrHidden;
 constexpr TReadOnly kUnseen = TReadOnly::kUnseen, kSeen = TReadOnly::kSeen;
 
@@ -73,6 +83,9 @@ TEST_F(FilesTest, AreFoundByMaskAndAttributes) {
   std::thread([&] {
     syscall(SYS_setresuid, 65534, 65534, 65534);  // this thread alone; the superuser may write all
     EXPECT_EQ(all, Find("*", -1)) << "all but symbolic links";
+    EXPECT_EQ(all, (untyped = true, Find("*", -1)));
+    EXPECT_EQ(folders, Find("", AttrAny, kUnseen, TFolders::kAll));
+    untyped = false;
     EXPECT_EQ((TMap{{"a.log", 0}, {".x.log", kHidden}}), Find("*.log", kHidden + kReadOnly));
     EXPECT_EQ((TMap{{"B.LOG", 0}, {"pipe", AttrSystem}}), Find("[!a-d]*", AttrSystem + kReadOnly));
     EXPECT_EQ(folders, Find("", AttrAny, kUnseen, TFolders::kAll));
@@ -101,4 +114,26 @@ TEST_F(FilesTest, TellTheirFacts) {
   EXPECT_EQ(1234567890 - 1, FileAge("link.log") + FileAge("none"));
   EXPECT_TRUE(FileExists("link.log") && DirectoryExists("dirlink") && DeleteFile("link.log"));
   EXPECT_FALSE(FileExists("pipe") || DirectoryExists("pipe") || DeleteFile("dir"));
+  const mode_t former = umask(0);
+  struct stat facts;
+  EXPECT_TRUE(IsRegularFile(CreateFresh("a.log").Get(), facts) &&
+              facts.st_mode == (S_IFREG | 0600));
+  umask(former);
+
+  int pair[2];  // of packets, which are read one at a time
+  ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair));
+  const TFd from(pair[0]), to(pair[1]);
+  char bytes[8];
+  EXPECT_TRUE(WriteFully(to.Get(), "ab", 2) && WriteFully(to.Get(), "cdef", 4));
+  EXPECT_EQ(4, ReadFully(from.Get(), bytes, 4));
+}
+
+TEST_F(FilesTest, AreFoundUnderNamesThatTheSystemTakes) {
+  std::string deep = folder.Path();
+  while (deep.size() < PATH_MAX - 120) fs::create_directory(deep += "/" + std::string(99, 'd'));
+  deep += "/" + std::string(PATH_MAX - 13 - deep.size(), 'd');
+  fs::create_directory(deep);
+  const TWorkingFolder inside(deep);
+  EXPECT_EQ(0, system(">1234567890; >12345678901"));
+  EXPECT_EQ((TMap{{"1234567890", 0}}), Find("1*", AttrAny));
 }

@@ -58,13 +58,16 @@ TEST(CodecDeathTest, SumsAndHashesHoweverTheyAreFedAndReadsLengths) {
   EXPECT_DEATH(hash.GetHash(nullptr, 0), "ciplib:245: .*GetHash\\(const char\\*, long int\\): ");
   hash.Final();
   EXPECT_DEATH(hash.Final(), "ciplib:212: void THash_SHA::Final\\(\\): Assertion `fInit");
+  hash.Update("x", 1);
+  hash.Burn();
   for (const char c : {'a', 'b', 'c'}) hash.Update(&c, 1);  // begins anew
   hash.Final();
   EXPECT_EQ(0, memcmp(hash.GetHash(nullptr, 0), "\xa9\x99\x3e\x36\x47\x06\x81\x6a", 8));
 
   for (int width = 0; const int expected : {0, 254, 65534, 0, -2})
     EXPECT_EQ(expected, DecodeLength("\xFE\xFF\xFF\xFF", width++));
-  EXPECT_DEATH(DecodeLength("12345", 5), "qov_const:.*Assertion `digits<=sizeof\\(int\\)' failed");
+  EXPECT_DEATH(DecodeLength("12345", 5),
+               "qov_const:54: .*Assertion `digits<=sizeof\\(int\\)' failed");
 }
 
 TEST(Codec, CipherProofAndPacketsAgreeWithThePeer) {
@@ -76,7 +79,8 @@ TEST(Codec, CipherProofAndPacketsAgreeWithThePeer) {
   EXPECT_EQ(text, ToStd(DecodeData(packet.Copy(5, 70), "k1")));
   EXPECT_EQ(BuildRequest("pw", "", "").substr(8, 16), ToStd(EncodePswd("pw")));
   QovReply reply;
-  reply.InitPacket("discarded", "k1");
+  reply.InitPacket("text", "k1");
+  EXPECT_EQ("text\n", reply);
   reply.SetResult(kResultDone) += "unfinished line";
   reply.FinalizePacket();
   EXPECT_EQ(BuildReply("k1", "200\nunfinished line\n\r"), ToStd(reply));

@@ -82,7 +82,6 @@ void TLinePieces::Search(const char* begin, const char* from, const char* to, co
   for (size_t i = 0; i < found_.size(); ++i) {
     if (found_[i]) continue;
     const TTextFinder text = filter_.Expression().Text(i);
-    if (!text.FitsInLine()) continue;
     // With its last byte this also holds the start at `to`, which is left to the next piece.
     const size_t count = static_cast<size_t>(to - from) + text.Length();
     const char* last = count < static_cast<size_t>(end - from) ? from + count : end;

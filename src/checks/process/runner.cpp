@@ -66,7 +66,6 @@ int SystemEx2(const char* cmdline, const char* workdir, const char* inFile, cons
   err = "";
   const bool background = timeoutMs == kRunInBackground;
   if (background) exitCode = 0;
-  ReapBackgroundChildren();
   const TArgumentBlock arguments(cmdline);
   TChild child;
   const int error = child.Start({.argv = arguments.Argv(),
@@ -86,7 +85,6 @@ int SystemEx2(const char* cmdline, const char* workdir, const char* inFile, cons
 }
 
 bool RunShell(const char* command) {
-  ReapBackgroundChildren();
   const char* const argv[] = {"sh", "-c", command, nullptr};
   TChild child;
   const int error = child.Start({.argv = argv, .program = _PATH_BSHELL});
