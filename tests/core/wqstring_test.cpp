@@ -62,9 +62,11 @@ TEST(StringTest, FindsWhatASimpleSearchFinds) {
   }
   for (size_t i = 0; i < 200; ++i)  // no byte behind the end counts
     EXPECT_EQ(0, mempos((std::string(i, 'q') + "xy").data(), static_cast<int>(i) + 1, "xy", 2));
-  // Where its longer part stands all bytes of the shorter one are looked at.
-  const std::string part(70, 'c');
-  EXPECT_EQ(0, ToString("xa" + part + "a" + part).Search(ToString("ba" + part), 1, 0));
+  // In a text that wears the quick search out: what stands where the shorter part of one place and
+  // the longer one of the next meet belongs to one of them.
+  std::string worn, b(69, 'b');
+  for (int i = 0; i < 10; ++i) worn += b + "bbb" + std::string(72, 'c');
+  EXPECT_EQ(0, ToString(worn + "x" + b + "ec" + b + "ec").Search(ToString("b" + b + "ec"), 1, 0));
   const char* s = "aaa";
   const TTextFinder word("a", 1, 1);  // its neighbours are those between begin and end
   EXPECT_TRUE(word.Find(s + 1, s + 1, s + 2) && !word.Find(s, s + 1, s + 2));
