@@ -12,23 +12,30 @@
 
 namespace {
 
-constexpr int kBlock = TWOFISH_BLOCK_SIZE;
 constexpr int kEscapeBytes = 3;
 
-/// 8-bit cipher feedback over n bytes. The register is always the 16 bytes of ciphertext that went
-/// before (the key's start in front of the first), so it is read where they lie and never shifted.
-/// @param feedback  the ciphertext: `in` when deciphering, `out` when enciphering
-void RunCipher(const TCipherKey& key, const unsigned char* in, unsigned char* out,
-               const unsigned char* feedback, int n) {
-  unsigned char window[2 * kBlock];
-  unsigned char block[kBlock];
-  memcpy(window, key.Start(), kBlock);
+// 8-bit cipher feedback. The register is always the 16 bytes of ciphertext that went before (the
+// key's start in front of the first), so it is read where they lie and never shifted.
+
+void Encipher(const TCipherKey& key, const unsigned char* in, unsigned char* out, int n) {
+  unsigned char window[2 * kTwofishBlock];
+  memcpy(window, key.Start(), kTwofishBlock);
   for (int i = 0; i < n; ++i) {
-    const unsigned char* last = i < kBlock ? window + i : feedback + i - kBlock;
-    Twofish_encrypt(&key.Schedule(), last, block);
-    out[i] = static_cast<unsigned char>(in[i] ^ block[0]);
-    if (i < kBlock) window[kBlock + i] = feedback[i];
+    const bool early = i < kTwofishBlock;
+    Twofish_first_bytes(key.Schedule(), early ? window + i : out + i - kTwofishBlock, out + i, 1);
+    out[i] ^= in[i];
+    if (early) window[kTwofishBlock + i] = out[i];
   }
+}
+
+void Decipher(const TCipherKey& key, const unsigned char* in, unsigned char* out, int n) {
+  const int early = std::min(n, kTwofishBlock);
+  unsigned char window[2 * kTwofishBlock];
+  memcpy(window, key.Start(), kTwofishBlock);
+  memcpy(window + kTwofishBlock, in, static_cast<size_t>(early));
+  Twofish_first_bytes(key.Schedule(), window, out, early);
+  Twofish_first_bytes(key.Schedule(), in, out + early, n - early);
+  for (int i = 0; i < n; ++i) out[i] ^= in[i];
 }
 
 int LengthOf(const char* p, int len) { return len <= 0 ? static_cast<int>(strlen(p)) : len; }
@@ -87,7 +94,7 @@ String EncodeData(const String& data, const TCipherKey& key, int digits) {
   const int prefix = result.Length();
   result.SetLength(prefix + data.Length());
   unsigned char* out = reinterpret_cast<unsigned char*>(result.Data()) + prefix;
-  RunCipher(key, Bytes(data.Data()), out, out, data.Length());
+  Encipher(key, Bytes(data.Data()), out, data.Length());
   return result;
 }
 
@@ -99,8 +106,7 @@ String DecodeData(const char* data, int len, const TCipherKey& key) {
   String result;
   if (len <= 0) return result;
   result.SetLength(len);
-  const unsigned char* in = Bytes(data);
-  RunCipher(key, in, reinterpret_cast<unsigned char*>(result.Data()), in, len);
+  Decipher(key, Bytes(data), reinterpret_cast<unsigned char*>(result.Data()), len);
   return result;
 }
 

@@ -1,12 +1,16 @@
 #pragma once
 
-#include <nettle/twofish.h>
+#include <stdint.h>
 
-/// The Twofish block cipher, 16-byte blocks.
+/// The Twofish block cipher, 16-byte blocks. Driven by tables, whose places depend on key and data:
+/// no protection against somebody who watches this machine's caches.
+inline constexpr int kTwofishBlock = 16;
+inline constexpr int kTwofishMaxKey = 32;
 
 /// A prepared key; read-only after Twofish_prepare_key, so threads may share it.
 struct Twofish_key {
-  twofish_ctx context;
+  uint32_t boxes[4][256];  ///< what each byte of a word adds to the round function
+  uint32_t words[40];      ///< added before the rounds, after them, and two in each
 };
 
 /// Runs the self test and allows keys to be prepared. Call it once, before any thread starts.
@@ -20,6 +24,21 @@ void Twofish_prepare_key(const unsigned char* key, int len, Twofish_key* out);
 /// One block; in and out may be the same buffer.
 void Twofish_encrypt(const Twofish_key* key, const unsigned char in[16], unsigned char out[16]);
 void Twofish_decrypt(const Twofish_key* key, const unsigned char in[16], unsigned char out[16]);
+
+/// out[i] becomes the first byte of the block to which Twofish_encrypt takes the one at in + i, for
+/// `count` of them: all that a feedback of 8 bits needs, and cheaper. The buffers are separate.
+void Twofish_first_bytes(const Twofish_key& key, const unsigned char* in, unsigned char* out,
+                         int count);
+
+/// The steps that the self test judges.
+struct TTwofishSteps {
+  decltype(&Twofish_prepare_key) prepare = &Twofish_prepare_key;
+  decltype(&Twofish_encrypt) encrypt = &Twofish_encrypt;
+  decltype(&Twofish_decrypt) decrypt = &Twofish_decrypt;
+};
+/// Holds them against the published answers; a wrong one ends the process through Twofish_fatal.
+/// REQUIRES: Twofish_initialise, which calls it.
+void self_test(const TTwofishSteps& steps);
 
 /// Writes "\nTwofish fatal error: %s\nProcess terminated\n" to standard error; exit status 3.
 [[noreturn]] void Twofish_fatal(const char* msg);

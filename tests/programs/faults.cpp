@@ -1,13 +1,12 @@
 // Loaded into an agent in front of the C library: calls fail, or take their time.
 //   FAULT_<CALL>='F L E'   the Fth to the Lth of these calls fail with errno E; for 0 they end in a
-//                          segmentation fault. FAULT_CIPHER: they give something else; counted
-//                          from the block that the agent checks at its start.
+//                          segmentation fault. FAULT_DIGEST: they give something else.
 //   FAULT_SEND_MS=N, FAULT_AGE_SEC=N   every send is delayed, the process was started earlier
 // A pause of a second takes 10 ms; the host is called by an address, so that no server is asked.
 
 #include <dlfcn.h>
 #include <errno.h>
-#include <nettle/twofish.h>
+#include <nettle/sha1.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -66,11 +65,10 @@ time_t time(time_t*) noexcept {
   clock_gettime(CLOCK_REALTIME, &now);
   return now.tv_sec - (started.exchange(true) ? 0 : Number("FAULT_AGE_SEC"));
 }
-void nettle_twofish_encrypt(const twofish_ctx* key, size_t size, uint8_t* to, const uint8_t* from) {
-  NEXT(nettle_twofish_encrypt);
+void nettle_sha1_digest(sha1_ctx* context, size_t size, uint8_t* digest) {
+  NEXT(nettle_sha1_digest);
   static std::atomic<int> calls{0};
-  const bool counted = calls != 0 || memcmp(from, "123456789012345", 16) == 0;
-  next(key, size, to, from);
-  if (counted && Fails("FAULT_CIPHER", ++calls)) to[0] ^= 1;
+  next(context, size, digest);
+  if (Fails("FAULT_DIGEST", ++calls)) digest[0] ^= 1;
 }
 }

@@ -27,8 +27,7 @@ TEST(StartTest, EndsWithTheStatusAndTextOfTheFault) {
   const std::tuple<const char*, const char*, const char*, int, const char*> cases[] = {
       {"-v -i", "", "", 1, "Settings checking .. Error\nCannot open configuration file '-i'\n"},
       {"-i", "qovpath=qov\n", "", 1, "  Full path to the agent is not specified!\n\nPlease check"},
-      {"-i", "", "FAULT_CIPHER='1 1 5'", 3, "Basic encyption checking .. Error\n"},
-      {"-i", "", "FAULT_CIPHER='2 2 5'", 3, "QOV encyption checking .. Error\n"},
+      {"-i", "", "FAULT_DIGEST='3 3 5'", 3, "QOV encyption checking .. Error\n"},
       {"-i", "", "FAULT_BIND='1 3 98'", 4, "Sock testing .. TCP listen error:\nsocket() or"},
       {"-i", "", "FAULT_BIND='2 4 98'", 4, "\nTCP listen error: socket() or bind() error\n\n"},
       {"-d", "", "FAULT_FORK='1 1 11'", 2, "Error initializing daemon: Resource temporarily"},
