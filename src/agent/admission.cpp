@@ -1,14 +1,12 @@
 #include "agent/admission.h"
 
-#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <memory>
 #include <utility>
 
-#include "agent/session.h"
+#include "agent/sessionthread.h"
 #include "config/addrfilter.h"
 #include "config/settings.h"
 #include "config/status.h"
@@ -30,14 +28,11 @@ bool IsAdmitted(in_addr peer) {
 void TAdmission::Admit(TFd socket, in_addr peer) {
   if (!IsAdmitted(peer)) return Refuse(std::move(socket), peer);
   showmessage("TCP connection accepted\n", peer, msgOk, 0);
-  auto params = std::make_unique<ThreadParams>(ThreadParams{socket.Get(), peer});
-  pthread_t thread;
-  if (pthread_create(&thread, nullptr, &ClientExecute, params.get()) != 0) {
+  if (StartSession({socket.Get(), peer}) == 0) {
+    socket.Release();
+  } else {
     showmessage("Cannot start session thread, connection closed\n", peer, msgFail, 0);
-    return;
   }
-  params.release();  // NOLINT(bugprone-unused-return-value): the session frees it
-  socket.Release();
 }
 
 bool TAdmission::DropRefused() {

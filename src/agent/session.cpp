@@ -2,12 +2,11 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -24,6 +23,8 @@
 namespace {
 
 constexpr timespec kPoll{0, 500'000};
+constexpr unsigned long kIdleSlackNs = 5'000'000;
+constexpr unsigned long kOwnSlack = 0;  ///< what the thread was made with
 
 /// The connection of this thread's session, -1 without one.
 thread_local int openSocket = -1;
@@ -52,6 +53,8 @@ class TSession {
   bool TakeRequestData(const char* data, int length);
   void ServeRequest();
   void SendReply();
+  /// How late the system may end this thread's waits.
+  void SetSlack(unsigned long slackNs);
 
   ThreadParams params_;
   UpgradeRec upgrade_;
@@ -62,9 +65,11 @@ class TSession {
   int64_t lastChunk_ = MonotonicSec();
   int64_t lastLook_ = lastChunk_;  // at the idle limit
   bool wholePacket_ = false;
+  unsigned long slackNs_ = kOwnSlack;
 };
 
 TSession::~TSession() {
+  SetSlack(kOwnSlack);
   showmessage("Session closed, wait for next ..\n", kNoPeer, msgInfo, 0);
   shutdown(params_.socket, SHUT_RDWR);
   close(std::exchange(openSocket, -1));
@@ -78,15 +83,22 @@ TSession::~TSession() {
 }
 
 /// Deliberate: the short wait makes the loop poll rapidly, which is what bounds how late a limit or
-/// an end is noticed.
+/// an end is noticed. A peer that lets it wait once lets the system be late with the next ends, so
+/// that many of them cost few wakes; data end a wait at once.
 void TSession::Run() {
   for (;;) {
     pollfd wait = {params_.socket, POLLIN, 0};
     const int ready = ppoll(&wait, 1, &kPoll, nullptr);
     if (ready < 0 && errno != EINTR) return;
     if (ready > 0 && !Receive()) return;
-    if (ready == 0 && IsIdleTooLong()) return;
+    if (ready != 0) continue;
+    SetSlack(kIdleSlackNs);
+    if (IsIdleTooLong()) return;
   }
+}
+
+void TSession::SetSlack(unsigned long slackNs) {
+  if (std::exchange(slackNs_, slackNs) != slackNs) prctl(PR_SET_TIMERSLACK, slackNs);
 }
 
 /// Takes one chunk; false ends the session.
@@ -129,6 +141,7 @@ bool TSession::TakeRequestData(const char* data, int length) {
 }
 
 void TSession::ServeRequest() {
+  SetSlack(kOwnSlack);     // a child inherits it
   const TSettingsPin pin;  // one settings record for the whole request
   const TSettingsView settings = CurrentSettings();
   if (request_.ParseInitRequest(settings->password, *settings->PasswordCipher(), params_.address) <=
@@ -154,12 +167,7 @@ void TSession::SendReply() {
 
 }  // namespace
 
-void* ClientExecute(void* block) {
-  pthread_detach(pthread_self());
-  TSession session(*std::unique_ptr<ThreadParams>(static_cast<ThreadParams*>(block)));
-  session.Run();
-  return nullptr;
-}
+void RunSession(const ThreadParams& params) { TSession(params).Run(); }
 
 void DropCrashedSession() {
   if (openSocket == -1) return;

@@ -7,8 +7,14 @@ TEST(SessionTest, CountsItsConnectionsAndKeepsOnlySoManyRefused) {
   const TAgentProcess agent(
       {.config = "filteractive=1\n", .faults = "FAULT_THREAD='8 27 11' FAULT_ACCEPT='32 32 24'"});
   const long descriptors = Count(agent.Proc("fd"));
-  for (int i = 1; i <= 30; ++i)
-    ASSERT_EQ(i >= 8 && i <= 27 ? "" : "200", agent.Ask("GetInfo").code) << i;
+  {
+    std::vector<TRawPeer> held;
+    for (int i = 1; i <= 30; ++i) {
+      const bool refused = i >= 8 && i <= 27;
+      held.emplace_back(agent.port).Receive(refused ? 20000 : 1);
+      ASSERT_EQ(refused, !held.back().Open()) << i;
+    }
+  }
   EXPECT_TRUE(agent.WaitFor("Cannot start session thread, connection closed\n", 20));
   TRawPeer stranger(agent.port, "127.0.0.2");
   ASSERT_TRUE(stranger.Open());
@@ -94,16 +100,34 @@ TEST(SessionTest, AnswersTwoHundredAtOnceWhileOthersWait) {
   for (int i = 0; i < 4; ++i)
     peers.emplace_back(agent.port).Ask("TEST-TCP", {"127.0.0.1", port, "60000", "1", "1"});
   ASSERT_TRUE(agent.WaitForSessions(5));
-  // One behind the other: a thread that were not detached would leave its stack of 8 MiB.
   const auto pages = [&] { return atol(ReadFile(agent.Proc("statm")).c_str()); };
   const long before = pages();
   for (int i = 0; i < 200; ++i) EXPECT_EQ("200", agent.Ask("GetInfo").code);
-  EXPECT_GT(100 * 2048, pages() - before);
+  EXPECT_GT(12, Count(agent.Proc("task"))) << "one behind the other, each on the former's thread";
   for (int i = 0; i < 200; ++i) peers.emplace_back(agent.port);
   for (int i = 4; i < 204; ++i) ASSERT_TRUE(peers[i].Ask("GetInfo"));
   for (int i = 4; i < 204; ++i) EXPECT_EQ("200", peers[i].Reply().code);
   EXPECT_TRUE(agent.WaitFor("]\t qov\t\t Session closed, wait for next ..\n", 401));
   EXPECT_TRUE(agent.WaitForSessions(5));
+  // A thread that were not detached would leave its stack of 8 MiB.
+  EXPECT_TRUE(Await([&] { return Count(agent.Proc("task")) < 7; }));
+  EXPECT_GT(100 * 2048, pages() - before);
+}
+
+TEST(SessionTest, WaitsLooselyAndLeavesNothingOfThatToItsChild) {
+  const std::string slack = "/proc/self/timerslack_ns";
+  const TAgentProcess agent;
+  TRawPeer peer(agent.port);
+  const auto loose = [&] {
+    for (const auto& thread : fs::directory_iterator(agent.Proc("task")))
+      if (ReadFile("/proc/" + thread.path().filename().string() + "/timerslack_ns") == "5000000\n")
+        return true;
+    return false;
+  };
+  EXPECT_TRUE(Await(loose));
+  peer.Ask("TEST-ShellScript", {"/bin/sh %script%", "cat " + slack, "", "", ""});
+  EXPECT_EQ(ReadFile(slack), peer.Reply().values.at(0) + "\n");
+  EXPECT_TRUE(Await([&] { return !loose(); }));
 }
 
 TEST(ChildrenTest, AreCollectedByALaterImageAndDoNotHoldItsPort) {
