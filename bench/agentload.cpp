@@ -78,6 +78,53 @@ long OwnMemoryKb(const TAgentProcess& agent) {
   return at == std::string::npos ? -1 : atol(status.c_str() + at + 8);
 }
 
+/// Own memory after 16 connections at a time have asked for everything that takes buffers, and
+/// after each wave of strangers, who send 16 MB without the proof and go.
+void MeasureMemory(const TAgentProcess& agent) {
+  const long idle = OwnMemoryKb(agent);
+  const std::string file = agent.folder.File("data/large", std::string(8'000'001, 'x'));
+  const std::string log = agent.folder.File("data/log", std::string(4'000'000, 'y') + "\nz\n");
+  const std::string name(200, 'n');
+  for (int i = 0; i < 60'000; ++i) agent.folder.File("list/" + name + std::to_string(i));
+  const std::string data = agent.folder.Path("data"), list = agent.folder.Path("list");
+  const std::string packets[] = {Packet("TEST-UNC", {"/"}),
+                                 Packet("GetInfo"),
+                                 Packet("TEST-FileCRC", {file}),
+                                 Packet("TEST-FileCompare", {"1", file, file}),
+                                 Packet("TEST-TextLog", {log, "z", "0", "1"}),
+                                 Packet("TEST-FolderSize", {data, "1"}),
+                                 Packet("GetFilesList", {list, "*", "", "1"})};
+  const auto ask = [&](int times, const std::string& packet) {
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 16; ++i) {
+      clients.emplace_back([&] {
+        for (int j = 0; j < times; ++j) {
+          TRawPeer peer(agent.port);
+          peer.Send(packet);
+          peer.Receive(60'000);
+        }
+      });
+    }
+    for (std::thread& client : clients) client.join();
+  };
+  for (const std::string& packet : packets) ask(&packet < packets + 2 ? 200 : 2, packet);
+  sleep(4);  // until the last threads that wait for a session have gone
+  printf("own memory: %ld kB idle, %ld kB after requests of all kinds", idle, OwnMemoryKb(agent));
+  std::string stranger = BuildRequest("wrong", kSessionKey, std::string(16'000'000, 'x'));
+  for (int wave = 0; wave < 3; ++wave) {
+    std::vector<TRawPeer> peers;
+    long held = 0;
+    for (int i = 0; i < 40; ++i) {
+      peers.emplace_back(agent.port).Send(std::string_view(stranger).substr(0, 15'999'000));
+      held = std::max(held, OwnMemoryKb(agent));
+    }
+    peers.clear();
+    agent.WaitForSessions(1);
+    printf(", %ld kB with 40 strangers and %ld kB after them", held, OwnMemoryKb(agent));
+  }
+  puts("");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -103,5 +150,6 @@ int main(int argc, char** argv) {
   sleep(kIdleSec);
   printf("idle: %ld ms CPU in %u s, own memory %ld kB\n", CpuMs(agent) - cpuBefore, kIdleSec,
          OwnMemoryKb(agent));
+  MeasureMemory(agent);
   return good ? 0 : 1;
 }

@@ -130,11 +130,11 @@ bool TSession::TakeUpgradeData(char* data, int length) {
 
 bool TSession::TakeRequestData(const char* data, int length) {
   lastChunk_ = MonotonicSec();
-  if (request_.Length() + length > request_.Capacity()) {
-    request_.Reserve(2 * (request_.Length() + length));
+  request_.TakeBytes(data, length);
+  if (request_.WholePacket() == 0) {
+    request_.ForgetIfRefused(CurrentSettings()->password);
+    return true;
   }
-  request_.AddData(data, length);
-  if (request_.WholePacket() == 0) return true;
   wholePacket_ = true;
   ServeRequest();
   return upgrade_.active != 0;

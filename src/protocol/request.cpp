@@ -12,59 +12,85 @@ namespace {
 
 constexpr unsigned char kMarker[SIZELEN_AUTH] = {0x03, 0x12};
 
-/// The fields of a packet; offsets and lengths in bytes.
-struct TLayout {
-  int64_t proofLength;
-  int64_t keyLength;
-  int64_t requestLength;
-  int64_t KeyAt() const { return OFFSET_REQUEST - 1 + proofLength; }
-  int64_t RequestAt() const { return SIZELEN_MINIMUM + proofLength + keyLength; }
-};
-
 void ReportSize(const char* what, in_addr from, int64_t sizeBytes) {
   showmessage("<-- %s size: %d\n", from, msgDebug, 1, what, static_cast<int>(sizeBytes));
 }
 
-/// Reads the lengths of the packet, each only after the ones before were found to fit.
-bool ReadLayout(const String& packet, in_addr from, TLayout& out) {
-  const int64_t size = packet.Length();
+/// Whether the lengths of the packet fit, each looked at only after the ones before.
+bool LengthsFit(const TPacketHead& head, in_addr from) {
+  const int64_t size = head.Taken();
   ReportSize("TCP packet", from, size);
   if (size < SIZELEN_MINIMUM || size > kMaxPacketBytes) return false;
-  const auto field = [&packet](int64_t at, int digits) -> int64_t {
-    return DecodeLength(packet.Data() + at, digits);
-  };
-
-  const int64_t announced = field(OFFSET_PACKET - 1, SIZELEN_PACKET);
-  ReportSize("QOV packet", from, announced);
-  if (announced + SIZELEN_PACKET != size) return false;
-
-  out.proofLength = field(OFFSET_PSWD - 1, SIZELEN_PSWD);
-  ReportSize("Pswd", from, out.proofLength);
-  if (SIZELEN_MINIMUM + out.proofLength > size) return false;
-
-  out.keyLength = field(OFFSET_KEY - 1 + out.proofLength, SIZELEN_KEY);
-  ReportSize("Key", from, out.keyLength);
-  if (out.RequestAt() > size) return false;
-
-  out.requestLength = field(OFFSET_REQUEST - 1 + out.proofLength + out.keyLength, SIZELEN_REQUEST);
-  ReportSize("Req", from, out.requestLength);
-  return out.requestLength >= 0 && out.RequestAt() + out.requestLength <= size &&
-         memcmp(packet.Data() + OFFSET_AUTH - 1, kMarker, sizeof kMarker) == 0;
-}
-
-/// In a time that does not depend on the bytes, so that it tells nothing about the proof.
-bool ProofMatches(const char* proof, int64_t length, const String& password) {
-  const String expected = EncodePswd(password);
-  return length == expected.Length() &&
-         memeql_sec(proof, expected.CStr(), static_cast<size_t>(length)) != 0;
+  ReportSize("QOV packet", from, head.Announced());
+  if (head.Announced() + SIZELEN_PACKET != size) return false;
+  ReportSize("Pswd", from, head.ProofLength());
+  if (SIZELEN_MINIMUM + head.ProofLength() > size) return false;
+  ReportSize("Key", from, head.KeyLength());
+  if (head.TextAt() > size) return false;
+  ReportSize("Req", from, head.TextLength());
+  return head.TextLength() >= 0 && head.TextAt() + head.TextLength() <= size &&
+         memcmp(head.Marker(), kMarker, sizeof kMarker) == 0;
 }
 
 }  // namespace
 
+void TPacketHead::Take(const char* bytes, int count) {
+  // Copies what has come of a field; true when that is all of it.
+  const auto take = [&](int64_t at, int64_t size, char* field) {
+    const int64_t from = std::max(at, taken_);
+    const int64_t to = std::min(at + size, taken_ + count);
+    if (from < to)
+      memcpy(field + (from - at), bytes + (from - taken_), static_cast<size_t>(to - from));
+    return at + size <= taken_ + count;
+  };
+  if (take(0, sizeof start_, start_)) {
+    take(OFFSET_KEY - 1, std::min<int64_t>(ProofLength(), sizeof proof_), proof_);
+    if (take(KeyAt() - SIZELEN_KEY, SIZELEN_KEY, keyLength_)) {
+      take(TextAt() - SIZELEN_REQUEST, SIZELEN_REQUEST, textLength_);
+    }
+  }
+  taken_ += count;
+}
+
+bool TPacketHead::HasProof() const {
+  constexpr int64_t kSize = sizeof proof_;  // a longer one is none
+  return taken_ >= OFFSET_KEY - 1 && taken_ >= OFFSET_KEY - 1 + std::min(ProofLength(), kSize);
+}
+
+bool TPacketHead::HasProofOf(const String& password) const {
+  const String expected = EncodePswd(password);
+  return ProofLength() == expected.Length() &&
+         memeql_sec(proof_, expected.CStr(), static_cast<size_t>(expected.Length())) != 0;
+}
+
+TPacketHead VxRequest::Head() const {
+  TPacketHead head = forgotten_;
+  if (head.Taken() == 0) head.Take(Data(), Length());
+  return head;
+}
+
+void VxRequest::TakeBytes(const char* bytes, int count) {
+  if (forgotten_.Taken() != 0) return forgotten_.Take(bytes, count);
+  const int64_t needed = int64_t{Length()} + count;
+  const int64_t ahead = std::min<int64_t>(2 * needed, kMaxPacketBytes);
+  if (needed > Capacity()) Reserve(static_cast<int>(std::max(needed, ahead)));
+  AddData(bytes, count);
+}
+
+void VxRequest::ForgetIfRefused(const String& password) {
+  const TPacketHead head = Head();
+  if (proofSeen_ || !head.HasProof()) return;
+  proofSeen_ = true;
+  if (head.HasProofOf(password)) return;
+  forgotten_ = head;
+  *this = String();
+}
+
 int VxRequest::WholePacket() const {
-  if (Length() < SIZELEN_MINIMUM) return 0;
-  const int64_t packet = int64_t{DecodeLength(Data(), SIZELEN_PACKET)} + SIZELEN_PACKET;
-  return packet <= Length() || packet > kMaxPacketBytes ? 1 : 0;
+  const TPacketHead head = Head();
+  if (head.Taken() < SIZELEN_MINIMUM) return 0;
+  const int64_t packet = head.Announced() + SIZELEN_PACKET;
+  return packet <= head.Taken() || packet > kMaxPacketBytes ? 1 : 0;
 }
 
 int VxRequest::ParseInitRequest(const String& password, in_addr from) {
@@ -75,18 +101,18 @@ int VxRequest::ParseInitRequest(const String& password, const TCipherKey& passwo
                                 in_addr from) {
   sessionKey_ = String();
   cipher_ = nullptr;
-  TLayout layout;
-  if (!ReadLayout(*this, from, layout)) return 0;
-  if (!ProofMatches(Data() + OFFSET_KEY - 1, layout.proofLength, password)) {
+  const TPacketHead head = Head();
+  if (!LengthsFit(head, from)) return 0;
+  if (forgotten_.Taken() != 0 || !head.HasProofOf(password)) {
     showmessage("<-- Wrong password or MD5 error\n", from, msgDebug, 0);
     return 0;
   }
   const auto decoded = [this](int64_t at, int64_t count, const TCipherKey& key) {
     return DecodeData(Data() + at, static_cast<int>(count), key);
   };
-  sessionKey_ = decoded(layout.KeyAt(), layout.keyLength, passwordCipher);
+  sessionKey_ = decoded(head.KeyAt(), head.KeyLength(), passwordCipher);
   cipher_ = std::make_shared<const TCipherKey>(sessionKey_);
-  *this = decoded(layout.RequestAt(), layout.requestLength, *cipher_);
+  *this = decoded(head.TextAt(), head.TextLength(), *cipher_);
   return 1;
 }
 

@@ -5,6 +5,32 @@
 #include "core/wqstring.h"
 #include "protocol/qov_const.h"
 
+/// What stands in a packet around its texts, collected from its bytes as they come.
+class TPacketHead {
+ public:
+  void Take(const char* bytes, int count);
+
+  int64_t Taken() const { return taken_; }  ///< bytes so far
+  // Each once its bytes have come; lengths and offsets in bytes.
+  int64_t Announced() const { return DecodeLength(start_, SIZELEN_PACKET); }
+  const char* Marker() const { return start_ + OFFSET_AUTH - 1; }
+  int64_t ProofLength() const { return DecodeLength(start_ + OFFSET_PSWD - 1, SIZELEN_PSWD); }
+  int64_t KeyLength() const { return DecodeLength(keyLength_, SIZELEN_KEY); }
+  int64_t TextLength() const { return DecodeLength(textLength_, SIZELEN_REQUEST); }
+  int64_t KeyAt() const { return OFFSET_REQUEST - 1 + ProofLength(); }
+  int64_t TextAt() const { return SIZELEN_MINIMUM + ProofLength() + KeyLength(); }
+  bool HasProof() const;  ///< as far as it can be one
+  /// In a time that does not depend on the proof's bytes, so that it tells nothing about them.
+  bool HasProofOf(const String& password) const;
+
+ private:
+  int64_t taken_ = 0;
+  char start_[OFFSET_KEY - 1] = {};
+  char proof_[16] = {};
+  char keyLength_[SIZELEN_KEY] = {};
+  char textLength_[SIZELEN_REQUEST] = {};
+};
+
 /// A request: first the packet as it arrives, after ParseInitRequest the plain text, whose lines
 /// are the command and its parameters. One connection's thread.
 class VxRequest : public String {
@@ -13,12 +39,17 @@ class VxRequest : public String {
   /// Replaces the text only.
   using String::operator=;
 
+  /// Adds bytes of the packet.
+  void TakeBytes(const char* bytes, int count);
+  /// Lets the bytes of an unfinished packet go once its proof is known to be wrong; more of them
+  /// are only counted, and the packet is refused as it would be. Looks at a proof once.
+  void ForgetIfRefused(const String& password);
   /// 1 when the bytes so far hold a whole packet or announce one that is never accepted (a negative
   /// length, or more than kMaxPacketBytes); 0 while more must come.
   int WholePacket() const;
   /// Checks lengths, marker and password proof of the packet and deciphers it; `from` is for the
   /// debug messages, the cipher is that of the password. Returns 1 with text and session key set; 0
-  /// with the packet kept as it was and an empty session key.
+  /// with the packet kept as it was, if not forgotten, and an empty session key.
   /// The agent itself calls the form with the cipher.
   int ParseInitRequest(const String& password, in_addr from);
   int ParseInitRequest(const String& password, const TCipherKey& passwordCipher, in_addr from);
@@ -41,6 +72,10 @@ class VxRequest : public String {
   String GetNamedParam(const char* name) const;
 
  private:
+  TPacketHead Head() const;
+
   String sessionKey_;
   TCipher cipher_;
+  TPacketHead forgotten_;  // of a packet whose bytes were let go
+  bool proofSeen_ = false;
 };

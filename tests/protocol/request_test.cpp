@@ -32,6 +32,17 @@ struct RequestTest : testing::Test {
     return request.ParseInitRequest("pw", {inet_addr("7.0.0.9")});
   }
 
+  /// The packet as it comes in `count` pieces, the proof looked at after each.
+  static VxRequest InPieces(const std::string& packet, size_t count) {
+    VxRequest taken;
+    for (size_t at = 0, size = packet.size() / count + 1; at < packet.size(); at += size) {
+      const std::string piece = packet.substr(at, size);
+      taken.TakeBytes(piece.data(), static_cast<int>(piece.size()));
+      taken.ForgetIfRefused("pw");
+    }
+    return taken;
+  }
+
   const std::string good = BuildRequest("pw", "k1", kText);
   VxRequest request;
 };
@@ -48,6 +59,7 @@ TEST_F(RequestTest, AcceptsAGoodPacketAndKeepsItsKey) {
   // Deliberate: only a text that reaches past the end is refused.
   EXPECT_EQ(1, Parse(Put(good, 28, 4, 6)));
   EXPECT_EQ("TEST-X", ToStd(request));
+  EXPECT_TRUE((request = InPieces(good, 99)).ParseInitRequest("pw", {}) == 1 && request == kText);
   request = ToString(BuildRequest("", "", ""));
   EXPECT_EQ(1, request.ParseInitRequest("", {}));
 }
@@ -73,6 +85,15 @@ TEST_F(RequestTest, RefusesEveryDamageWithoutAKeyAndTellsHowFarItCame) {
       EXPECT_EQ(std::string("7.0.0.92<-- ") + last + "\n", said.substr(said.rfind("7.0.0.9")));
       EXPECT_EQ(packet, ToStd(request)) << "the packet is kept";
       EXPECT_TRUE(request.GetSessionKey().Empty() && request.SessionCipher() == nullptr) << last;
+      for (const size_t count : {1, 3, 50, 99}) {
+        const std::string whole = std::exchange(said, "");
+        VxRequest pieces = InPieces(packet, count);
+        EXPECT_EQ(request.WholePacket(), pieces.WholePacket()) << last;
+        EXPECT_EQ(0, pieces.ParseInitRequest("pw", {inet_addr("7.0.0.9")}));
+        EXPECT_EQ(whole, said);
+        EXPECT_TRUE(last[0] != 'W' || pieces.Capacity() == 0) << "its bytes are to be let go";
+        EXPECT_TRUE(last[0] != 'R' || pieces == request) << last;
+      }
     }
   }
 }
