@@ -74,7 +74,8 @@ TEST_F(Files, AnswerEachQuestion) {
   // One may lead the other; nothing may be asked; a text is taken as it stands.
   Expect(kCompare, "200\n1\n",
          "1,@abc\xE9,@abcdef,1,6=1|1,@late,@empty,6=1|1,@late,@words|1,@late,@abc\xE9,5=1,6=1|"
-         "1,@%newestfile%,@%newestfile%,12=1,13=1|2,@words,cat,1|2,@words,cats,5=1|2,@words, \r|"
+         "1,@%newestfile%,@%newestfile%,12=1,13=1|1,@%newestfile%,@8M,12=1|2,@words,cat,1|2,@words,"
+         "cats,5=1|2,@words, \r|"
          "2,@words,%0A|2,@words,\xE9|3,@abcdef,@abc\xE9|3,@abc\xE9,@empty|3,@late,@abc\xE9|"
          "3,@%newestfile%,@8M,11=1");
   Expect(kCompare, "200\n0\n",

@@ -44,6 +44,10 @@ TEST(Expressions, BecomePostfixAndHoldForALine) {
   String rest(" 7div 2");
   EXPECT_TRUE(wide.GetToken(rest) == "7" && wide.GetToken(rest) == "div" && rest == " 2");
   EXPECT_TRUE(wide.Expr2Polish(rest, 1) == 1 && wide.Output().Count() == 0);
+  rest = "'1'<2 mod 3 div 4 mod(5) and 6<=7==8>9 or'a'<>'b'>=0";
+  wide.Expr2Polish(rest, 0);
+  for (int i = 0; i < wide.Output().Count(); ++i) rest += wide.Output()[i] + ' ';
+  EXPECT_EQ("'1' 2 3 mod 4 div 5 mod < 6 7 <= 8 == 9 > and 'a' 'b' <> 0 >= or ", rest);
   BoolStack full(1), few(1);
   for (int i = 0; i < 2; ++i) {
     EXPECT_FALSE(full.Failed() || few.Failed());
@@ -79,7 +83,7 @@ TEST_F(TextLog, FollowsALogThroughItsLife) {
   };
   double position = 0, size = 0, time = 0, current;
   utimbuf times{};
-  String line, error;
+  String line, error("old");
   for (const auto& [mode, bytes, all, outcome] : steps) {
     std::ofstream(log, mode) << bytes;
     times.modtime += 1;
@@ -87,6 +91,7 @@ TEST_F(TextLog, FollowsALogThroughItsLife) {
     const double match = CheckFileForExpression(log.c_str(), "ERR", position, size, time, 0, all, 1,
                                                 0, line, error, current);
     EXPECT_EQ(outcome, TOutcome(match, ToStd(line), position, size, time, current)) << bytes;
+    EXPECT_EQ("", error);
   }
 }
 

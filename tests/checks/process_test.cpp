@@ -171,6 +171,7 @@ TEST_F(ProcTest, RedirectsStreamsOfChildrenInACleanState) {
   EXPECT_EQ("oops\nfrom in\n", ReadFile("errors") + ReadFile("in")) << "no link is followed";
   run("echo aaaa; echo b >&2", nullptr, nullptr, "out", "out");
   EXPECT_EQ("b\naa\n", ReadFile("out")) << "one file, two positions";
+  EXPECT_EQ(fs::perms(0666 & ~umask(022)), fs::status("out").permissions());
   run("cat", nullptr, "pipe", "out", nullptr);  // nobody writes
   const TFd writer(open("pipe", O_RDWR | O_CLOEXEC));
   run("(sleep .1; echo late >pipe) & head -n 1", nullptr, "pipe", "out", nullptr);

@@ -21,6 +21,7 @@ TEST(PathsTest, TakesPathsApartAndExpandsThem) {
               (std::array{c[0], ExtractFilePath(c[0]), ExtractFileName(c[0]), ExtractFileExt(c[0]),
                           IncludeTrailingPathDelimiter(c[0]), ExcludeTrailingPathDelimiter(c[0])}));
   EXPECT_EQ(2, LastDelimiter("./", String("a/\0", 3))) << "a zero byte never counts";
+  EXPECT_EQ(!isLeadByte('\xC3'), StrCharLength("\xC3\xA9"));
   EXPECT_EQ(4095, ExtractFileName(ToString(std::string(5000, 'x'))).Length());
 
   // Odd, and relied upon: the root's own slash precedes no dot, a slash behind "./" stays,

@@ -167,6 +167,11 @@ TEST(ChildrenTest, HelpersCountAndListProcesses) {
   EXPECT_EQ("200\n0\n\r", count("'q?'" + name.substr(2))) << "no pattern";
   EXPECT_EQ("200\n0\n\r", count("proccount"));
   EXPECT_EQ("301\nScript error\n\r", count("' '; exit"));
+  // What a later load settles holds for children, too.
+  agent.WriteConfig("tmpdir=" + agent.folder.Folder("later") + "\n");
+  EXPECT_EQ("200", agent.Ask("ReloadCfg").code);
+  EXPECT_EQ("200\n" + agent.folder.Path("later\n\n\r"),
+            agent.Ask("TEST-ShellScript", {"/bin/sh %script%", "echo $TMPDIR"}).text);
   EXPECT_THAT(agent.Ask("GetProcessesList").text,
               testing::HasSubstr("%0D%0A" + name + "%0D%0A" + name + "%0D%0A"));
 }
