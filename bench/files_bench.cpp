@@ -77,6 +77,16 @@ void ChecksumAgainstZlib(benchmark::State& state) {
 }
 QOV_COMPARISON(ChecksumAgainstZlib);
 
+void ChecksumAgainstCksum(benchmark::State& state) {
+  const auto ours = [&] {
+    unsigned sum = 0;
+    String error;
+    if (GetFileCRC(File(false).c_str(), &sum, error) == 0) state.SkipWithError(error.CStr());
+  };
+  Compare(state, ours, [] { return TimeProgram({"cksum", File(false)}, Folder().Path("out")); });
+}
+QOV_COMPARISON(ChecksumAgainstCksum);
+
 void CompareFilesAgainstCmp(benchmark::State& state) {
   const auto ours = [&] {
     if (CompareFiles(File(false).c_str(), File(true).c_str()) != 1) state.SkipWithError("unequal");
@@ -95,6 +105,18 @@ void FolderSizeAgainstDu(benchmark::State& state) {
   Compare(state, ours, [] { return TimeProgram({"du", "-sb", Tree()}, Folder().Path("out")); });
 }
 QOV_COMPARISON(FolderSizeAgainstDu);
+
+void CountFilesAgainstFind(benchmark::State& state) {
+  const String tree(Tree().c_str());
+  const auto ours = [&] {
+    if (CountFiles(tree, "*", 1, cfAllFiles, 0) != kFolders * kFilesPerFolder)
+      state.SkipWithError("another count");
+  };
+  Compare(state, ours, [] {
+    return TimeProgram({"sh", "-c", "find " + Tree() + " -type f | wc -l"}, Folder().Path("out"));
+  });
+}
+QOV_COMPARISON(CountFilesAgainstFind);
 
 }  // namespace
 

@@ -44,11 +44,13 @@ bool TakeEntry(const dirent& entry, TSearchRec& rec) {
   const bool mayBeFolder = entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN;
   if (!matches && (rec.Folders == TFolders::kMasked || !mayBeFolder)) return false;
   const int folder = dirfd(rec.DirStream);
-  struct stat facts;
-  if (fstatat(folder, name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  struct stat facts = {};
+  facts.st_mode = DTTOIF(mode_t{entry.d_type});
+  const bool told = rec.Facts == TFacts::kKind && entry.d_type != DT_UNKNOWN;
+  if (!told && fstatat(folder, name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return false;
   int attributes = AttributesOf(name, facts.st_mode);
   if (excluded(attributes) || (!matches && !S_ISDIR(facts.st_mode))) return false;
-  const bool seen = rec.ReadOnly == TReadOnly::kSeen || excluded(AttrReadOnly);
+  const bool seen = rec.Facts == TFacts::kAll || excluded(AttrReadOnly);
   if (seen && faccessat(folder, name, W_OK, 0) != 0) attributes |= AttrReadOnly;
   if (excluded(attributes)) return false;
   rec.ByteSize = facts.st_size;
@@ -75,16 +77,18 @@ int FindFirst(const char* path, int attr, TSearchRec& rec) {
   return FindFirst(ExtractFilePath(whole), ExtractFileName(whole), attr, rec);
 }
 
-int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec, TReadOnly readOnly,
+int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec, TFacts facts,
               TFolders folders) {
   rec.ExcludeMask = ~static_cast<unsigned>(attr & AttrAny);
-  rec.ReadOnly = readOnly;
+  rec.Facts = facts;
   rec.Folders = folders;
   rec.SearchDir = IncludeTrailingPathDelimiter(dir.Empty() ? GetCurrentDir() : dir);
   rec.SearchMask = mask;
   rec.DirStream = opendir(rec.SearchDir.CStr());
   if (rec.DirStream == nullptr) return errno;
-  const int result = FindMatchingFile(rec);
+  // Where nothing may be looked at, the listing does not count either.
+  const bool closed = facts == TFacts::kKind && faccessat(dirfd(rec.DirStream), ".", F_OK, 0) != 0;
+  const int result = closed ? -1 : FindMatchingFile(rec);
   if (result != 0) FindClose(rec);
   return result;
 }

@@ -13,9 +13,13 @@ inline constexpr int AttrDirectory = 0x10;  ///< a folder
 inline constexpr int AttrSymLink = 0x40;    ///< a symbolic link
 inline constexpr int AttrAny = 0x3F;        ///< what a search may ask for
 
-/// Whether a search tells AttrReadOnly of its entries, which costs a system call each. One that
-/// does not ask for the bit looks it up all the same.
-enum class TReadOnly { kSeen, kUnseen };
+/// What a search tells of its entries. One that does not ask for AttrReadOnly looks it up all the
+/// same.
+enum class TFacts {
+  kAll,
+  kNoReadOnly,  ///< all but AttrReadOnly, which costs a system call each
+  kKind,        ///< name and attributes but AttrReadOnly, by the listing where it tells the type
+};
 
 /// Which folders a search finds: those whose name matches the mask, or all of them.
 enum class TFolders { kMasked, kAll };
@@ -36,7 +40,7 @@ struct TSearchRec {
   unsigned ExcludeMask = 0;  ///< attribute bits that disqualify an entry
   String SearchDir;          ///< ends in '/'
   String SearchMask;
-  TReadOnly ReadOnly = TReadOnly::kSeen;
+  TFacts Facts = TFacts::kAll;
   TFolders Folders = TFolders::kMasked;
 };
 
@@ -47,7 +51,7 @@ struct TSearchRec {
 /// @return 0 with the first entry in rec; -1, the stream closed, for none; errno when the folder
 ///         cannot be opened
 int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec,
-              TReadOnly readOnly = TReadOnly::kSeen, TFolders folders = TFolders::kMasked);
+              TFacts facts = TFacts::kAll, TFolders folders = TFolders::kMasked);
 /// The same with folder and mask in one path. Not called by the agent itself.
 int FindFirst(const char* path, int attr, TSearchRec& rec);
 /// The next entry: 0 found, -1 no more (the stream stays open).

@@ -144,7 +144,10 @@ TEST_F(Files, OfOneAgeAreChosenByTheirOrder) {
 
 TEST_F(Files, MeetTheRightsOfAnOrdinaryUser) {
   const std::string file = dir_.File("closed/in/f", "12345"), empty = dir_.File("open/f");
-  Shell("chmod 0 closed/in/f; chmod 755 . closed/in open; chmod 111 closed; chmod 222 open/f");
+  dir_.File("blind/f");
+  Shell(
+      "chmod 0 closed/in/f; chmod 444 blind; chmod 755 . closed/in open; chmod 111 closed; chmod "
+      "222 open/f");
   syscall(SYS_setresuid, 65534, 65534, 0);  // this thread's
   EXPECT_EQ(-1, Size("@closed"));
   EXPECT_EQ(5, Size("@in"));                                  // may be entered, not listed
@@ -153,6 +156,7 @@ TEST_F(Files, MeetTheRightsOfAnOrdinaryUser) {
   // Where nothing may be written a folder counts as unreadable.
   EXPECT_EQ(-1, CountFiles(ToString(In("@closed/in")), "f", 1, cfAllFiles, 0));
   EXPECT_EQ(1, CountFiles(ToString(In("@open")), "f", 1, cfAllFiles, 0));
+  EXPECT_EQ(-1, CountFiles(ToString(In("@blind")), "f", 1, cfAllFiles, 0));
   syscall(SYS_setresuid, 0, 0, 0);
   Shell("chmod 755 closed");
 }

@@ -52,7 +52,7 @@ extern "C" dirent* readdir(DIR* folder) {
 }
 
 constexpr int kDir = AttrDirectory, kReadOnly = AttrReadOnly, kHidden = AttrHidden;
-constexpr TReadOnly kUnseen = TReadOnly::kUnseen, kSeen = TReadOnly::kSeen;
+constexpr TFacts kUnseen = TFacts::kNoReadOnly, kSeen = TFacts::kAll, kKind = TFacts::kKind;
 
 struct FilesTest : testing::Test {
   using TMap = std::map<std::string, int>;  ///< attributes by name
@@ -62,12 +62,12 @@ struct FilesTest : testing::Test {
                         "chmod 666 a.log; chmod 444 B.LOG; touch -d @1234567890 a.log; mkfifo pipe;"
                         "ln -s dir dirlink; ln -s a.log link.log; chmod 755 ."));
   }
-  TMap Find(const char* mask, int attr, TReadOnly readOnly = kUnseen,
+  TMap Find(const char* mask, int attr, TFacts facts = kUnseen,
             TFolders folders = TFolders::kMasked) {
     TMap found;
     TSearchRec rec;
     const TSearchCloser closer(rec);
-    int result = FindFirst("", mask, attr, rec, readOnly, folders);
+    int result = FindFirst("", mask, attr, rec, facts, folders);
     for (; result == 0; result = FindNext(rec)) found[rec.EntryName] = rec.Attributes;
     return found;
   }
@@ -84,7 +84,10 @@ TEST_F(FilesTest, AreFoundByMaskAndAttributes) {
   std::thread([&] {
     syscall(SYS_setresuid, 65534, 65534, 65534);  // this thread alone; the superuser may write all
     EXPECT_EQ(all, Find("*", -1)) << "all but symbolic links";
-    EXPECT_EQ(writable, (untyped = true, Find("[aB]*", 0)));
+    EXPECT_EQ(all, Find("*", -1, kKind));
+    untyped = true;
+    EXPECT_EQ(all, Find("*", -1, kKind));
+    EXPECT_EQ(writable, Find("[aB]*", 0));
     EXPECT_EQ(folders, Find("", AttrAny, kUnseen, TFolders::kAll));
     untyped = false;
     EXPECT_EQ((TMap{{"a.log", 0}, {".x.log", kHidden}}), Find("*.log", kHidden + kReadOnly));

@@ -1,9 +1,11 @@
 #include "checks/files/diskfolder.h"
 
+#include <fnmatch.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <utility>
@@ -31,7 +33,7 @@ bool AddFolder(const String& folder, const String& mask, double& total,
   TSearchRec rec;
   const TSearchCloser closer(rec);
   // The folder itself is an entry of its own, so that one that can be listed is never empty.
-  int found = FindFirst(folder, mask, AttrAny, rec, TReadOnly::kUnseen, TFolders::kAll);
+  int found = FindFirst(folder, mask, AttrAny, rec, TFacts::kNoReadOnly, TFolders::kAll);
   if (found != 0) return false;
   // Deliberate: without a folder, the subfolders of the working folder are looked for below "/".
   const String base = IncludeTrailingPathDelimiter(folder);
@@ -66,6 +68,13 @@ bool Counts(const TSearchRec& rec, TCountFilesMode mode, int value) {
          (mode == cfSmallerThan && rec.ByteSize < value);
 }
 
+/// Whether a recursion goes there: deliberate, not into hidden folders nor where nothing may be
+/// written.
+bool IsOpenFolder(const TSearchRec& rec) {
+  return IsFolder(rec) && (rec.Attributes & AttrHidden) == 0 &&
+         faccessat(dirfd(rec.DirStream), rec.EntryName, W_OK, 0) == 0;
+}
+
 /// Counts in one folder and adds its subfolders to `waiting`, if that is given.
 /// @return the count, or -1
 int64_t CountInFolder(const String& folder, const String& mask, TCountFilesMode mode, int value,
@@ -73,21 +82,21 @@ int64_t CountInFolder(const String& folder, const String& mask, TCountFilesMode 
   int64_t count = 0;
   TSearchRec rec;
   const TSearchCloser closer(rec);
-  int found = FindFirst(folder, mask, AttrAny, rec, TReadOnly::kUnseen);
-  const bool matched = found == 0;
+  const bool byKind = mode == cfAllFiles || mode == cfSubFolders;
+  int found = FindFirst(folder, mask, AttrAny, rec, byKind ? TFacts::kKind : TFacts::kNoReadOnly,
+                        waiting != nullptr ? TFolders::kAll : TFolders::kMasked);
+  bool readable = found == 0 && waiting == nullptr;
   for (; found == 0; found = FindNext(rec)) {
-    if (Counts(rec, mode, value)) ++count;
-  }
-  FindClose(rec);
-  if (matched && waiting == nullptr) return count;
-  // An empty mask matches no name, so only folders come and no file is looked at twice. Files
-  // matter where no folder will do, not even ".".
-  found = FindFirst(folder, "", AttrDirectory, rec, TReadOnly::kSeen, TFolders::kAll);
-  if (found != 0 && FindFirst(folder, "*", AttrDirectory, rec) != 0) return -1;
-  for (; found == 0 && waiting != nullptr; found = FindNext(rec)) {
+    const bool masked =
+        waiting == nullptr || !IsFolder(rec) || fnmatch(mask.CStr(), rec.EntryName, 0) == 0;
+    if (masked && Counts(rec, mode, value)) ++count;
+    if (waiting == nullptr || !IsOpenFolder(rec)) continue;
+    readable = true;
     if (!IsDotName(rec.EntryName)) waiting->push_back(folder + rec.EntryName + '/');
   }
-  return count;
+  FindClose(rec);
+  // Files matter where no folder will do, not even ".".
+  return readable || FindFirst(folder, "*", AttrDirectory, rec) == 0 ? count : -1;
 }
 
 /// Any check that works on files lets the server look for them.

@@ -39,7 +39,7 @@ String ChooseEntry(const String& folder, const TPathMacro& macro) {
   int64_t bestTime = 0;
   TSearchRec rec;
   const TSearchCloser closer(rec);
-  int found = FindFirst(folder, "*", AttrAny, rec, TReadOnly::kUnseen);
+  int found = FindFirst(folder, "*", AttrAny, rec, TFacts::kNoReadOnly);
   for (; found == 0; found = FindNext(rec)) {
     const bool isFolder = (rec.Attributes & AttrDirectory) != 0;
     if (isFolder != macro.folders || IsDotName(rec.EntryName)) continue;
@@ -79,6 +79,7 @@ String GetFirstMatchedFile(const String& mask) {
   const String folder = ExtractFilePath(mask);
   TSearchRec rec;
   const TSearchCloser closer(rec);
-  if (FindFirst(folder, ExtractFileName(mask), kNoFolders, rec, TReadOnly::kUnseen) != 0) return "";
+  if (FindFirst(folder, ExtractFileName(mask), kNoFolders, rec, TFacts::kNoReadOnly) != 0)
+    return "";
   return folder + rec.EntryName;
 }
