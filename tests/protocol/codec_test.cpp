@@ -94,6 +94,7 @@ TEST(CodecDeathTest, SumsAndHashesHoweverTheyAreFedAndReadsLengths) {
 
   for (int width = 0; const int expected : {0, 254, 65534, 0, -2})
     EXPECT_EQ(expected, DecodeLength("\xFE\xFF\xFF\xFF", width++));
+  EXPECT_DEATH(EncodeLength("", 5), "qov_const:43: String Enc.*`digits<=sizeof\\(len\\)' failed");
   EXPECT_DEATH(DecodeLength("12345", 5),
                "qov_const:54: .*Assertion `digits<=sizeof\\(int\\)' failed");
 }
