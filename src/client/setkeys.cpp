@@ -2,6 +2,8 @@
 
 #include <strings.h>
 
+#include <algorithm>
+
 #include "client/failure.h"
 #include "client/vxwire.h"
 #include "config/remotekeys.h"

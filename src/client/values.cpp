@@ -2,6 +2,8 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
+
 #include "client/vxwire.h"
 
 static std::string Trimmed(const std::string& text) {

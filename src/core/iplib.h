@@ -1,8 +1,6 @@
 #pragma once
 
-#include <netdb.h>
 #include <netinet/in.h>
-#include <stddef.h>
 #include <stdint.h>
 
 #include "core/wqstring.h"
