@@ -5,7 +5,9 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -119,8 +121,13 @@ int StartListening() {
 int ServeConnections() {
   TAdmission admission;
   for (;;) {
-    ReapBackgroundChildren();
-    if (const std::optional<int> status = PollFlags()) return *status;
-    if (WaitForConnection() && !AcceptOne(admission)) return kExitListen;
+    try {
+      ReapBackgroundChildren();
+      if (const std::optional<int> status = PollFlags()) return *status;
+      if (WaitForConnection() && !AcceptOne(admission)) return kExitListen;
+    } catch (const std::bad_alloc&) {
+      showmessage("Out of memory\n", kNoPeer, msgFail, 0);
+      usleep(100'000);  // it may last
+    }
   }
 }

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "agent/flags.h"
@@ -77,7 +78,7 @@ TSession::~TSession() {
   --AgentStatus.ActiveConnections;
   if (raised_.terminate != 0) QovFlags.terminate = 1;
   if (raised_.reload != 0) QovFlags.reload = 1;
-  if (!upgrade_.script.Empty()) QovFlags.upgradeScript = upgrade_.script;
+  if (!upgrade_.script.Empty()) QovFlags.upgradeScript = std::move(upgrade_.script);
   if (!QovFlags.upgradeScript.Empty()) QovFlags.upgrade = 1;
   if (raised_.terminate != 0 || raised_.reload != 0 || QovFlags.upgrade != 0) WakeMainLoop();
 }
@@ -167,7 +168,13 @@ void TSession::SendReply() {
 
 }  // namespace
 
-void RunSession(const ThreadParams& params) { TSession(params).Run(); }
+void RunSession(const ThreadParams& params) {
+  try {
+    TSession(params).Run();
+  } catch (const std::bad_alloc&) {
+    showmessage("Out of memory, connection closed\n", params.address, msgFail, 0);
+  }
+}
 
 void DropCrashedSession() {
   if (openSocket == -1) return;

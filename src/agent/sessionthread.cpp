@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -28,13 +29,17 @@ using TSpareRef = std::shared_ptr<TSpare>;
 std::mutex spareMutex;
 std::vector<TSpareRef> spares;  // under spareMutex; the last one was busy last
 
-std::optional<ThreadParams> NextSession(const TSpareRef& self) {
+/// Nothing when none came, or memory is short.
+std::optional<ThreadParams> NextSession(TSpareRef& self) try {
+  if (self == nullptr) self = std::make_shared<TSpare>();
   std::unique_lock<std::mutex> lock(spareMutex);
   spares.push_back(self);
   if (!self->called.wait_for(lock, kSpareTime, [&self] { return self->next.has_value(); })) {
     std::erase(spares, self);
   }
   return std::exchange(self->next, std::nullopt);
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
 }
 
 TSpareRef CallSpare(const ThreadParams& params) {
@@ -50,7 +55,7 @@ TSpareRef CallSpare(const ThreadParams& params) {
 /// @param block  the first one's ThreadParams, made with new and taken over
 void* ClientExecute(void* block) {
   pthread_detach(pthread_self());
-  const auto self = std::make_shared<TSpare>();
+  TSpareRef self;
   std::optional params = *std::unique_ptr<ThreadParams>(static_cast<ThreadParams*>(block));
   for (; params; params = NextSession(self)) {
     errno = 0;

@@ -112,9 +112,9 @@ int Complete(UpgradeRec& rec, const char* trailer, int length, String& error) {
 bool UpgradeRec::RequestUpgrade(const String& key) {
   const std::lock_guard<std::mutex> lock(upgrade_mutex);
   if (QovFlags.upgrading != 0) return false;
+  sessionKey = key;
   QovFlags.upgrading = 1;
   active = 1;
-  sessionKey = key;
   return true;
 }
 

@@ -16,9 +16,11 @@ TSettingsView& Published() {
   return view;
 }
 
+/// Makes the record the one in force, whole or (where memory is short) not at all.
 /// REQUIRES: optmutex held.
-void Publish() {
-  TSettingsView view = std::make_shared<const TPublishedSettings>(QovSettings);
+void Publish(TQovSettings fresh) {
+  TSettingsView view = std::make_shared<const TPublishedSettings>(fresh);
+  QovSettings = std::move(fresh);
   const std::lock_guard<std::mutex> lock(publishedMutex);
   Published().swap(view);
 }
@@ -29,8 +31,7 @@ int LoadOptions(String& err) {
   const std::lock_guard<std::mutex> lock(optmutex);
   TQovSettings fresh = QovSettings;
   const int result = fresh.LoadOptions_(err);
-  QovSettings = std::move(fresh);
-  Publish();
+  Publish(std::move(fresh));
   return result;
 }
 
@@ -40,15 +41,17 @@ int SaveOptions(String& err) {
 
 void ChangeSettings(const TSettingsChange& change) {
   const std::lock_guard<std::mutex> lock(optmutex);
-  change(QovSettings);
-  Publish();
+  TQovSettings fresh = QovSettings;
+  change(fresh);
+  Publish(std::move(fresh));
 }
 
 int ChangeAndSaveSettings(const TSettingsChange& change, String& err) {
   const std::lock_guard<std::mutex> lock(optmutex);
-  change(QovSettings);
-  const int result = QovSettings.SaveOptions_(err);
-  Publish();
+  TQovSettings fresh = QovSettings;
+  change(fresh);
+  const int result = fresh.SaveOptions_(err);
+  Publish(std::move(fresh));
   return result;
 }
 

@@ -1,5 +1,6 @@
 #include "core/message.h"
 
+#include <new>
 #include <utility>
 
 static TMessageSink messageSink = nullptr;
@@ -10,6 +11,10 @@ void showmessage(const char* format, in_addr address, MsgType kind, int formatte
   if (messageSink == nullptr) return;
   va_list args;
   va_start(args, formatted);
-  messageSink(format, address, kind, formatted, args);
+  try {
+    messageSink(format, address, kind, formatted, args);
+  } catch (const std::bad_alloc&) {
+    // The message is lost; destructors report, too.
+  }
   va_end(args);
 }

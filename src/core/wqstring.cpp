@@ -1,6 +1,7 @@
 #include "core/wqstring.h"
 
 #include <algorithm>
+#include <new>
 
 #include "core/assertfail.h"
 
@@ -25,7 +26,9 @@ void String::prAllocMem(int n) {
     return;
   }
   const int wanted = fixed != 0 ? n : Rounded(n);
-  data = static_cast<char*>(realloc(data, Size(wanted) + 1));
+  char* const grown = static_cast<char*>(realloc(data, Size(wanted) + 1));
+  if (grown == nullptr) throw std::bad_alloc();
+  data = grown;
   if (wanted > capacity) memset(data + capacity, 0, Size(wanted - capacity) + 1);
   capacity = wanted;
 }

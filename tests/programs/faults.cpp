@@ -1,6 +1,7 @@
 // Loaded into an agent in front of the C library: calls fail, or take their time.
 //   FAULT_<CALL>='F L E'   the Fth to the Lth of these calls fail with errno E; for 0 they end in a
 //                          segmentation fault. FAULT_DIGEST: they give something else.
+//   FAULT_MEMORY=1         see below
 //   FAULT_SEND_MS=N, FAULT_AGE_SEC=N   every send is delayed, the process was started earlier
 // A pause of a second takes 10 ms; the host is called by an address, so that no server is asked.
 
@@ -34,6 +35,11 @@ static bool Fails(const char* name, int call) {
   return true;
 }
 
+/// With FAULT_MEMORY=1 one allocation fails after each connection: the first, after the next one
+/// the second, and so on until a connection takes fewer; then from the first on again.
+static std::atomic<unsigned> place{0}, allocations{0};
+static bool IsOut() { return ++allocations == place; }
+
 #define NEXT(call) \
   static const auto next = reinterpret_cast<decltype(&call)>(dlsym(RTLD_NEXT, #call))
 #define FAILING(name, failed, call, ...) \
@@ -54,7 +60,14 @@ pid_t fork() noexcept { FAILING("FAULT_FORK", -1, fork); }
 int bind(int socket, const sockaddr* address, socklen_t length) noexcept {
   FAILING("FAULT_BIND", -1, bind, socket, address, length);
 }
+#ifdef QOV_MEMORY_FAULTS
+void* __libc_malloc(size_t size);
+void* __libc_realloc(void* piece, size_t size);
+void* malloc(size_t size) { return IsOut() ? nullptr : __libc_malloc(size); }
+void* realloc(void* piece, size_t size) { return IsOut() ? nullptr : __libc_realloc(piece, size); }
+#endif
 int accept4(int socket, sockaddr* address, socklen_t* length, int flags) {
+  if (Number("FAULT_MEMORY") != 0) place = allocations.exchange(0) < place ? 1 : place + 1;
   FAILING("FAULT_ACCEPT", -1, accept4, socket, address, length, flags);
 }
 int gethostname(char* name, size_t size) noexcept { return snprintf(name, size, "127.0.0.1") < 0; }

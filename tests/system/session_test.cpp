@@ -115,6 +115,36 @@ TEST(SessionTest, AnswersTwoHundredAtOnceWhileOthersWait) {
   EXPECT_GT(100 * 2048, pages() - before);
 }
 
+TEST(SessionTest, AFailedAllocationCostsItsOwnConnection) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizers take memory of their own";
+#endif
+  const TAgentProcess agent({.faults = "FAULT_MEMORY=1"});
+  const long descriptors = Count(agent.Proc("fd"));
+  const std::string log = agent.folder.File("log", "a\nb\n");
+  // Packets, how often they are sent, whether one of them is answered.
+  const std::tuple<std::string, int, bool> cases[] = {
+      {BuildRequest("wrong", kSessionKey, "GetInfo\n\r"), 100, false},
+      {Packet("GetInfo"), 200, true},
+      {Packet("TEST-TextLog", {log, "'b' or 'c'", "0", "1", "", "", "", "", "1"}), 150, true},
+      {Packet("GetFilesList", {agent.folder.Path(), "*", "1", "1"}), 150, true},
+      {Packet("TEST-ExternalPrg", {"/bin/sh -c 'exit 3'", "/", "", "9000"}), 150, true},
+      {Packet("SetSettings", {"Comment=new", "UDP=0"}), 900, true}};
+  for (const auto& [packet, times, answered] : cases) {
+    bool any = false;
+    for (int i = 0; i < times; ++i) {
+      TRawPeer peer(agent.port);
+      ASSERT_TRUE(peer.Send(packet)) << i;
+      any |= peer.Reply().code == "200";
+      ASSERT_FALSE(peer.Open()) << i;
+    }
+    EXPECT_EQ(answered, any);
+  }
+  EXPECT_TRUE(agent.Holds("Out of memory, connection closed\n", 300, "log2.txt"));
+  EXPECT_TRUE(Await([&] { return agent.Info("Comment") == "new"; }));
+  EXPECT_TRUE(Await([&] { return Count(agent.Proc("fd")) == descriptors; }));
+}
+
 TEST(SessionTest, WaitsLooselyAndLeavesNothingOfThatToAChildOrTheNext) {
   const std::string slack = "/proc/self/timerslack_ns";
   const TAgentProcess agent;

@@ -16,8 +16,10 @@
 #include <algorithm>
 #include <chrono>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "config/tempfolder.h"
@@ -66,15 +68,36 @@ std::vector<char*> ChildEnvironment(std::string& tmpdirEntry) {
   return result;
 }
 
+/// The library's lists of what a child does first. Nothing is left out of them where memory is
+/// short.
+struct TSpawnLists {
+  TSpawnLists() {
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attributes);
+  }
+  ~TSpawnLists() {
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+  }
+  TSpawnLists(const TSpawnLists&) = delete;
+  TSpawnLists& operator=(const TSpawnLists&) = delete;
+
+  /// @param add  one of the library's functions that adds an action
+  template <class... TArguments>
+  void Add(int (*add)(posix_spawn_file_actions_t*, TArguments...),
+           std::type_identity_t<TArguments>... arguments) {
+    if (add(&actions, arguments...) == ENOMEM) throw std::bad_alloc();
+  }
+
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attributes;
+};
+
 /// One start, prepared: what the child does between its birth and its program, and the descriptors
 /// that this takes, opened here so that nothing in the child can wait.
 class TStarter {
  public:
   explicit TStarter(const TChildPlan& plan);
-  ~TStarter() {
-    posix_spawn_file_actions_destroy(&actions_);
-    posix_spawnattr_destroy(&attributes_);
-  }
   /// Starts the program at `path`; the result is that of TChild::Start.
   int Try(const char* path, pid_t& pid) const;
 
@@ -85,33 +108,29 @@ class TStarter {
   char* const* const argv_;
   std::string tmpdirEntry_;
   const std::vector<char*> environment_ = ChildEnvironment(tmpdirEntry_);
-  posix_spawn_file_actions_t actions_;
-  posix_spawnattr_t attributes_;
+  TSpawnLists lists_;
   TFd folder_;
   TFd streams_[3];
 };
 
 TStarter::TStarter(const TChildPlan& plan) : argv_(const_cast<char* const*>(plan.argv)) {
-  posix_spawn_file_actions_init(&actions_);
   for (int target = 0; target <= 2; ++target) {
     if (plan.streams[target] != nullptr) Redirect(target, plan.streams[target]);
   }
   if (plan.workdir != nullptr && plan.workdir[0] != 0) {
     const std::string inside = std::string(plan.workdir) + "/.";  // opens if it may be entered
     folder_ = TFd(open(inside.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (folder_) posix_spawn_file_actions_addfchdir_np(&actions_, folder_.Get());
+    if (folder_) lists_.Add(&posix_spawn_file_actions_addfchdir_np, folder_.Get());
   }
-  posix_spawn_file_actions_addclosefrom_np(&actions_, 3);
-
-  posix_spawnattr_init(&attributes_);
+  lists_.Add(&posix_spawn_file_actions_addclosefrom_np, 3);
   sigset_t signals;
   sigemptyset(&signals);
-  posix_spawnattr_setsigmask(&attributes_, &signals);
+  posix_spawnattr_setsigmask(&lists_.attributes, &signals);
   sigfillset(&signals);
-  posix_spawnattr_setsigdefault(&attributes_, &signals);
+  posix_spawnattr_setsigdefault(&lists_.attributes, &signals);
   int flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
   if (plan.ownSession) flags |= POSIX_SPAWN_SETSID;
-  posix_spawnattr_setflags(&attributes_, static_cast<short>(flags));
+  posix_spawnattr_setflags(&lists_.attributes, static_cast<short>(flags));
 }
 
 void TStarter::Redirect(int target, const char* path) {
@@ -120,9 +139,9 @@ void TStarter::Redirect(int target, const char* path) {
   TFd& stream = streams_[target];
   stream = TFd(open(path, mode | flags, 0666));
   if (stream && fcntl(stream.Get(), F_SETFL, 0) == 0) {
-    posix_spawn_file_actions_adddup2(&actions_, stream.Get(), target);
+    lists_.Add(&posix_spawn_file_actions_adddup2, stream.Get(), target);
   } else {
-    posix_spawn_file_actions_addopen(&actions_, target, _PATH_DEVNULL, O_RDWR, 0);
+    lists_.Add(&posix_spawn_file_actions_addopen, target, _PATH_DEVNULL, O_RDWR, 0);
   }
 }
 
@@ -130,7 +149,8 @@ void TStarter::Redirect(int target, const char* path) {
 /// to execute its own program: "busy" is worth waiting a second.
 int TStarter::Spawn(const char* path, char* const* argv, pid_t& pid) const {
   for (int tries = 1;; ++tries) {
-    const int error = posix_spawn(&pid, path, &actions_, &attributes_, argv, environment_.data());
+    const int error =
+        posix_spawn(&pid, path, &lists_.actions, &lists_.attributes, argv, environment_.data());
     if (error != ETXTBSY || tries == 1000) return error;
     usleep(1000);
   }
@@ -148,9 +168,11 @@ int TStarter::Try(const char* path, pid_t& pid) const {
   return Spawn(shell, argv.data(), pid);
 }
 
-void LeaveInBackground(pid_t pid) {
+/// Where memory is short its end is not collected.
+void LeaveInBackground(pid_t pid) try {
   const std::lock_guard<std::mutex> lock(backgroundMutex);
   background.push_back(pid);
+} catch (const std::bad_alloc&) {
 }
 
 /// True when the child is gone: collected now, or not this process's to collect.
