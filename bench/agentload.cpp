@@ -32,9 +32,9 @@ bool Ask(int port, const std::string& packet, int count, std::vector<double>& la
   return true;
 }
 
-/// CPU time that the agent has used, milliseconds; -1 when it is gone.
-long CpuMs(const TAgentProcess& agent) {
-  const std::string stat = ReadFile(agent.Proc("stat"));
+/// CPU time that the process has used, milliseconds; -1 when it is gone.
+long CpuMs(pid_t pid) {
+  const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
   const size_t end = stat.rfind(')');
   long user = 0;
   long system = 0;
@@ -46,27 +46,27 @@ long CpuMs(const TAgentProcess& agent) {
   return (user + system) * 1000 / sysconf(_SC_CLK_TCK);
 }
 
-bool Measure(const TAgentProcess& agent, const char* command, int connections, int requests) {
-  const std::string packet = Packet(command, {"/"});
+bool Measure(const char* name, pid_t pid, int port, const std::string& packet, int connections,
+             int requests) {
   std::vector<std::vector<double>> latencies(static_cast<size_t>(connections));
   std::atomic<bool> good{true};
-  const long cpuBefore = CpuMs(agent);
+  const long cpuBefore = CpuMs(pid);
   const TClock::time_point start = TClock::now();
   std::vector<std::thread> clients;
   for (std::vector<double>& own : latencies) {
     clients.emplace_back([&, count = requests / connections] {
-      if (!Ask(agent.port, packet, count, own)) good = false;
+      if (!Ask(port, packet, count, own)) good = false;
     });
   }
   for (std::thread& client : clients) client.join();
   const double elapsedUs = MicrosecondsSince(start);
-  const double cpuUs = 1000.0 * static_cast<double>(CpuMs(agent) - cpuBefore);
+  const double cpuUs = 1000.0 * static_cast<double>(CpuMs(pid) - cpuBefore);
 
   std::vector<double> all;
   for (const auto& own : latencies) all.insert(all.end(), own.begin(), own.end());
   if (!good || all.empty()) return false;
   std::sort(all.begin(), all.end());
-  printf("%-12s %11d %12.0f %10.0f %10.0f %12.1f\n", command, connections,
+  printf("%-12s %11d %12.0f %10.0f %10.0f %12.1f\n", name, connections,
          static_cast<double>(all.size()) / elapsedUs * 1e6, all[all.size() / 2],
          all[all.size() * 99 / 100], cpuUs / static_cast<double>(all.size()));
   return true;
@@ -131,25 +131,37 @@ int main(int argc, char** argv) {
   const int requests = argc > 1 ? std::max(16, atoi(argv[1])) : 20000;
   TClock::time_point start = TClock::now();
   TAgentOptions options;
-  options.config = "logsuccess=0\n";
+  options.config = "logsuccess=0\ntimeout=60000\n";
   options.switches = "-d";
   const TAgentProcess agent(options);
   const bool answered = agent.Ask("GetInfo").code == "200";
   printf("start to first answer: %.1f ms\n", MicrosecondsSince(start) / 1000);
 
   printf("%-12s %11s %12s %10s %10s %12s\n", "command", "connections", "requests/s", "median us",
-         "99% us", "agent CPU us");
+         "99% us", "CPU us");
+  const int barePort = FindFreePort();
+  const TProcess bare("exec " QOV_BARE_SERVER " " + std::to_string(barePort));
+  Await([&] { return TRawPeer(barePort).Open(); });
+  const std::string unc = Packet("TEST-UNC", {"/"});
   bool good = answered;
-  for (const char* command : {"TEST-UNC", "GetInfo"}) {
-    for (const int connections : {1, 16})
-      good = good && Measure(agent, command, connections, requests);
+  for (const int connections : {1, 16}) {
+    good = good && Measure("TEST-UNC", agent.Pid(), agent.port, unc, connections, requests) &&
+           Measure("bare server", bare.Pid(), barePort, unc, connections, requests) &&
+           Measure("GetInfo", agent.Pid(), agent.port, Packet("GetInfo"), connections, requests);
   }
 
   constexpr unsigned kIdleSec = 5;
-  const long cpuBefore = CpuMs(agent);
-  sleep(kIdleSec);
-  printf("idle: %ld ms CPU in %u s, own memory %ld kB\n", CpuMs(agent) - cpuBefore, kIdleSec,
-         OwnMemoryKb(agent));
+  const auto rest = [&](const char* what) {
+    const long cpuBefore = CpuMs(agent.Pid());
+    sleep(kIdleSec);
+    printf("%s: %ld ms CPU in %u s\n", what, CpuMs(agent.Pid()) - cpuBefore, kIdleSec);
+  };
+  rest("at rest");
+  {
+    std::vector<TRawPeer> silent;
+    for (int i = 0; i < 200; ++i) silent.emplace_back(agent.port);
+    rest("200 silent connections");
+  }
   MeasureMemory(agent);
   return good ? 0 : 1;
 }
