@@ -1,4 +1,6 @@
 // The agent's reading of a request, against the client's.
+#include <algorithm>
+
 #include "client/vxwire.h"
 #include "fuzz.h"
 #include "protocol/request.h"
@@ -33,6 +35,15 @@ void CheckPacket(const String& packet) {
   request = packet;
   const int whole = request.WholePacket();
   const int accepted = request.ParseInitRequest(kPassword, in_addr{});
+  VxRequest taken;
+  for (int at = 0; at < packet.Length(); at += 7) {
+    taken.TakeBytes(packet.Data() + at, std::min(7, packet.Length() - at));
+    taken.ForgetIfRefused(kPassword);
+  }
+  Require(taken.WholePacket() == whole &&
+              taken.ParseInitRequest(kPassword, in_addr{}) == accepted &&
+              (accepted == 0 || taken == request),
+          "pieces make up the packet");
   TRequest theirs;
   std::string error;
   const std::string_view bytes(packet.CStr(), static_cast<size_t>(packet.Length()));

@@ -28,7 +28,7 @@ bool IsAdmitted(in_addr peer) {
 void TAdmission::Admit(TFd socket, in_addr peer) {
   if (!IsAdmitted(peer)) return Refuse(std::move(socket), peer);
   showmessage("TCP connection accepted\n", peer, msgOk, 0);
-  if (StartSession({socket.Get(), peer}) == 0) {
+  if (StartSession({socket.Get(), peer})) {
     socket.Release();
   } else {
     showmessage("Cannot start session thread, connection closed\n", peer, msgFail, 0);

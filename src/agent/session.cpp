@@ -133,7 +133,7 @@ bool TSession::TakeRequestData(const char* data, int length) {
   lastChunk_ = MonotonicSec();
   request_.TakeBytes(data, length);
   if (request_.WholePacket() == 0) {
-    request_.ForgetIfRefused(CurrentSettings()->password);
+    if (!request_.ProofSeen()) request_.ForgetIfRefused(CurrentSettings()->password);
     return true;
   }
   wholePacket_ = true;

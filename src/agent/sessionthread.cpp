@@ -66,14 +66,14 @@ void* ClientExecute(void* block) {
 
 }  // namespace
 
-int StartSession(const ThreadParams& params) {
+bool StartSession(const ThreadParams& params) {
   if (const TSpareRef spare = CallSpare(params)) {
     spare->called.notify_one();  // without the lock, which the thread takes first
-    return 0;
+    return true;
   }
   auto block = std::make_unique<ThreadParams>(params);
   pthread_t thread;
-  const int error = pthread_create(&thread, nullptr, &ClientExecute, block.get());
-  if (error == 0) block.release();  // NOLINT(bugprone-unused-return-value): the thread frees it
-  return error;
+  if (pthread_create(&thread, nullptr, &ClientExecute, block.get()) != 0) return false;
+  block.release();  // NOLINT(bugprone-unused-return-value): the thread frees it
+  return true;
 }

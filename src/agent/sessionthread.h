@@ -3,6 +3,6 @@
 #include "agent/dispatch.h"
 
 /// Starts a session on a thread that serves nothing else meanwhile: of those whose session is over
-/// the one that was busy last, else a new one. Returns 0, the socket being the session's then, or
-/// the error of pthread_create. Main thread.
-int StartSession(const ThreadParams& params);
+/// the one that was busy last, else a new one. True when the socket is the session's
+/// then; false when no thread could be made. Main thread.
+bool StartSession(const ThreadParams& params);

@@ -86,9 +86,10 @@ int FindFirst(const String& dir, const String& mask, int attr, TSearchRec& rec, 
   rec.SearchMask = mask;
   rec.DirStream = opendir(rec.SearchDir.CStr());
   if (rec.DirStream == nullptr) return errno;
-  // Where nothing may be looked at, the listing does not count either.
-  const bool closed = facts == TFacts::kKind && faccessat(dirfd(rec.DirStream), ".", F_OK, 0) != 0;
-  const int result = closed ? -1 : FindMatchingFile(rec);
+  // Where no entry may be looked at none counts, though the listing tells its kind.
+  struct stat own;
+  const bool told = facts != TFacts::kKind || fstatat(dirfd(rec.DirStream), ".", &own, 0) == 0;
+  const int result = told ? FindMatchingFile(rec) : -1;
   if (result != 0) FindClose(rec);
   return result;
 }

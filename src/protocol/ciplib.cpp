@@ -77,6 +77,12 @@ constexpr size_t kFold = 64;
 
 }  // namespace
 
+#ifdef __x86_64__
+bool TCRC32::Folds = __builtin_cpu_supports("pclmul");
+#else
+bool TCRC32::Folds = false;
+#endif
+
 void TCRC32::UpdateCRC(unsigned char c) {
   register_ = kTables[0][(register_ ^ c) & 0xFF] ^ (register_ >> 8);
 }
@@ -85,8 +91,7 @@ void TCRC32::UpdateCRC(const char* p, int len) {
   if (p == nullptr) return;
   size_t left = len == -1 ? strlen(p) : len < 0 ? 0 : static_cast<size_t>(len);
 #ifdef __x86_64__
-  static const bool folds = __builtin_cpu_supports("pclmul");
-  if (folds && left >= kFold) {
+  if (Folds && left >= kFold) {
     char rest[16];
     const size_t taken = left / kFold * kFold;
     FoldBlocks(p, taken, std::exchange(register_, 0), rest);

@@ -8,6 +8,9 @@
 /// Deliberate: there is no final XOR, the value is the complement of the standard CRC-32.
 class TCRC32 {
  public:
+  /// Whether the processor folds 64 bytes at a time, as found at the start; else tables take 16.
+  static bool Folds;
+
   void InitCRC() { register_ = 0xFFFFFFFFu; }
   void UpdateCRC(unsigned char c);
   /// len = -1: up to the terminator; a null pointer does nothing.

@@ -17,6 +17,7 @@ constexpr int kEscapeBytes = 3;
 // 8-bit cipher feedback. The register is always the 16 bytes of ciphertext that went before (the
 // key's start in front of the first), so it is read where they lie and never shifted.
 
+/// The buffers are separate.
 void Encipher(const TCipherKey& key, const unsigned char* in, unsigned char* out, int n) {
   unsigned char window[2 * kTwofishBlock];
   memcpy(window, key.Start(), kTwofishBlock);

@@ -39,8 +39,7 @@ String EncodeLength(const String& s, int digits);
 int DecodeLength(const char* p, int digits);
 
 /// What the stream cipher makes of one key text: a Twofish key schedule of its SHA-1 and the
-/// register that every text starts from. Preparing one costs far more than a short text; threads
-/// may share it.
+/// register that every text starts from. Threads may share one.
 class TCipherKey {
  public:
   explicit TCipherKey(const String& key);

@@ -8,6 +8,7 @@
 /// What stands in a packet around its texts, collected from its bytes as they come.
 class TPacketHead {
  public:
+  /// Adds the next bytes of the packet.
   void Take(const char* bytes, int count);
 
   int64_t Taken() const { return taken_; }  ///< bytes so far
@@ -19,7 +20,7 @@ class TPacketHead {
   int64_t TextLength() const { return DecodeLength(textLength_, SIZELEN_REQUEST); }
   int64_t KeyAt() const { return OFFSET_REQUEST - 1 + ProofLength(); }
   int64_t TextAt() const { return SIZELEN_MINIMUM + ProofLength() + KeyLength(); }
-  bool HasProof() const;  ///< as far as it can be one
+  bool HasProof() const;  ///< so much of it that it can be told from another
   /// In a time that does not depend on the proof's bytes, so that it tells nothing about them.
   bool HasProofOf(const String& password) const;
 
@@ -42,8 +43,10 @@ class VxRequest : public String {
   /// Adds bytes of the packet.
   void TakeBytes(const char* bytes, int count);
   /// Lets the bytes of an unfinished packet go once its proof is known to be wrong; more of them
-  /// are only counted, and the packet is refused as it would be. Looks at a proof once.
+  /// are only counted, and the messages of its refusal stay the same. Deliberate: a proof is looked
+  /// at once, so it stays wrong when the password changes before the packet's end.
   void ForgetIfRefused(const String& password);
+  bool ProofSeen() const { return proofSeen_; }
   /// 1 when the bytes so far hold a whole packet or announce one that is never accepted (a negative
   /// length, or more than kMaxPacketBytes); 0 while more must come.
   int WholePacket() const;

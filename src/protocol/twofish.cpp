@@ -268,6 +268,9 @@ void test_platform() {
   Require(LoadWord(kBytes) == kWord, "Twofish code: GET32 not implemented properly");
   Require(memcmp(&kWord, kBytes, sizeof kWord) == 0,
           "Twofish code: PUT32 not implemented properly");
+  Require(std::rotl(kWord, 8) == 0x03020104u && std::rotr(kWord, 8) == 0x01040302u,
+          "Twofish ROL or ROR not properly defined.");
+  Require(ByteOf(kWord, 2) == 3, "Twofish code: SELECT_BYTE not implemented properly");
 }
 
 void test_vectors(const TTwofishSteps& steps) {

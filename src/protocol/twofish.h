@@ -2,10 +2,11 @@
 
 #include <stdint.h>
 
-/// The Twofish block cipher, 16-byte blocks. Driven by tables, whose places depend on key and data:
-/// no protection against somebody who watches this machine's caches.
-inline constexpr int kTwofishBlock = 16;
-inline constexpr int kTwofishMaxKey = 32;
+// The Twofish block cipher. Driven by tables, read at places that depend on key and data: no
+// protection against somebody who watches this machine's caches.
+
+inline constexpr int kTwofishBlock = 16;   ///< bytes
+inline constexpr int kTwofishMaxKey = 32;  ///< bytes
 
 /// A prepared key; read-only after Twofish_prepare_key, so threads may share it.
 struct Twofish_key {

@@ -255,7 +255,7 @@ CHECKS
   done <<'DROPINS'
 strict gives 4 ctl folder-size /root-only
 allow-sudo grep 'NoNewPrivs:.0' "/proc/$pid/status"
-read-all ctl folder-size /root-only
+read-all ctl folder-size /root-only && ctl count-files /root-only
 root [ "$(stat -c %u "/proc/$pid")" = 0 ]
 forking grep -x "$pid" /run/qov/qov.pid
 DROPINS

@@ -59,6 +59,12 @@ TEST_F(RequestTest, AcceptsAGoodPacketAndKeepsItsKey) {
   // Deliberate: only a text that reaches past the end is refused.
   EXPECT_EQ(1, Parse(Put(good, 28, 4, 6)));
   EXPECT_EQ("TEST-X", ToStd(request));
+  // Deliberate: a proof that was wrong stays so, whatever the password is at the packet's end.
+  VxRequest late;
+  late.TakeBytes(good.data(), 30);
+  late.ForgetIfRefused("other");
+  late.TakeBytes(good.data() + 30, static_cast<int>(good.size()) - 30);
+  EXPECT_EQ(0, late.ParseInitRequest("pw", {}));
   EXPECT_TRUE((request = InPieces(good, 99)).ParseInitRequest("pw", {}) == 1 && request == kText);
   request = ToString(BuildRequest("", "", ""));
   EXPECT_EQ(1, request.ParseInitRequest("", {}));

@@ -145,6 +145,29 @@ TEST(SessionTest, AFailedAllocationCostsItsOwnConnection) {
   EXPECT_TRUE(Await([&] { return Count(agent.Proc("fd")) == descriptors; }));
 }
 
+TEST(SessionTest, GivesMemoryBack) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizers keep memory of their own";
+#endif
+  const TAgentProcess agent;
+  const auto ownKb = [&] {
+    const std::string status = ReadFile(agent.Proc("status"));
+    return atol(&status[status.find("RssAnon:") + 8]);
+  };
+  const std::string text(4'000'000, 'x');
+  const long idle = ownKb();
+  for (const char* password : {"wrong", kPassword, kPassword}) {
+    const std::string packet = BuildRequest(password, kSessionKey, text);
+    std::vector<TRawPeer> peers;
+    for (int i = 0; i < 8; ++i)
+      ASSERT_TRUE(peers.emplace_back(agent.port).Send(packet.substr(0, 3'900'000)));
+    ASSERT_TRUE(agent.WaitForSessions(9));
+    EXPECT_TRUE(password == kPassword || ownKb() < idle + 3000) << ownKb();
+    peers.clear();
+    EXPECT_TRUE(Await([&] { return ownKb() < idle + 3000; }, 8000)) << ownKb();
+  }
+}
+
 TEST(SessionTest, WaitsLooselyAndLeavesNothingOfThatToAChildOrTheNext) {
   const std::string slack = "/proc/self/timerslack_ns";
   const TAgentProcess agent;
