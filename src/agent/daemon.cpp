@@ -42,7 +42,6 @@ FILE* createpidfile() {
   // file does not end it.
   struct flock lock = {};
   lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
   if (fcntl(fileno(file.get()), F_OFD_SETLK, &lock) != 0) {
     showmessage("Failed to lock pid file %s\n", kNoPeer, msgFail, 1, path.CStr());
     return nullptr;
