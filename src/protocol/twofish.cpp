@@ -321,18 +321,18 @@ void test_odd_sized_keys(const TTwofishSteps& steps) {
   }
 }
 
-}  // namespace
-
 void self_test(const TTwofishSteps& steps) {
   test_vectors(steps);
   test_sequences(steps);
   test_odd_sized_keys(steps);
 }
 
-void Twofish_initialise() {
+}  // namespace
+
+void Twofish_initialise(const TTwofishSteps& steps) {
   test_platform();
   Twofish_initialised = true;
-  self_test({});
+  self_test(steps);
 }
 
 void Twofish_prepare_key(const unsigned char* key, int len, Twofish_key* out) {

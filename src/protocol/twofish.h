@@ -14,10 +14,6 @@ struct Twofish_key {
   uint32_t words[40];      ///< added before the rounds, after them, and two in each
 };
 
-/// Runs the self test and allows keys to be prepared. Call it once, before any thread starts.
-/// A failed test ends the process through Twofish_fatal.
-void Twofish_initialise();
-
 /// Prepares a key of 0 to 32 bytes, padded with zero bytes to the next of 16, 24 and 32. Another
 /// length, or a call before Twofish_initialise, ends the process through Twofish_fatal.
 void Twofish_prepare_key(const unsigned char* key, int len, Twofish_key* out);
@@ -37,9 +33,9 @@ struct TTwofishSteps {
   decltype(&Twofish_encrypt) encrypt = &Twofish_encrypt;
   decltype(&Twofish_decrypt) decrypt = &Twofish_decrypt;
 };
-/// Holds them against the published answers; a wrong one ends the process through Twofish_fatal.
-/// REQUIRES: Twofish_initialise, which calls it.
-void self_test(const TTwofishSteps& steps);
+/// Allows keys to be prepared and holds the steps against the published answers; a wrong one ends
+/// the process through Twofish_fatal. Call it once, before any thread starts.
+void Twofish_initialise(const TTwofishSteps& steps = {});
 
 /// Writes "\nTwofish fatal error: %s\nProcess terminated\n" to standard error; exit status 3.
 [[noreturn]] void Twofish_fatal(const char* msg);
