@@ -1,5 +1,6 @@
 #include "client/format.h"
 
+#include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -53,6 +54,7 @@ std::string ReadableValue(const TValue& value) {
     case fieldBool:
       return value.text == "1" ? "yes" : "no";
     case fieldChecksum: {
+      if (!(value.number >= 0 && value.number <= UINT32_MAX)) return value.text;  // a false agent
       char hex[16];
       snprintf(hex, sizeof hex, "0x%08x", static_cast<unsigned>(value.number));
       return std::string(hex) + " (" + value.text + ")";

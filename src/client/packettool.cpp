@@ -1,6 +1,9 @@
+#include <stdint.h>
+
 #include <memory>
 
 #include "client/answer.h"
+#include "client/failure.h"
 #include "client/packetfile.h"
 #include "client/request.h"
 #include "client/tools.h"
@@ -25,6 +28,7 @@ static int Build(const TControlRun& run, const TPacketArguments& arguments,
                  std::vector<std::string> words) {
   const std::string command = TakeCommand(words);
   const std::string key = arguments.key.empty() ? NewSessionKey() : arguments.key;
+  if (key.size() > UINT16_MAX) throw TUsageFailure("--key takes at most 65535 bytes");
   const std::string packet = BuildRequest(Password(run), key, MakeRequestText(command, words));
   Print("# request " + command + ", " + std::to_string(packet.size()) + " bytes, session key " +
         key + '\n' + HexText(packet));

@@ -84,6 +84,7 @@ std::string ReadLengths(std::string_view bytes, TRequest& out) {
   }
   const int64_t room = static_cast<int64_t>(bytes.size() - kFixedBytes);
   out.packetLength = ReadSigned(bytes, 0);
+  if (bytes.size() > kMaxRequestBytes) return "longer than the 16 MiB that an agent takes";
   if (out.packetLength + 4 != static_cast<int64_t>(bytes.size())) {
     return "packet length field says " + std::to_string(out.packetLength + 4) +
            " bytes, there are " + std::to_string(bytes.size());

@@ -14,6 +14,8 @@
 ///   L:4 | marker 03 12 | P:2 | proof[P] | K:2 | key[K] | R:4 | text[R]
 /// Reply packet: N:4 | text[N].
 
+/// An agent refuses longer packets, bytes.
+inline constexpr size_t kMaxRequestBytes = size_t{16} * 1024 * 1024;
 /// Replies that announce more are taken for damaged, bytes.
 inline constexpr int64_t kMaxReplyBytes = int64_t{256} * 1024 * 1024;
 
