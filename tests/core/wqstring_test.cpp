@@ -67,6 +67,9 @@ TEST(StringTest, FindsWhatASimpleSearchFinds) {
   std::string worn, b(69, 'b');
   for (int i = 0; i < 10; ++i) worn += b + "bbb" + std::string(72, 'c');
   EXPECT_EQ(0, ToString(worn + "x" + b + "ec" + b + "ec").Search(ToString("b" + b + "ec"), 1, 0));
+  // Compared at each place anew, these would take minutes.
+  const String many = ToString(std::string(10'000'000, 'a')), half = many.Copy(1, 5000);
+  EXPECT_EQ(0, many.Search(half + 'b' + half, 0, 0) + many.Search(half + half, 1, 1));
   const char* s = "aaa";
   const TTextFinder word("a", 1, 1);  // its neighbours are those between begin and end
   EXPECT_TRUE(word.Find(s + 1, s + 1, s + 2) && !word.Find(s, s + 1, s + 2));
