@@ -30,7 +30,6 @@ TEST(StringTest, GrowsByTheStepAndCutsInAFixedBuffer) {
   EXPECT_EQ(128, ((freed = String()) += "x").Capacity()) << "a fixed size goes with the buffer";
 }
 
-/// What String::Search must find.
 static int SimpleSearch(String text, String what, int caseSensitive, int wholeWord) {
   if (caseSensitive == 0) text.LowerCase(), what.LowerCase();
   const std::string in = ToStd(text), wanted = ToStd(what);
