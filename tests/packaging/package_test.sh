@@ -2,10 +2,9 @@
 # What is shipped, as files and as packages: package_test.sh files|build|install|service FOLDER
 #   build    this version's packages in FOLDER/first, the same byte for byte from another place and
 #            time, and another version's in FOLDER/second; FOLDER/build is kept for the next run
-#   install  in and out where no service manager runs: nothing is left behind
-#   service  the shipped units under a systemd
-# The last two run in a copy of this machine's root that takes every change and is thrown away, with
-# its own processes, network (loopback only) and host name. Exit status 77: left out.
+#   install, service   in and out without a service manager; the shipped units under a systemd: in
+#            a copy of this machine's root that takes every change and is thrown away, with its own
+#            processes, network (loopback only) and host name. Exit status 77: left out.
 set -eux
 mode=$1 folder=$2
 source=$(cd "$(dirname "$0")/../.." && pwd)
@@ -110,16 +109,15 @@ sandbox() {
     --cgroup --propagation private "$0" inside "$folder" "$work" "$1" </dev/null
 }
 
-overlay() {
-  mount -t overlay overlay -o "lowerdir=$1,upperdir=$2,workdir=$3" "$4" || skip "no overlays here"
-}
 test_inside() {
   tree=$3/tree root=$3/tree/root
   mkdir "$tree"
   mount -t tmpfs tmpfs "$tree"
-  mkdir "$root" "$tree/upper" "$tree/work" "$tree/dev" "$tree/dev-work"
-  overlay / "$tree/upper" "$tree/work" "$root"
-  overlay /dev "$tree/dev" "$tree/dev-work" "$root/dev"
+  mkdir "$root" "$tree/upper" "$tree/work" "$tree/upper-dev" "$tree/work-dev"
+  for part in "" -dev; do
+    mount -t overlay overlay "$root/${part#-}" -o \
+      "lowerdir=/${part#-},upperdir=$tree/upper$part,workdir=$tree/work$part" || skip "no overlays"
+  done
   mkdir -p "$root/test/old" "$root/test/out"
   cp -r "$0" "$folder/first" "$folder/second" "$root/test"
   mount --bind "$3" "$root/test/out"
