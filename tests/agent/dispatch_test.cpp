@@ -44,11 +44,8 @@ TEST_F(DispatchTest, RunsTheCommandOfTheName) {
   }
   EXPECT_EQ("500\nNot applicable for UNIX/Linux", Process("TEST-NTLog\r"));
   EXPECT_EQ("500\nnot implemented yet", Process("TEST-Ping\r"));
-  for (const auto& [text, answer] : {std::pair("GetInfo\n", "!502\n"),
-                                     {"  \n1\n\r", "!500\n"},
-                                     {"\r", "!500\n"},
-                                     {"getinfo\n\r", "!500\n"}})
-    EXPECT_EQ(answer, Process(text)) << text;
+  EXPECT_EQ("!502\n", Process("GetInfo\n"));
+  for (const char* text : {"  \n1\n\r", "\r", "getinfo\n\r"}) EXPECT_EQ("!500\n", Process(text));
 }
 
 TEST_F(DispatchTest, RefusesWithoutTheRight) {

@@ -2,7 +2,6 @@
 
 #include "support/scopes.h"
 
-/// The clock of the agent stands.
 extern "C" time_t time(time_t*) noexcept { return 2'000'000'040; }
 
 struct MessagesTest : TSettingsTest {
@@ -11,9 +10,10 @@ struct MessagesTest : TSettingsTest {
   /// @param on  the switches that are on: s(uccess), f(ails), v(erbose), d(ebug), i(nteractive)
   void Switch(const std::string& on) {
     const auto is = [&on](char name) { return on.find(name) < on.size(); };
-    QovSettings = Loaded("oklogfile=ok\nbadlogfile=bad\nverboselogfile=" + folder.Path("all") +
-                         (is('s') ? "\nlogsuccess=1" : "") + (is('f') ? "" : "\nlogfails=0"));
+    QovSettings = Loaded("oklogfile=ok\nbadlogfile=bad\nverboselogfile=" + folder.Path("all"));
     ChangeSettings([&](TQovSettings& settings) {
+      settings.logsuccess = is('s');
+      settings.logfails = is('f');
       settings.verbose = is('v');
       settings.debug = is('d');
       settings.interactive = is('i');

@@ -59,13 +59,12 @@ TEST_F(ConfigCheckTest, GivesEachFaultItsLine) {
            agent + "' is not executable"},
   };
   for (const auto& [lines, findings] : cases) EXPECT_EQ(CheckGoodWith(lines), findings);
+  mode = 0640;
+  EXPECT_EQ(Check(good), "0W the file holds the password and is readable by others than its owner");
   EXPECT_EQ(CheckConfig("/nowhere/x").at(0).text, "Cannot open configuration file '/nowhere/x'");
 }
 
 TEST_F(ConfigCheckTest, LooksAtTheFileAndItsFolder) {
-  mode = 0640;
-  EXPECT_EQ(Check(good), "0W the file holds the password and is readable by others than its owner");
-  mode = 0600;
   Check(good);
   if (geteuid() != 0) GTEST_SKIP() << "needs a file of another user";
   ASSERT_EQ(chown(path.c_str(), 1, 1), 0);

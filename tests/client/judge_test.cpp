@@ -27,7 +27,6 @@ static TAnswer Answer(std::string text) {
 TEST(JudgeTest, MapsAnswersToStates) {
   const char disk[] = "200|1000|300|100";
   const std::tuple<const char*, const char*, TJudgeOptions, TPluginState, const char*> cases[] = {
-      // command, answer, options, state, part of the text
       {"disk", disk, {Range("699")}, stateWarning, "(warning at 699)"},
       {"disk", disk, {Range("1"), Range("2")}, stateCritical, "used"},
       {"disk", disk, {{}, Range("80"), "used_pct"}, stateCritical, "87.5% (critical at 80)"},
@@ -81,7 +80,6 @@ TEST(JudgeTest, WritesOneLineWithEveryMetric) {
 
 TEST(RangeTest, AlertsOutsideTheClosedRangeOrInsideWithAt) {
   const std::tuple<const char*, double, double, double, double> cases[] = {
-      // range, two values that are quiet, two that alert
       {"10", 0, 10, -0.1, 10.1},     {"10:", 10, 1e300, 9.9, -1},  {"~:10", -1e300, 10, 10.5, 11},
       {"@10:20", 9.9, 20.1, 10, 20}, {"-5:-1.5", -5, -1.5, 0, -6}, {"+.5:1.", .5, 1, .4, 1.1}};
   for (const auto& [text, low, high, under, over] : cases) {

@@ -14,7 +14,6 @@ static TGiven Given(const std::string& text) {
 
 TEST(RequestTest, PutsOptionsOnTheLinesOfTheirCommand) {
   const std::tuple<const char*, const char*, const char*> cases[] = {
-      // command, given, lines
       {"folder-size", "FOLDER=/a|--macros=1|", "/a|0||||||1|"},
       {"count-files", "FOLDER=/a|--count=smaller|--limit=9|--recurse=1|", "/a|*|1|4|9||||||0|"},
       {"compare", "FILE=/a|OTHER=/b|--size=1|--macros=1|", "1|/a|/b|0|1|0||||||1|0|"},
@@ -32,9 +31,8 @@ TEST(RequestTest, PutsOptionsOnTheLinesOfTheirCommand) {
     EXPECT_EQ(expected, lines) << command;
   }
   for (const char* wrong : {"", "FOLDER=a\nb|", "FOLDER=/|--count=every|", "FOLDER=/|--limit=|",
-                            "FOLDER=/|--limit=--1|", "FOLDER=/|--limit=1k|"}) {
+                            "FOLDER=/|--limit=--1|", "FOLDER=/|--limit=1k|"})
     EXPECT_THROW(BuildParams(*FindCommand("count-files"), Given(wrong)), TUsageFailure) << wrong;
-  }
 }
 
 TEST(SetKeysTest, WritesAssignmentsInTheirWireForm) {

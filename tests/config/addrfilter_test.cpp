@@ -1,7 +1,5 @@
 #include "config/addrfilter.h"
 
-#include <arpa/inet.h>
-
 #include "core/iplib.h"
 #include "support/scopes.h"
 

@@ -56,7 +56,6 @@ TEST_F(SettingsTest, ReadsTheSyntax) {
 TEST_F(SettingsTest, ChecksAndPutsRightWhatItLoads) {
   const std::string warning = "FilterMarks has less items than FilterList";
   const std::string cases[][3] = {
-      // file, its faults, the effective filter
       {mandatory, "", "\r\n"},
       {mandatory + "filterlist=a b c d\nfiltermarks=1x1\n", "", "\r\na\r\nc\r\n"},
       {mandatory + "filterlist=a%0D%0A%0Ab\nfiltermarks=111\n", warning, "\r\na\r\n"},
@@ -80,7 +79,6 @@ TEST_F(SettingsTest, ChecksAndPutsRightWhatItLoads) {
 }
 
 TEST_F(SettingsTest, EachLoadLeavesItsTemporaryFolderToTheNext) {
-  // TMPDIR, TMP, the folder after a load without one
   const char* const variables[][3] = {{"/usr", "/etc", "/usr"},
                                       {nullptr, "/etc", "/etc"},
                                       {"", "/etc", "."},
@@ -189,7 +187,6 @@ TEST_F(SettingsTest, AppendsEveryMissingKeyAsALoadTakesIt) {
   }
 
   const std::string room(1015, 'x');
-  // value, how it is written, how it is read
   const std::string cases[][3] = {{room + "xx=1", room + "xx=1", room},
                                   {room + "port=7", room, room},
                                   {room + std::string(1000, ' ') + "Qovpath =/", room, room}};

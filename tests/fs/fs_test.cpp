@@ -10,7 +10,6 @@
 
 TEST(PathsTest, TakesPathsApartAndExpandsThem) {
   const std::array<String, 6> cases[] = {
-      // path, folder, name, extension, with and without a delimiter at the end
       {"/a.b/c", "/a.b/", "c", "", "/a.b/c/", "/a.b/c"},
       {"x.tar.gz", "", "x.tar.gz", ".gz", "x.tar.gz/", "x.tar.gz"},
       {"a.d//", "a.d//", "", "", "a.d//", "a.d/"},

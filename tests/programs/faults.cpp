@@ -1,7 +1,8 @@
 // Loaded into an agent in front of the C library: calls fail, or take their time.
 //   FAULT_<CALL>='F L E'   the Fth to the Lth of these calls fail with errno E; for 0 they end in a
-//                          segmentation fault. FAULT_DIGEST: they give something else.
-//   FAULT_MEMORY=1         see below
+//                          segmentation fault. FAULT_DIGEST: they write nothing.
+//   FAULT_MEMORY=1         one allocation fails after each connection: the first, after the next
+//                          the second, and so on until a connection takes fewer; then anew
 //   FAULT_SEND_MS=N, FAULT_AGE_SEC=N   every send is delayed, the process was started earlier
 // A pause of a second takes 10 ms; the host is called by an address, so that no server is asked.
 
@@ -11,7 +12,6 @@
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
@@ -35,16 +35,12 @@ static bool Fails(const char* name, int call) {
   return true;
 }
 
-/// With FAULT_MEMORY=1 one allocation fails after each connection: the first, after the next one
-/// the second, and so on until a connection takes fewer; then from the first on again.
 static std::atomic<unsigned> place{0}, allocations{0};
 static bool IsOut() { return ++allocations == place; }
 
-#define NEXT(call) \
-  static const auto next = reinterpret_cast<decltype(&call)>(dlsym(RTLD_NEXT, #call))
-#define FAILING(name, failed, call, ...) \
-  NEXT(call);                            \
-  static std::atomic<int> calls{0};      \
+#define FAILING(name, failed, call, ...)                                               \
+  static const auto next = reinterpret_cast<decltype(&call)>(dlsym(RTLD_NEXT, #call)); \
+  static std::atomic<int> calls{0};                                                    \
   return Fails(name, ++calls) ? failed : next(__VA_ARGS__)
 
 extern "C" {
@@ -79,9 +75,6 @@ time_t time(time_t*) noexcept {
   return now.tv_sec - (started.exchange(true) ? 0 : Number("FAULT_AGE_SEC"));
 }
 void nettle_sha1_digest(sha1_ctx* context, size_t size, uint8_t* digest) {
-  NEXT(nettle_sha1_digest);
-  static std::atomic<int> calls{0};
-  next(context, size, digest);
-  if (Fails("FAULT_DIGEST", ++calls)) digest[0] ^= 1;
+  FAILING("FAULT_DIGEST", void(), nettle_sha1_digest, context, size, digest);
 }
 }

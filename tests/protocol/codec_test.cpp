@@ -48,9 +48,6 @@ TEST(Codec, BlocksAreThoseOfTheLibrary) {
     Twofish_prepare_key(bytes, size, &key);
     twofish_set_key(&library, static_cast<size_t>(size), bytes);
     const unsigned char* in = bytes + kTwofishMaxKey;
-    Twofish_decrypt(&key, in, block);
-    twofish_decrypt(&library, sizeof expected, expected, in);
-    EXPECT_EQ(0, memcmp(block, expected, sizeof block));
     Twofish_first_bytes(key, in, first, 5);
     for (int i = 0; i < 5; ++i) {
       Twofish_encrypt(&key, in + i, block);

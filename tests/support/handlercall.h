@@ -41,30 +41,28 @@ struct TEnabledTests : TScope {
     });
   }
   ~TEnabledTests() {
-    ChangeSettings([this](TQovSettings& settings) { settings = former; });
+    ChangeSettings([this](auto& settings) { settings = former; });
   }
   const TQovSettings former = QovSettings;
 };
 
-/// A reply as a regular expression, and the requests that get it (see Params), a "|" between them.
-using TRow = std::pair<std::string, std::string>;
-/// Asks all at once, as many wait, with everything enabled.
-inline void ExpectMatches(THandler handler, const std::vector<TRow>& rows) {
+/// @param rows  a reply as a regular expression, and the requests that get it (see Params), a "|"
+///              between them. All are asked at once, as many wait, with everything enabled.
+inline void ExpectMatches(THandler handler,
+                          const std::vector<std::pair<std::string, std::string>>& rows) {
   const TEnabledTests enabled;
   std::vector<std::jthread> threads;
   for (const auto& [reply, requests] : rows) {
     std::istringstream all(requests);
-    for (std::string request; getline(all, request, '|');) {
+    for (std::string request; getline(all, request, '|');)
       threads.emplace_back([handler, request, reply = reply] {
         EXPECT_THAT(CallHandler(handler, Params(request)), testing::MatchesRegex(reply)) << request;
       });
-    }
   }
 }
 
 /// A folder of files to check, with every check allowed.
-class TCheckTest : public testing::Test {
- protected:
+struct TCheckTest : testing::Test {
   /// The text with the folder, '/' at its end, in place of each "@".
   std::string In(std::string text) const {
     for (size_t at = 0; (at = text.find('@', at)) != text.npos;) text.replace(at, 1, dir_.Path(""));

@@ -20,14 +20,12 @@ inline long long NowMs() {
 }
 
 /// Repeats `done` until it holds; false when the limit has passed before.
-template <class TCondition>
-bool Await(TCondition done, int limitMs = 20000) {
+bool Await(auto done, int limitMs = 20000) {
   for (const long long end = NowMs() + limitMs; !done(); usleep(5000))
     if (NowMs() >= end) return false;
   return true;
 }
 
-/// A loopback address in the form that system calls take.
 struct TAddress {
   explicit TAddress(int port = 0, const char* host = "127.0.0.1")
       : in{AF_INET, htons(static_cast<uint16_t>(port)), {inet_addr(host)}, {}} {}

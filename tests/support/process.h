@@ -50,6 +50,7 @@ struct TAgentOptions {
   std::string config{};        ///< lines behind the standard ones (a key's last wins)
   std::string switches{"-i"};  ///< in front of the configuration file
   std::string faults{};        ///< NAME='VALUE' of programs/faults.cpp
+  std::string shell{};         ///< what the shell does first
 };
 
 /// An agent with a folder and port of its own, that listens or has ended. Ended by its process id.
@@ -133,13 +134,12 @@ class TAgentProcess : TScope {
     WriteConfig(options.config);
     // Reports of a sanitizer go to files, as a detached agent has no console.
     const std::string log = ":log_path=" + folder.Path("sanitizer");
-    return "exec >" + folder.Path("console") +
+    return options.shell + "exec >" + folder.Path("console") +
            " 2>&1 env ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0" + log +
            " UBSAN_OPTIONS=print_stacktrace=1" + log + " TSAN_OPTIONS=halt_on_error=1" + log +
            (options.faults.empty() ? " " : " LD_PRELOAD=" QOV_FAULTS " " + options.faults) +
            " " QOV_AGENT " " + options.switches + " " + configPath;
   }
-  /// The running processes with this agent's configuration.
   std::vector<pid_t> Running() const {
     std::vector<pid_t> found;
     for (const auto& entry : fs::directory_iterator("/proc")) {

@@ -13,6 +13,9 @@
 
 namespace fs = std::filesystem;
 
+/// Sanitizers take memory of their own, and keep it.
+constexpr bool kSanitized = sizeof QOV_SANITIZE > 1;
+
 /// Between the product's strings and the library's, embedded zero bytes kept.
 inline String ToString(std::string_view bytes) {
   return String(bytes.data(), static_cast<int>(bytes.size()));
@@ -22,13 +25,13 @@ inline std::string ToStd(const String& s) {
 }
 inline void PrintTo(const String& s, std::ostream* out) { *out << '"' << ToStd(s) << '"'; }
 
-/// What belongs to one place: neither copied nor moved.
 struct TScope {
   TScope() = default;
   TScope(TScope&&) = delete;
 };
 
 /// A folder of its own, removed with everything in it at the end. Its path has no '/' at the end.
+/// What is made in it gets the folders that are missing above it; its full path is returned.
 class TTempDir : TScope {
  public:
   TTempDir() { EXPECT_NE(nullptr, mkdtemp(path_.data())); }
@@ -38,13 +41,11 @@ class TTempDir : TScope {
   }
   const std::string& Path() const { return path_; }
   std::string Path(std::string_view name) const { return path_ + '/' + std::string(name); }
-  /// Writes a file, making the folders of `name` where they are missing; returns its full path.
   std::string File(std::string_view name, std::string_view content = "") const {
     fs::create_directories(fs::path(Path(name)).parent_path());
     std::ofstream(Path(name), std::ios::binary) << content;
     return Path(name);
   }
-  /// Makes a folder and those above it; returns its full path.
   std::string Folder(std::string_view name) const {
     fs::create_directories(Path(name));
     return Path(name);
@@ -54,7 +55,6 @@ class TTempDir : TScope {
   std::string path_ = fs::temp_directory_path() / "qovtest-XXXXXX";
 };
 
-/// The content of a file as far as it can be read.
 inline std::string ReadFile(const std::string& path) {
   std::ostringstream content;
   content << std::ifstream(path, std::ios::binary).rdbuf();
@@ -74,7 +74,6 @@ struct TEnvironment : TScope {
   std::optional<std::string> former;
 };
 
-/// Changes the working folder and goes back at the end.
 struct TWorkingFolder : TScope {
   explicit TWorkingFolder(const std::string& path) { fs::current_path(path); }
   ~TWorkingFolder() { fs::current_path(former); }
@@ -84,7 +83,7 @@ struct TWorkingFolder : TScope {
 /// A folder with a configuration file, in the state of a fresh process.
 struct TSettingsTest : testing::Test {
   ~TSettingsTest() override {
-    ChangeSettings([](TQovSettings& settings) { settings = TQovSettings(); });
+    ChangeSettings([](auto& settings) { settings = {}; });
   }
 
   /// A record whose file holds `text`, not loaded.
@@ -100,13 +99,12 @@ struct TSettingsTest : testing::Test {
   }
   std::string File() const { return ReadFile(path); }
   /// The values of the keys, a blank behind each.
-  static std::string Values(const TQovSettings& record, std::initializer_list<const char*> keys) {
+  static std::string Values(const TQovSettings& of, std::initializer_list<const char*> keys) {
     std::string values;
-    for (const std::string name : keys)
-      for (const auto& [key, form, field, preset, saved] : kSettingKeys)
-        if (name == key)
-          values +=
-              (field.text ? ToStd(record.*field.text) : std::to_string(record.*field.number)) + ' ';
+    for (const char* name : keys) {
+      const auto& field = FindSettingKey(name)->field;
+      values += (field.text ? ToStd(of.*field.text) : std::to_string(of.*field.number)) + ' ';
+    }
     return values;
   }
 

@@ -4,15 +4,8 @@
 #include "support/process.h"
 
 TEST(ControlTest, RestartsAsItWasStarted) {
-  const sighandler_t former = signal(SIGINT, SIG_IGN);
+  TAgentProcess agent({.shell = "trap '' INT; ulimit -S -n 99; export TMPDIR=/var/tmp; "});
   rlimit files;
-  getrlimit(RLIMIT_NOFILE, &files);
-  const rlimit half{files.rlim_cur / 2, files.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &half);
-  const TEnvironment tmpdir("TMPDIR", "/var/tmp");  // which the agent will overwrite
-  TAgentProcess agent;
-  setrlimit(RLIMIT_NOFILE, &files);
-  signal(SIGINT, former);
   fs::copy_file(QOV_AGENT, agent.program, fs::copy_options::overwrite_existing);
   const auto start = [&] {
     return ReadFile(agent.Proc("cmdline")) + ReadFile(agent.Proc("environ"));
@@ -52,8 +45,7 @@ TEST(ControlTest, LivesOnWhenTheNewImageCannotStart) {
   }
   ASSERT_TRUE(Await([&] { return Count(temp) == 4; })) << "scripts and outputs";
   TRawPeer idle(agent.port), crashing(agent.port);
-  ASSERT_TRUE(crashing.Ask("GetInfo"));
-  EXPECT_TRUE(crashing.Receive().empty() && !crashing.Open());
+  EXPECT_TRUE(crashing.Ask("GetInfo") && crashing.Receive().empty() && !crashing.Open());
   ASSERT_TRUE(agent.WaitFor("Restarting..\n", 1, "log2.txt"));
   ASSERT_TRUE(agent.WaitFor("Error: cannot start new instance\n", 1, "log2.txt"));
   EXPECT_TRUE(agent.WaitForPort(false));  // the listening socket stays closed, the pid file gone
@@ -113,8 +105,7 @@ TEST(StressTest, ChangesItsPortAndRestartsWithIdlePeersConnected) {
     std::vector<TRawPeer> idle;
     for (int j = 0; j < 20; ++j) idle.emplace_back(agent.port);
     const int port = FindFreePort();
-    ASSERT_TRUE(move(port));
-    ASSERT_TRUE(agent.WaitFor("Server port switching .. Ok\n", i));
+    ASSERT_TRUE(move(port) && agent.WaitFor("Server port switching .. Ok\n", i));
     EXPECT_TRUE(agent.WaitForPort(false));
     agent.port = port;
     ASSERT_TRUE(agent.WaitForSessions(21));
