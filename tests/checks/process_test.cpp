@@ -78,7 +78,7 @@ TEST_F(ProcTest, TellsExitCodesAndFailures) {
   EXPECT_EQ(0, system(("exec 3>>" + busy + "; sleep .1 &").c_str()));
   ExpectMatches(
       ProcessTest_External,
-      {{"200\n255\n", "/bin/sh -c 'exit 255',,,-1"},
+      {{"200\n255\n", "/bin/sh -c 'exit 255',,,-1|/bin/sh -c 'exit 255',,,5000"},
        {"200\n5\n", "/bin/sh -c 'exit $((${#0} % 8))' ' a \xFF ,,,0"},
        {"200\n9\n", unmarked + " 'a b' c,,,5000|" + busy},
        {"301\nexec error: No such file or directory", "nosuchprogram|/no/such/program,,,-2|\"\""},
