@@ -114,8 +114,7 @@ TEST(StressTest, ChangesItsPortAndRestartsWithIdlePeersConnected) {
     ASSERT_TRUE(Await([&] { return Count(agent.Proc("fd")) == descriptors; }, 5000)) << i;
   }
   const TLoopbackPeer taken(TLoopbackPeer::kTcp);
-  ASSERT_TRUE(move(taken.Port()));
-  ASSERT_TRUE(agent.WaitFor("Error: cannot open new port for listening\n"));
+  ASSERT_TRUE(move(taken.Port()) && agent.WaitFor("Error: cannot open new port for listening\n"));
   ASSERT_TRUE(agent.WaitFor("Return to original port\n"));
   EXPECT_EQ(std::to_string(agent.port), agent.Info("Port"));
   ASSERT_TRUE(move(FindFreePort()));

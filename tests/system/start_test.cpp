@@ -61,11 +61,9 @@ TEST(StartTest, DetachesAndLocksThePidFile) {
   EXPECT_TRUE(fs::exists(pid));  // not the second one's to remove
 
   first.WriteConfig("comment=one\n");
-  first.Signal(SIGHUP);
-  EXPECT_TRUE(Await([&] { return first.Info("Comment") == "one"; }));
+  EXPECT_TRUE(first.Signal(SIGHUP) && Await([&] { return first.Info("Comment") == "one"; }));
   first.WriteConfig("comment=two\n");
   for (int i = 0; i < 3; ++i) EXPECT_EQ("one", first.Info("Comment")) << "a load for each hang-up";
   EXPECT_EQ("200", first.Ask("QUIT").code);
-  EXPECT_TRUE(first.WaitForPort(false));
-  EXPECT_TRUE(Await([&] { return !fs::exists(pid); }));
+  EXPECT_TRUE(first.WaitForPort(false) && Await([&] { return !fs::exists(pid); }));
 }
