@@ -61,7 +61,7 @@ bool IsSame(char a, char b) {
 template <class TMatch>
 size_t CommonLength(const char* a, const char* b, size_t n) {
   if (n == 0 || !IsSame<TMatch>(a[0], b[0])) return 0;
-  size_t i = 0;
+  size_t i = 1;
   for (; n - i >= kLanes; i += kLanes) {
     const TLanes x = TMatch::Values(LoadLanes(a + i));
     if (AnyMarked(~EqualLanes(x, TMatch::Values(LoadLanes(b + i))))) break;

@@ -57,9 +57,8 @@ bool TakeEntry(const dirent& entry, TSearchRec& rec) {
   rec.Attributes = attributes;
   rec.ModeBits = facts.st_mode;
   rec.ModifiedTime = facts.st_mtime;
-  const size_t length = strnlen(name, sizeof rec.EntryName - 1);
-  memcpy(rec.EntryName, name, length);
-  rec.EntryName[length] = 0;
+  static_assert(sizeof rec.EntryName == sizeof entry.d_name);
+  memcpy(rec.EntryName, name, strlen(name) + 1);
   return true;
 }
 

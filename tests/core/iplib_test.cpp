@@ -41,6 +41,7 @@ TEST(SyncSocketTest, ReadsWhatComesInTime) {
     all += std::to_string(socket.ReadString(out, timeoutMs)).c_str();
     all += out + socket.LastError + '|';
     EXPECT_EQ(timeoutMs == 20 ? 4 : 0, socket.SendString(timeoutMs == 20 ? "data" : "", 0));
+    EXPECT_EQ("", socket.LastError);
   }
   EXPECT_EQ("0Timeout|6answer|0|0Timeout|", all);
   EXPECT_TRUE(socket.Connected()) << "a peer that has closed counts as connected";
