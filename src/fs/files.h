@@ -20,7 +20,7 @@ bool DirectoryExists(const char* path);
 bool DeleteFile(const char* path);
 
 /// Bytes that are read at a time where the size is of no consequence.
-inline constexpr size_t kReadBytes = 64 * 1024;
+inline constexpr size_t kReadBytes = 256 * 1024;
 
 /// Opens for reading, close-on-exec, without waiting for a peer at the other end; none with errno
 /// set on a failure.

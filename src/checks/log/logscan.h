@@ -43,6 +43,6 @@ using TLineFilters = std::vector<TLineFilter>;
 /// @param state  in and out; size and time move only when the file has been read to its end, and
 ///               never cover bytes that were not read
 /// @return true, or false with `error` set. A file that cannot be opened is tried three times, a
-///         second apart. Any thread; memory is twice the longest text or 128 KiB.
+///         second apart. Any thread; memory is twice the longest text or 512 KiB.
 bool ScanLog(const char* path, const TLineFilters& filters, bool scanAll, TLogState& state,
              TLogMatch& match, String& error);
