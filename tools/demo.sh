@@ -7,8 +7,8 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 folder=${1:-/usr/share/doc}
 
 "$root/tools/install-deps.sh"
-cmake -S "$root" -B "$root/build" -G Ninja -DQOV_TESTS=OFF >/dev/null
-cmake --build "$root/build" --target qov qovctl
+cmake -S "$root" -B "$root/build" -DQOV_TESTS=OFF >/dev/null
+cmake --build "$root/build" --parallel "$(nproc)" --target qov qovctl
 
 demo=$(mktemp -d)
 agent=""
