@@ -233,6 +233,10 @@ TEST(ChildrenTest, HelpersCountAndListProcesses) {
             agent.Ask("TEST-ShellScript", {"/bin/sh %script%", "echo $TMPDIR"}).text);
   EXPECT_THAT(agent.Ask("GetProcessesList").text,
               testing::HasSubstr("%0D%0A" + name + "%0D%0A" + name + "%0D%0A"));
+  agent.WriteConfig("tmpdir=/\n");  // which is "", and not none
+  EXPECT_EQ("200", agent.Ask("ReloadCfg").code);
+  const std::string length = "/bin/sh -c 'exit ${#TMPDIR}'";
+  EXPECT_EQ("200\n0\n\r", agent.Ask("TEST-ExternalPrg", {length, "", "", "9000"}).text);
 }
 
 TEST(StressTest, AnswersThroughAStormOfHangupsFromOneRecord) {
