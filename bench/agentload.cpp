@@ -80,8 +80,8 @@ long OwnMemoryKb(const TAgentProcess& agent) {
 
 /// Own memory after 16 connections at a time have asked for everything that takes buffers, and
 /// after each wave of strangers, who send 16 MB without the proof and go.
-void MeasureMemory(const TAgentProcess& agent) {
-  const long idle = OwnMemoryKb(agent);
+/// @param idle  what it had at the start, kB
+void MeasureMemory(const TAgentProcess& agent, long idle) {
   const std::string file = agent.folder.File("data/large", std::string(8'000'001, 'x'));
   const std::string log = agent.folder.File("data/log", std::string(4'000'000, 'y') + "\nz\n");
   const std::string name(200, 'n');
@@ -135,6 +135,7 @@ int main(int argc, char** argv) {
   options.switches = "-d";
   const TAgentProcess agent(options);
   const bool answered = agent.Ask("GetInfo").code == "200";
+  const long idleKb = OwnMemoryKb(agent);
   printf("start to first answer: %.1f ms\n", MicrosecondsSince(start) / 1000);
 
   printf("%-12s %11s %12s %10s %10s %12s\n", "command", "connections", "requests/s", "median us",
@@ -162,6 +163,6 @@ int main(int argc, char** argv) {
     for (int i = 0; i < 200; ++i) silent.emplace_back(agent.port);
     rest("200 silent connections");
   }
-  MeasureMemory(agent);
+  MeasureMemory(agent, idleKb);
   return good ? 0 : 1;
 }

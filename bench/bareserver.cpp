@@ -1,12 +1,9 @@
 // What a request must cost: a server that has nothing but the agent's packet codec and threads that
 // are used again. Answers every packet with the sizes of the root file system: bareserver PORT
-#include <netinet/in.h>
 #include <stdlib.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <condition_variable>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <thread>

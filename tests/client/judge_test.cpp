@@ -105,6 +105,8 @@ TEST(FormatTest, ShowsTypedValuesInColumns) {
   EXPECT_THAT(JsonAnswer(file, answer, false),
               AllOf(HasSubstr("-24T17:03:09\""), HasSubstr("\"age\": \"min\"")));
   EXPECT_THAT(JsonRaw("X", Answer("200|\xff\xfe")), HasSubstr("\xEF\xBF\xBD"));
+  EXPECT_EQ("checksum  88888888888888888888\n",
+            FormatAnswer(*FindCommand("checksum"), Answer("200|88888888888888888888"), false));
   const TAnswer tests = Answer("200|Available tests=A%0D%0AB%0D%0A|Enabled tests=01");
   EXPECT_EQ("Tests  off  A\n       on   B\n", FormatAnswer(*FindCommand("info"), tests, false));
 }

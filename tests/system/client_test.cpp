@@ -152,6 +152,7 @@ TEST_F(ClientTest, RefusalsAndPluginLinesAreTold) {
       {"$Q completion bash | diff - $D/qovctl.bash", 0, ""},
       {"$Q completion zsh | diff - $D/_qovctl", 0, ""},
       {"$Q completion fish | diff - $D/qovctl.fish", 0, ""},
+      {"$A packet build --key $(printf %065536d 0) GetInfo", 2, "--key takes at most 65535 bytes"},
       {"$A upgrade $F/small", 2, "101 to 10485759 bytes, this one has 9"},
       {"$P", 3, "QOV UNKNOWN: no check named"},
       {"$P disk --help", 3, "size and free space "},
